@@ -1,0 +1,34 @@
+#!/bin/sh
+# Installs the Debian or Ubuntu packages that the named groups need and that are missing.
+#     scripts/install-packages.sh build|test|demo|lint ...
+# The one list of packages of the project.
+set -eu
+
+packages() {
+    case "$1" in
+    build) echo "g++ cmake make ninja-build pkg-config libopus-dev libogg-dev libsndfile1-dev libsoxr-dev \
+                 libcli11-dev nlohmann-json3-dev libpcap-dev libkissfft-dev" ;;
+    test) echo "libgtest-dev libgmock-dev" ;;
+    demo) echo "fillets-ng-data-nl" ;;
+    lint) echo "clang-format clang-tidy" ;;
+    *) echo "install-packages.sh: unknown group '$1': use build, test, demo or lint" >&2; exit 2 ;;
+    esac
+}
+
+missing=""
+for group in "$@"; do
+    wanted=$(packages "$group")
+    for package in $wanted; do
+        dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null | grep -qx installed ||
+            missing="$missing $package"
+    done
+done
+[ -n "$missing" ] || exit 0
+
+root=""
+[ "$(id -u)" = 0 ] || root=sudo
+echo "Installing:$missing"
+export DEBIAN_FRONTEND=noninteractive
+$root apt-get update -qq
+# shellcheck disable=SC2086
+$root apt-get install -y -qq --no-install-recommends $missing >/dev/null
