@@ -3,9 +3,9 @@
 // The seam to the operating system. Nothing above knows an operating system; tests replace this
 // translation unit at link time with a scripted one.
 //
-// Named objects live in a namespace that is private to the user (see posix/namespace.h): two handles
-// of one name are one object, whoever comes first creates it, and it vanishes with its last handle,
-// also when the holder was killed. Names are plain: letters, digits, underscore, dot.
+// Named objects live in a namespace that is private to the user (see posix/namespace.h): two
+// handles of one name are one object, whoever comes first creates it, and it vanishes with its last
+// handle, also when the holder was killed. Names are plain: letters, digits, underscore, dot.
 
 #ifndef AIPLC_PLATFORM_H
 #define AIPLC_PLATFORM_H
@@ -19,7 +19,9 @@ namespace aiplc::platform {
 using Handle = void *;
 
 // Failed creation yields null; kInvalidHandle is never a usable handle either.
-inline Handle InvalidHandle() { return reinterpret_cast<Handle>(~std::uintptr_t{0}); }
+inline Handle InvalidHandle() {
+    return reinterpret_cast<Handle>(~std::uintptr_t{0});
+}
 
 // Outcomes of Wait.
 inline constexpr uint32_t kWaitSignalled = 0;
