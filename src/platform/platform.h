@@ -28,6 +28,8 @@ inline constexpr uint32_t kWaitSignalled = 0;
 inline constexpr uint32_t kWaitAbandoned = 128;  // a mutex whose owner died; the caller now owns it
 inline constexpr uint32_t kWaitTimeout = 258;
 inline constexpr uint32_t kWaitFailed = 0xFFFFFFFF;
+// Time-out that never comes.
+inline constexpr uint32_t kWaitForever = 0xFFFFFFFF;
 
 #if defined(_WIN32)
 inline constexpr char kPathSeparator = '\\';
@@ -35,7 +37,8 @@ inline constexpr char kPathSeparator = '\\';
 inline constexpr char kPathSeparator = '/';
 #endif
 
-// The calling thread's last error of this interface (errno values on POSIX).
+// The calling thread's last error of this interface (errno values on POSIX); a wait that timed out
+// sets it too, a success leaves it.
 uint32_t LastError();
 
 // ---- Shared memory ----
@@ -60,8 +63,10 @@ Handle CreateNamedMutex(const char *name);
 // False when the calling thread does not own it.
 bool ReleaseMutex(Handle mutex);
 
-// Waits for an event (and consumes its signal) or a mutex (and owns it). 0 ms never blocks.
+// Waits for an event (and consumes its signal) or a mutex (and owns it). 0 ms never blocks. The
+// handle must stay open meanwhile.
 uint32_t Wait(Handle handle, uint32_t timeoutMs);
+// Closing this process's last handle to a mutex releases what the calling thread owns of it.
 bool CloseHandle(Handle handle);
 
 // ---- Processes ----
