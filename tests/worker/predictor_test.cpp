@@ -13,15 +13,16 @@
 
 static size_t allocations = 0;
 
-void *operator new(size_t size) {
+// Not inlined: the compiler would take free() for the wrong partner of operator new.
+[[gnu::noinline]] void *operator new(size_t size) {
     ++allocations;
     if (void *memory = std::malloc(size)) return memory;
     throw std::bad_alloc();
 }
-void operator delete(void *memory) noexcept {
+[[gnu::noinline]] void operator delete(void *memory) noexcept {
     std::free(memory);
 }
-void operator delete(void *memory, size_t) noexcept {
+[[gnu::noinline]] void operator delete(void *memory, size_t) noexcept {
     std::free(memory);
 }
 
