@@ -54,12 +54,14 @@ int32_t AiPlcRunFrame(AiPlcHostContext &host, uint16_t *samples, uint16_t mode, 
         (void)AiPlcProcess(channel, nullptr, 0, output, &frames);
         frames = 1;
     }
-    for (; frames > 0; --frames) {
-        *samples = static_cast<uint16_t>(*samples + aiplc::pipeline::AppendOutput(stream, *output));
-        output = output->next;
+    int32_t result = 0;
+    for (; frames > 0; --frames, output = output->next) {
+        const uint16_t appended = aiplc::pipeline::AppendOutput(stream, *output);
+        if (appended != output->sampleCount) result = 1;
+        *samples = static_cast<uint16_t>(*samples + appended);
     }
     host.samplesOut += *samples;
-    return 0;
+    return result;
 }
 
 // Has the host's codec conceal one frame into the next codec node. Returns 0 or -1.

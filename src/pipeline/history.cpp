@@ -164,9 +164,14 @@ void AiPlcInitBuffering(StAiPlcChannel *channel, AiPlcPkt *received, uint16_t co
                         AiPlcPkt *output, uint16_t *frames) {
     if (received == nullptr) return;
     AiPlcRingList &history = *channel->historyRing;
+    const AiPlcPkt *source = received;
     for (uint16_t left = count; left > 0; --left) {
         history.head = history.head->next;
-        if (left <= history.count) (void)AiPlcCopyPkt(history.head, received);
+        if (left > history.count) continue;
+        (void)AiPlcCopyPkt(history.head, source);
+        // A frame is played from its bands, these first ones too.
+        if (source == received) SplitIntoBands(*channel, *history.head);
+        source = history.head;
     }
     WriteSilentFrame(output, channel->frameSamples, PKT_MUTE, 0, 0);
     *frames = 1;
