@@ -160,15 +160,6 @@ TEST_F(Protocol, GoesOnWithAWorkerThatWasStopped) {
     EXPECT_EQ(result, 0);
 }
 
-TEST_F(Protocol, ReportsAWorkerThatNeverAnswersAtInit) {
-    setenv("AIPLC_FAKE_WORKER", "mute", 1);
-    m_adapter = std::make_unique<AiplcAdapter>();
-    EXPECT_EQ(m_adapter->Create(), 0);
-    EXPECT_EQ(m_adapter->Init(), 201);
-    EXPECT_EQ(m_adapter->Delete(), 201);
-    EXPECT_NE(Worker(), 0);
-}
-
 TEST_F(Protocol, AsksALeftOverWorkerToQuitAndLetsAStubbornOneBe) {
     for (const bool stubborn : {false, true}) {
         Start(stubborn ? "stubborn" : "0");

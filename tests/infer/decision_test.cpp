@@ -241,16 +241,6 @@ TEST_F(Decision, LeavesTheGapToTheCodecWhenTheRequestFails) {
     }
 }
 
-TEST_F(Decision, GoesOnWhenABoundedCopyFails) {
-    SetHistory("dLLdd");
-    scripted.answers["CopyBounded 5120"] = {22, 34};
-    EXPECT_EQ(AiPlcAsyncInferJudge(&m_channel), 3);
-    EXPECT_EQ(m_worker.requests, 1);
-    EXPECT_EQ(History(), "diidd");
-    EXPECT_THAT(TakeLog(), ElementsAre("AiplcAsyncProcess: memcpy_s AudioIn failed: err = 22",
-                                       "AiplcAsyncProcess: memcpy_s AudioOut failed: err = 34"));
-}
-
 TEST_F(Decision, WorksWithoutAnAdapterAndWithoutAHistory) {
     m_channel.adapter = nullptr;
     m_channel.inferTimeMs = 3.5F;
