@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 
 #include "log_lines.h"
+#include "platform/platform.h"
 #include "scripted_platform.h"
 
 namespace {
@@ -78,7 +79,7 @@ TEST_F(Channel, WithoutAUsableBlockRefusesToStartAWorker) {
 
 TEST_F(Channel, DoesNotWaitOnAnInvalidHandle) {
     IPC ipc;
-    EXPECT_EQ(ipc.ReceiveEvent(reinterpret_cast<void *>(~uintptr_t{0}), 7), -1);
+    EXPECT_EQ(ipc.ReceiveEvent(aiplc::platform::InvalidHandle(), 7), -1);
     EXPECT_THAT(scripted.calls, IsEmpty());
     EXPECT_EQ(logLines, Lines{"IPC: Invalid handle!\n"});
     scripted.answers["Wait null 7"] = {0, kLate, kBroken, kAbandoned, 3};

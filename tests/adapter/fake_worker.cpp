@@ -25,8 +25,8 @@ bool Misbehaves(std::string_view name) {
 }
 
 void Serve(SharedBlock &block, Handle mutex) {
-    static const Handle started = CreateNamedEvent(kProcessStartedName);
-    static const Handle finish = CreateNamedEvent("FAKE_WORKER_FINISH");
+    static Handle started = CreateNamedEvent(kProcessStartedName);
+    static Handle finish = CreateNamedEvent("FAKE_WORKER_FINISH");
     if (Misbehaves("dies idle")) raise(SIGKILL);
     if (Misbehaves("stops")) raise(SIGSTOP);
     Wait(mutex, kPatienceMs);
@@ -47,12 +47,14 @@ void Serve(SharedBlock &block, Handle mutex) {
 
 int main() {
     JoinAsServer();
-    behaviour = std::getenv("AIPLC_FAKE_WORKER");
+    const char *chosen = std::getenv("AIPLC_FAKE_WORKER");
+    behaviour = chosen != nullptr ? chosen : "0";
     size_t size = 0;
     auto *block = static_cast<SharedBlock *>(MapView(OpenMapping(kSharedMemName), &size));
-    const Handle mutex = CreateNamedMutex(kInferMutexName);
-    const Handle receiver = CreateNamedEvent(kWorkerReceiverName);
-    const Handle answer = CreateNamedEvent(kAdapterReceiverName);
+    if (block == nullptr) return 1;
+    Handle mutex = CreateNamedMutex(kInferMutexName);
+    Handle receiver = CreateNamedEvent(kWorkerReceiverName);
+    Handle answer = CreateNamedEvent(kAdapterReceiverName);
     while (Wait(receiver, kPatienceMs) == kWaitSignalled) {
         switch (block->msgId) {
             case AIPLC_PROCESS:
