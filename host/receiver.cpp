@@ -22,6 +22,7 @@ namespace {
 constexpr int64_t kLookAhead = Receiver::kLookAheadFrames;
 constexpr int64_t kHistory = DecodeTimeline::kSnapshots;
 constexpr int kMaxLateInARow = 25;  // then the sender's clock is taken to have fallen behind
+constexpr int64_t kLongestOpusFrame = 2880;  // 60 ms
 // Packets before the first one, still to be taken when the call starts.
 constexpr int64_t kMaxLeadIn = kLookAhead * kFrameUnits;
 
@@ -218,7 +219,7 @@ std::optional<int64_t> Receiver::Engine::EarliestRecovery() {
         earliest = std::min(earliest.value_or(position), position);
     };
     for (auto &[start, packet] : m_buffer.All()) {
-        if (packet.FecStart() > cursor) break;
+        if (start > cursor + kLongestOpusFrame) break;
         if (!packet.used && packet.usableFrom < cursor) add(packet.usableFrom);
         if (CanRecoverByFec(packet)) {
             packet.fecTried = true;
@@ -233,7 +234,7 @@ std::optional<int64_t> Receiver::Engine::EarliestRecovery() {
 }
 
 bool Receiver::Engine::CanRecoverByFec(const BufferedPacket &packet) const {
-    if (!m_options.useFec || !packet.OffersFec() || packet.fecUsed || packet.fecTried) return false;
+    if (!m_options.useFec || !packet.OffersFec() || packet.used || packet.fecTried) return false;
     const int64_t end = std::min(packet.start, m_timeline.Cursor());
     const bool paused = packet.sequence == m_timeline.LastSequence() + 1;
     for (int64_t position = std::max(packet.FecStart(), OpenFrom()); position < end;) {
