@@ -59,8 +59,8 @@ class DecodeTimeline {
     void Restart();
 
     int64_t NextFrame() const { return m_state.frame; }
-    int64_t Cursor() const { return m_state.cursor; }          // decoded up to here, 48 kHz
-    int64_t AudioEnd() const { return m_state.audioEnd; }      // concealed since here
+    int64_t Cursor() const { return m_state.cursor; }      // decoded up to here, 48 kHz
+    int64_t AudioEnd() const { return m_state.audioEnd; }  // concealed since here
 
     // Nothing was sent between the last decoded packet and this one.
     bool IsNextSent(const BufferedPacket &packet) const {

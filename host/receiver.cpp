@@ -227,7 +227,8 @@ std::optional<int64_t> Receiver::Engine::EarliestRecovery() {
         }
     }
     const BufferedPacket *next = m_buffer.After(cursor - 1);
-    if (next != nullptr && m_timeline.IsNextSent(*next) && m_timeline.AudioEnd() < cursor && cursor > OpenFrom())
+    if (next != nullptr && m_timeline.IsNextSent(*next) && m_timeline.AudioEnd() < cursor &&
+        cursor > OpenFrom())
         add(std::max(m_timeline.AudioEnd(), OpenFrom()));
     return earliest;
 }
