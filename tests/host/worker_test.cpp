@@ -37,7 +37,7 @@ TEST(Worker, FillsPairsOfLostFramesOrLeavesThemToTheCodec) {
 // The sound is turned over at frame 21, so that the prediction made for frame 21 and the packet
 // that comes late for it disagree by twice the amplitude.
 TEST(Worker, APredictionThatIsBeingPlayedIsFadedIntoTheLatePacket) {
-    constexpr size_t kBoundary = 21 * 320;
+    constexpr size_t kBoundary = size_t{21} * 320;
     std::vector<int16_t> pcm(16000);
     const Sender sender({.sampleRate = 16000});
     const size_t turn = kBoundary - static_cast<size_t>(sender.LookAhead());
