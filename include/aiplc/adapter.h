@@ -44,7 +44,8 @@ class AIPLC_EXPORT IPC {
     IPC(const IPC &) = delete;
     IPC &operator=(const IPC &) = delete;
 
-    // Opens or creates the block and the events. 0, or -1 (what was made is kept for the destructor).
+    // Opens or creates the block and the events. 0, or -1 (what was made is kept for the
+    // destructor).
     int Init();
     // Waits for handle at most timeoutMs. 0 signalled, 101 time-out, 104 wait failed, 105 abandoned
     // mutex, -1 invalid handle or any other outcome.

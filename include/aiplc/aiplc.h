@@ -3,8 +3,8 @@
 // libxanu_audiocore_aiplc: packet-loss concealment for Opus speech.
 //
 // A host decodes the Opus packets of a call and calls AiPlcApply once per 20 ms frame. Output runs
-// three frames (60 ms) behind the newest frame. A lost frame is filled by a neural model in a worker
-// process, within the frame, or by the codec's own concealment.
+// three frames (60 ms) behind the newest frame. A lost frame is filled by a neural model in a
+// worker process, within the frame, or by the codec's own concealment.
 //
 // Calling order for a channel, all on one thread:
 //   AiplcRegLog (optional, once per process), AiPlcCreate, AiPlcAsyncInit, write is48K (and
@@ -92,7 +92,8 @@ typedef struct AiPlcPkt {
     uint32_t isOutput;   // 1 once the frame was taken as the frame to play
     uint32_t seqNumber;  // low 16 bits meaningful, arithmetic modulo 65536
     uint32_t bandwidth;  // codec bandwidth code, 1101 = narrowband; 0 = made by the library
-    int16_t bands[AIPLC_BANDS][AIPLC_BAND_SAMPLES];  // 0-8, 8-16, 16-24 kHz; at 16 kHz bands[0] only
+    int16_t bands[AIPLC_BANDS]
+                 [AIPLC_BAND_SAMPLES];  // 0-8, 8-16, 16-24 kHz; at 16 kHz bands[0] only
     uint16_t hasNextPredict;    // 1: the channel's nextPredict holds the frame after this one
     uint16_t inferMode;         // AiPlcInferMode that decided this frame
     uint16_t fusedIntoPredict;  // 1: cross-faded from codec audio into worker audio
@@ -116,9 +117,9 @@ typedef struct AiPlcRingList {
 // State of one concealment channel in a 15200-byte block that the host provides and owns. Rings and
 // adapter belong to the library, from AiPlcAsyncInit to AiPlcAsyncDestroy. One thread at a time.
 typedef struct StAiPlcChannel {
-    int16_t sEnableAIPLC;   // 1 = AI path on; 0 after the worker could not be started
-    uint32_t frameMs;       // 20
-    uint32_t frameSamples;  // 960 after AiPlcAsyncInit; a 16 kHz host writes 320
+    int16_t sEnableAIPLC;         // 1 = AI path on; 0 after the worker could not be started
+    uint32_t frameMs;             // 20
+    uint32_t frameSamples;        // 960 after AiPlcAsyncInit; a 16 kHz host writes 320
     AiPlcRingList *receivedRing;  // 8 nodes: this call's received frames
     AiPlcRingList *outputRing;    // 8 nodes: the head is the frame to play
     AiPlcRingList *inputRing;     // 12 nodes: this call's frames and gap placeholders, newest first
@@ -130,7 +131,8 @@ typedef struct StAiPlcChannel {
     uint32_t is48K;            // written by the host: 1 = 48 kHz, any other value = 16 kHz
     uint16_t predictLimitHit;  // 1 when the last frame hit the prediction limit (120 ms)
     int32_t lastInferMode;     // AiPlcInferMode of the last decision
-    int16_t nextPredict[AIPLC_BAND_SAMPLES];  // worker's prediction of the frame after a burst window
+    int16_t
+        nextPredict[AIPLC_BAND_SAMPLES];  // worker's prediction of the frame after a burst window
     int16_t nextPredict48K[AIPLC_FRAME_SAMPLES_48K];
     float postSynthesisMem[AIPLC_BANK_TAPS];
     float inputAnalysisMem[AIPLC_BANK_TAPS];
@@ -228,13 +230,13 @@ AIPLC_EXPORT int32_t AiPlcInitRingLists(StAiPlcChannel *channel);
 // and only when the worker is late. Returns 0 or -1.
 AIPLC_EXPORT int32_t AiPlcApply(AiPlcHostContext *host, uint32_t userArg, uint16_t stream);
 
-// One step of the pipeline; received is the first of count consecutive received nodes, or null for a
-// lost frame. *frames is set to 1 when output was written. Returns 0 or -1.
+// One step of the pipeline; received is the first of count consecutive received nodes, or null for
+// a lost frame. *frames is set to 1 when output was written. Returns 0 or -1.
 AIPLC_EXPORT int32_t AiPlcProcess(StAiPlcChannel *channel, AiPlcPkt *received, uint16_t count,
                                   AiPlcPkt *output, uint16_t *frames);
 
-// Conditions the newest codec frame (bank at 48 kHz, low-pass for narrowband); with advance non-zero
-// the head of receivedRing is first taken over as the newest codec frame.
+// Conditions the newest codec frame (bank at 48 kHz, low-pass for narrowband); with advance
+// non-zero the head of receivedRing is first taken over as the newest codec frame.
 AIPLC_EXPORT void AiPlcMaintainOpusBuff(StAiPlcChannel *channel, uint32_t advance);
 
 // 1 when the output frame and the five before it were all predicted or lost (120 ms), else 0.
@@ -264,7 +266,8 @@ AIPLC_EXPORT AiPlcPkt *AiPlcCreatePktSn(const int16_t *pcm, uint32_t byteCount, 
 AIPLC_EXPORT int32_t AiPlcCopyPkt(AiPlcPkt *destination, const AiPlcPkt *source);
 AIPLC_EXPORT int32_t AiPlcDestroyPkt(AiPlcPkt *node);
 
-// A ring of count silent 960-sample nodes, freed with AiPlcDestroyRingList; null for 0 or no memory.
+// A ring of count silent 960-sample nodes, freed with AiPlcDestroyRingList; null for 0 or no
+// memory.
 AIPLC_EXPORT AiPlcRingList *AiPlcInitRingList(uint16_t count);
 AIPLC_EXPORT int32_t AiPlcDestroyRingList(AiPlcRingList *ring);
 
@@ -276,8 +279,8 @@ AIPLC_EXPORT int32_t AiPlcCheckHisBuffStatus(StAiPlcChannel *channel);
 // Advances the history by one lost frame.
 AIPLC_EXPORT void AiPlcMaintainBuff(StAiPlcChannel *channel);
 
-// Writes count received frames, newest first, with placeholders for missing numbers, into inputRing;
-// returns the nodes written.
+// Writes count received frames, newest first, with placeholders for missing numbers, into
+// inputRing; returns the nodes written.
 AIPLC_EXPORT int32_t AiPlcUpdateInputBuff(StAiPlcChannel *channel, AiPlcPkt *received,
                                           uint16_t count);
 

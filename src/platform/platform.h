@@ -3,9 +3,9 @@
 // The seam to the operating system. Nothing above knows an operating system; tests replace this
 // translation unit at link time with a scripted one.
 //
-// Named objects live in a namespace that is private to the user (see posix/namespace.h): two handles
-// of one name are one object, whoever comes first creates it, and it vanishes with its last handle,
-// also when the holder was killed. Names are plain: letters, digits, underscore, dot.
+// Named objects live in a namespace that is private to the user (see posix/namespace.h): two
+// handles of one name are one object, whoever comes first creates it, and it vanishes with its last
+// handle, also when the holder was killed. Names are plain: letters, digits, underscore, dot.
 
 #ifndef AIPLC_PLATFORM_H
 #define AIPLC_PLATFORM_H
@@ -19,13 +19,17 @@ namespace aiplc::platform {
 using Handle = void *;
 
 // Failed creation yields null; kInvalidHandle is never a usable handle either.
-inline Handle InvalidHandle() { return reinterpret_cast<Handle>(~std::uintptr_t{0}); }
+inline Handle InvalidHandle() {
+    return reinterpret_cast<Handle>(~std::uintptr_t{0});
+}
 
 // Outcomes of Wait.
 inline constexpr uint32_t kWaitSignalled = 0;
 inline constexpr uint32_t kWaitAbandoned = 128;  // a mutex whose owner died; the caller now owns it
 inline constexpr uint32_t kWaitTimeout = 258;
 inline constexpr uint32_t kWaitFailed = 0xFFFFFFFF;
+// Time-out that never comes.
+inline constexpr uint32_t kWaitForever = 0xFFFFFFFF;
 
 #if defined(_WIN32)
 inline constexpr char kPathSeparator = '\\';
@@ -33,7 +37,8 @@ inline constexpr char kPathSeparator = '\\';
 inline constexpr char kPathSeparator = '/';
 #endif
 
-// The calling thread's last error of this interface (errno values on POSIX).
+// The calling thread's last error of this interface (errno values on POSIX); a wait that timed out
+// sets it too, a success leaves it.
 uint32_t LastError();
 
 // ---- Shared memory ----
@@ -58,8 +63,10 @@ Handle CreateNamedMutex(const char *name);
 // False when the calling thread does not own it.
 bool ReleaseMutex(Handle mutex);
 
-// Waits for an event (and consumes its signal) or a mutex (and owns it). 0 ms never blocks.
+// Waits for an event (and consumes its signal) or a mutex (and owns it). 0 ms never blocks. The
+// handle must stay open meanwhile.
 uint32_t Wait(Handle handle, uint32_t timeoutMs);
+// Closing this process's last handle to a mutex releases what the calling thread owns of it.
 bool CloseHandle(Handle handle);
 
 // ---- Processes ----

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#ifndef AIPLC_POSIX_DEADLINE_H
+#define AIPLC_POSIX_DEADLINE_H
+
+#include <cstdint>
+#include <ctime>
+
+namespace aiplc::platform {
+
+inline constexpr long kNanosecondsPerSecond = 1'000'000'000;
+
+// The point of CLOCK_MONOTONIC that lies so many milliseconds ahead.
+inline timespec DeadlineAfter(uint32_t milliseconds) {
+    timespec deadline{};
+    clock_gettime(CLOCK_MONOTONIC, &deadline);
+    deadline.tv_sec += static_cast<time_t>(milliseconds / 1000);
+    deadline.tv_nsec += static_cast<long>(milliseconds % 1000) * 1'000'000;
+    if (deadline.tv_nsec >= kNanosecondsPerSecond) {
+        deadline.tv_nsec -= kNanosecondsPerSecond;
+        ++deadline.tv_sec;
+    }
+    return deadline;
+}
+
+}  // namespace aiplc::platform
+
+#endif

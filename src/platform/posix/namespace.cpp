@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#include "platform/posix/namespace.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace aiplc::platform {
+
+namespace {
+
+constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+constexpr mode_t kPrivateMode = 0700;
+constexpr mode_t kPermissions = 0777;
+// A directory that vanishes between being opened and being locked is made anew; an end to that
+// shows only on a file system whose inode numbers do not last.
+constexpr int kMaxAttempts = 1000;
+
+bool IsValidName(std::string_view name) {
+    const auto isAllowed = [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+               c == '.' || c == '_' || c == '-';
+    };
+    return !name.empty() && name.size() < kNameBytes && name.front() != '.' &&
+           std::all_of(name.begin(), name.end(), isAllowed);
+}
+
+// The user's runtime directory, or a closed descriptor when there is none to be trusted.
+Descriptor OpenRuntimeDirectory() {
+    const char *path = std::getenv("XDG_RUNTIME_DIR");
+    if (path == nullptr || path[0] != '/') return Descriptor();
+    Descriptor directory(open(path, kDirectoryFlags));
+    struct stat status {};
+    if (!directory.IsOpen() || fstat(directory.Get(), &status) != 0 || status.st_uid != geteuid() ||
+        (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        return Descriptor();
+    }
+    return directory;
+}
+
+Descriptor OpenPrivateDirectory(const Descriptor &parent, const char *name, Absent absent,
+                                struct stat *status) {
+    if (absent == Absent::create && mkdirat(parent.Get(), name, kPrivateMode) != 0 &&
+        errno != EEXIST) {
+        return Descriptor();
+    }
+    Descriptor directory(openat(parent.Get(), name, kDirectoryFlags));
+    if (!directory.IsOpen()) {
+        if (errno == ELOOP) errno = ENOTDIR;
+        return Descriptor();
+    }
+    if (fstat(directory.Get(), status) != 0) return Descriptor();
+    if (status->st_uid != geteuid() || (status->st_mode & kPermissions) != kPrivateMode) {
+        errno = EPERM;
+        return Descriptor();
+    }
+    return directory;
+}
+
+Descriptor OpenBase(Absent absent) {
+    struct stat status {};
+    const Descriptor runtime = OpenRuntimeDirectory();
+    if (runtime.IsOpen()) return OpenPrivateDirectory(runtime, "aiplc", absent, &status);
+
+    const Descriptor shared(open("/dev/shm", kDirectoryFlags));
+    if (!shared.IsOpen()) return Descriptor();
+    char name[32];
+    (void)std::snprintf(name, sizeof name, "aiplc-%lu", static_cast<unsigned long>(geteuid()));
+    return OpenPrivateDirectory(shared, name, absent, &status);
+}
+
+}  // namespace
+
+std::string_view NamespaceName(const char *variable) {
+    return variable == nullptr || variable[0] == '\0' ? "default" : variable;
+}
+
+bool Namespace::Open(Absent absent) {
+    const std::string_view name = NamespaceName(std::getenv(kNamespaceVariable));
+    if (!IsValidName(name)) {
+        errno = EINVAL;
+        return false;
+    }
+    std::memcpy(m_name, name.data(), name.size());
+    m_name[name.size()] = '\0';
+
+    for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
+        m_base = OpenBase(absent);
+        if (!m_base.IsOpen()) return false;
+        m_directory = OpenPrivateDirectory(m_base, m_name, absent, &m_status);
+        if (!m_directory.IsOpen()) {
+            if (absent == Absent::create && errno == ENOENT) continue;
+            return false;
+        }
+        if (!Lock()) return false;
+        struct stat named {};
+        if (fstatat(m_base.Get(), m_name, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+            IsSameFile(named, m_status)) {
+            return true;
+        }
+    }
+    errno = EAGAIN;
+    return false;
+}
+
+void Namespace::Unlink(const char *entry, const Descriptor &file) const {
+    struct stat named {};
+    struct stat held {};
+    if (fstatat(Directory(), entry, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+        fstat(file.Get(), &held) == 0 && IsSameFile(named, held)) {
+        unlinkat(Directory(), entry, 0);
+    }
+}
+
+void Namespace::RemoveStale() const {
+    const int listed = openat(Directory(), ".", kDirectoryFlags);
+    if (listed < 0) return;
+    DIR *entries = fdopendir(listed);
+    if (entries == nullptr) {
+        close(listed);
+        return;
+    }
+    while (const dirent *entry = readdir(entries)) {
+        if (entry->d_type != DT_REG && entry->d_type != DT_UNKNOWN) continue;
+        const Descriptor file(
+            openat(Directory(), entry->d_name, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+        if (file.IsOpen() && LockFile(file, LOCK_EX | LOCK_NB)) Unlink(entry->d_name, file);
+    }
+    closedir(entries);
+}
+
+void Namespace::RemoveIfEmpty() const {
+    const int error = errno;
+    unlinkat(m_base.Get(), m_name, AT_REMOVEDIR);
+    errno = error;
+}
+
+}  // namespace aiplc::platform

@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: BSD-2-Clause
+//
+// A namespace is a directory that holds one file per named object. It lies below
+// $XDG_RUNTIME_DIR/aiplc, or below /dev/shm/aiplc-UID where there is no runtime directory of ours,
+// and is called after the environment variable AIPLC_NAMESPACE ("default" when unset or empty:
+// 1 to 64 letters, digits, '.', '_' and '-', no leading dot). Both levels have the mode 0700,
+// belong to the effective user and are no symbolic links, or nothing below them is touched.
+//
+// The directory is made with its first object and removed with its last. Whoever looks at its
+// entries, adds or removes one holds the directory's exclusive lock.
+
+#ifndef AIPLC_POSIX_NAMESPACE_H
+#define AIPLC_POSIX_NAMESPACE_H
+
+#include <cstddef>
+#include <string_view>
+
+#include "platform/posix/descriptor.h"
+
+namespace aiplc::platform {
+
+inline constexpr char kNamespaceVariable[] = "AIPLC_NAMESPACE";
+inline constexpr size_t kNameBytes = 64 + 1;
+
+// What to do about an absent directory or object.
+enum class Absent { fail, create };
+
+// Name of the namespace that the text of the environment variable (null when unset) asks for.
+std::string_view NamespaceName(const char *variable);
+
+class Namespace {
+  public:
+    // Opens the environment's namespace and locks it; the lock lasts until Unlock or destruction.
+    // False with errno: ENOENT absent, EINVAL bad name, EPERM wrong owner or mode, ENOTDIR.
+    bool Open(Absent absent);
+
+    bool Lock() { return LockFile(m_directory, LOCK_EX); }
+    void Unlock() { LockFile(m_directory, LOCK_UN); }
+
+    int Directory() const { return m_directory.Get(); }
+    bool IsSame(const Namespace &other) const { return IsSameFile(m_status, other.m_status); }
+    // Removes the entry if it is this very file. For the holder of the lock, as the two below.
+    void Unlink(const char *entry, const Descriptor &file) const;
+    // Removes what killed processes have left: entries on which nobody holds a lock.
+    void RemoveStale() const;
+    void RemoveIfEmpty() const;
+
+  private:
+    Descriptor m_base;
+    Descriptor m_directory;
+    struct stat m_status {};  // of the directory
+    char m_name[kNameBytes] = {};
+};
+
+}  // namespace aiplc::platform
+
+#endif
