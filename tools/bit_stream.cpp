@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "failure.h"
+#include "host/opus_packet.h"
 
 namespace aiplc::tools {
 namespace {
@@ -29,7 +30,7 @@ std::string Where(size_t packet, uint64_t offset) {
 bool LooksLikeBitStream(std::span<const uint8_t> head, uint64_t fileSize) {
     if (head.size() < kHeaderBytes) return false;
     const uint32_t length = BigEndian32(head.data());
-    if (length > kMaxOpusPacketBytes) return false;
+    if (length > host::kMaxOpusPacketBytes) return false;
     if (length == 0) {
         // A lost packet has no range either; all-zero files are something else.
         return std::any_of(head.begin(), head.end(), [](uint8_t byte) { return byte != 0; }) &&
@@ -54,14 +55,14 @@ OpusCall ReadBitStream(InputFile &input) {
         if (got == 0) break;
         const std::string where = Where(call.packets.size() + 1, offset);
         if (got < kHeaderBytes) {
-            throw Failure(input.Name(), "truncated in the header of " + where +
-                                            "; give the whole bit stream");
+            throw Failure(input.Name(),
+                          "truncated in the header of " + where + "; give the whole bit stream");
         }
         const uint32_t length = BigEndian32(header.data());
-        if (length > kMaxOpusPacketBytes) {
+        if (length > host::kMaxOpusPacketBytes) {
             throw Failure(input.Name(), where + " claims " + std::to_string(length) +
                                             " bytes; an Opus packet has at most " +
-                                            std::to_string(kMaxOpusPacketBytes));
+                                            std::to_string(host::kMaxOpusPacketBytes));
         }
         payload.resize(length);
         if (input.Read(payload) < length) {
@@ -70,8 +71,9 @@ OpusCall ReadBitStream(InputFile &input) {
         if (length > 0) {
             samples = OpusPacketSamples(payload);
             if (samples == 0) {
-                throw Failure(input.Name(), where + " is no Opus packet; give a bit stream as "
-                                                    "opus_demo -e writes it");
+                throw Failure(input.Name(), where +
+                                                " is no Opus packet; give a bit stream as "
+                                                "opus_demo -e writes it");
             }
             anySound = true;
         }
@@ -79,6 +81,7 @@ OpusCall ReadBitStream(InputFile &input) {
         offset += kHeaderBytes + length;
     }
     if (!anySound) throw Failure(input.Name(), "holds no packet that was received");
+    call.samples = call.span;
     return call;
 }
 

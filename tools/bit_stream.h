@@ -16,7 +16,8 @@ namespace aiplc::tools {
 bool LooksLikeBitStream(std::span<const uint8_t> head, uint64_t fileSize);
 
 // Reads the bit stream that libopus' opus_demo writes: per packet a big-endian 32-bit length, the
-// encoder's final range (32 bits, not used) and the payload; length 0 = lost packet. Throws Failure.
+// encoder's final range (32 bits, not used) and the payload; length 0 = lost packet. Throws
+// Failure.
 OpusCall ReadBitStream(InputFile &input);
 
 }  // namespace aiplc::tools

@@ -18,7 +18,8 @@ constexpr double kQuietestSpeechPower = 10.0;  // squared steps (-80 dBFS): belo
 
 double MeanPower(std::span<const int16_t> frame) {
     double sum = 0.0;
-    for (const int16_t sample : frame) sum += static_cast<double>(sample) * sample;
+    for (const int16_t sample : frame)
+        sum += static_cast<double>(sample) * sample;
     return frame.empty() ? 0.0 : sum / static_cast<double>(frame.size());
 }
 
@@ -47,7 +48,8 @@ void LogSpectralDistance::PowerSpectrum(std::span<const int16_t> frame,
                                         std::vector<double> &power) {
     std::fill(m_time.begin(), m_time.end(), 0.0F);
     const size_t used = std::min(frame.size(), m_window.size());
-    for (size_t i = 0; i < used; ++i) m_time[i] = m_window[i] * static_cast<float>(frame[i]);
+    for (size_t i = 0; i < used; ++i)
+        m_time[i] = m_window[i] * static_cast<float>(frame[i]);
     std::vector<kiss_fft_cpx> bins(m_fftSize / 2 + 1);
     kiss_fftr(m_fft.get(), m_time.data(), bins.data());
     power.resize(bins.size());

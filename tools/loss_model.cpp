@@ -93,7 +93,8 @@ LossTrace LossTrace::Load(const std::string &fileName) {
     while (file.read(block, sizeof block), file.gcount() > 0) {
         text.append(block, static_cast<size_t>(file.gcount()));
         if (text.size() > kMaxTraceBytes) {
-            throw Failure(fileName, "longer than 64 MiB; a loss trace repeats, a short one will do");
+            throw Failure(fileName,
+                          "longer than 64 MiB; a loss trace repeats, a short one will do");
         }
     }
     return {text, fileName};

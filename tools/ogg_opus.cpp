@@ -56,8 +56,7 @@ class PageReader {
         m_read += got;
         if (got == 0 && m_read > m_offset) {
             throw Failure(m_input.Name(), "truncated in the Ogg page at byte " +
-                                              std::to_string(m_offset) +
-                                              "; give the whole file");
+                                              std::to_string(m_offset) + "; give the whole file");
         }
         return got > 0;
     }
@@ -95,12 +94,13 @@ class OpusStream {
         ogg_packet packet;
         int result = 0;
         while ((result = ogg_stream_packetout(&m_stream, &packet)) != 0) {
-            if (result < 0) throw Failure(m_file, "a page is missing; give an intact Ogg Opus file");
+            if (result < 0)
+                throw Failure(m_file, "a page is missing; give an intact Ogg Opus file");
             TakePacket(packet);
         }
         if (ogg_page_granulepos(page) >= 0 && !m_call.packets.empty()) {
             m_lastGranule = ogg_page_granulepos(page);
-            if (firstAudioPage) m_firstGranule = m_lastGranule - m_call.samples;
+            if (firstAudioPage) m_firstGranule = m_lastGranule - m_call.span;
         }
         if (ogg_page_eos(page) != 0) m_ended = true;
     }
@@ -109,7 +109,7 @@ class OpusStream {
         if (m_state != State::audio || !m_anySound) {
             throw Failure(m_file, "holds no Opus audio; give a file with at least one packet");
         }
-        int64_t samples = m_call.samples;
+        int64_t samples = m_call.span;
         // Only the last page of a finished stream may end before its packets do (RFC 7845, 4.4).
         if (m_ended && m_lastGranule >= 0) {
             samples = std::min(samples, m_lastGranule - std::max<int64_t>(m_firstGranule, 0));
@@ -154,12 +154,13 @@ class OpusStream {
                                       " is not known; versions 0 to 15 are");
         }
         if (head[9] < 1 || head[9] > 2 || head[18] > 1) {
-            throw Failure(m_file, "has " + std::to_string(head[9]) + " channels in mapping family " +
-                                      std::to_string(head[18]) +
+            throw Failure(m_file, "has " + std::to_string(head[9]) +
+                                      " channels in mapping family " + std::to_string(head[18]) +
                                       "; a call is one Opus stream, mono or stereo");
         }
-        m_call.delaySamples = static_cast<uint32_t>(head[10] | (head[11] << 8));
-        m_call.outputGainQ8 = static_cast<int16_t>(static_cast<uint16_t>(head[16] | (head[17] << 8)));
+        m_call.delaySamples = head[10] | (head[11] << 8);
+        m_call.outputGainQ8 =
+            static_cast<int16_t>(static_cast<uint16_t>(head[16] | (head[17] << 8)));
     }
 
     void TakeAudio(std::span<const uint8_t> payload) {
@@ -192,7 +193,8 @@ OpusCall ReadOggOpus(InputFile &input) {
     PageReader pages(input);
     OpusStream stream(input);
     ogg_page page;
-    while (pages.Next(&page)) stream.Take(&page);
+    while (pages.Next(&page))
+        stream.Take(&page);
     return stream.Finish();
 }
 

@@ -3,7 +3,6 @@
 #ifndef AIPLC_TOOLS_OPUS_CALL_H
 #define AIPLC_TOOLS_OPUS_CALL_H
 
-#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -12,9 +11,6 @@
 namespace aiplc::tools {
 
 constexpr int kOpusClock = 48000;  // Hz: RTP timestamps, Ogg positions, whatever the audio's rate
-
-// 48 frames of 1275 bytes with their lengths: no longer Opus packet holds sound (RFC 6716, 3.4).
-constexpr size_t kMaxOpusPacketBytes = 61298;
 
 // The longest call: what a 48 kHz WAV file of 4 GiB holds.
 constexpr int64_t kMaxCallSeconds = 12 * 3600;
@@ -29,23 +25,25 @@ struct CallPacket {
 // The packets of a call, in the order in which they reach the receiver.
 struct OpusCall {
     std::vector<CallPacket> packets;
-    int64_t samples = 0;        // length of the audio that counts, 48 kHz samples
-    uint32_t delaySamples = 0;  // audio before that, 48 kHz samples: encoder delay, Ogg pre-skip
-    int outputGainQ8 = 0;       // dB / 256, asked for by an Ogg header
+    // All in 48 kHz samples: the packets last span; behind a delay of delaySamples (the encoder's
+    // look-ahead, an Ogg file's pre-skip) samples of them are the audio that counts.
+    int64_t span = 0;
+    int64_t delaySamples = 0;
+    int64_t samples = 0;
+    int outputGainQ8 = 0;          // dB / 256, asked for by an Ogg header
     bool hasArrivalTimes = false;  // captured: arrivalUs is what the network did
-    uint64_t ignored = 0;          // packets of the stream that are no Opus
 };
 
 // Duration in 48 kHz samples; 0 when this is no Opus packet (RFC 6716, section 3).
 uint32_t OpusPacketSamples(std::span<const uint8_t> payload);
 
-// Puts one more packet behind the others, sent without pause. samples: its duration. Throws Failure
-// naming file when the call becomes too long.
+// Puts one more packet behind the others, sent without pause, and lengthens span by it. samples:
+// its duration. Throws Failure naming file when the call becomes too long.
 void AppendPacket(OpusCall &call, std::span<const uint8_t> payload, uint32_t samples,
                   const std::string &file);
 
 // Widest audio bandwidth (OPUS_BANDWIDTH_...) of any packet; 0 when there is none.
-int WidestBandwidth(const OpusCall &call);
+uint32_t WidestBandwidth(const OpusCall &call);
 
 }  // namespace aiplc::tools
 

@@ -10,8 +10,8 @@ namespace aiplc::tools {
 class InputFile;
 
 // A file that appears whole or not at all: written to a temporary file beside the target, which
-// Commit renames. What is no plain file ("-" = standard output, a device, a pipe) gets a copy of the
-// finished contents instead.
+// Commit renames. What is no plain file ("-" = standard output, a device, a pipe) gets a copy of
+// the finished contents instead.
 //
 // State: open -> Commit -> done; destroyed without Commit, nothing remains.
 class OutputFile {
