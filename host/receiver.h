@@ -6,9 +6,9 @@
 #include <cstdint>
 #include <memory>
 
-#include "output_frame.h"
-#include "rtp_packet.h"
-#include "statistics.h"
+#include "host/output_frame.h"
+#include "host/rtp_packet.h"
+#include "host/statistics.h"
 
 namespace aiplc::host {
 

@@ -8,7 +8,7 @@
 #include <span>
 #include <vector>
 
-#include "rtp_packet.h"
+#include "host/rtp_packet.h"
 
 struct OpusEncoder;
 

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "output_frame.h"
+#include "host/output_frame.h"
 
 namespace aiplc::host {
 
