@@ -1,0 +1,150 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#include "autoregressive.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace aiplc::worker {
+
+namespace {
+
+// Samples of one side that tell its model without help, and how many the other side helps with.
+constexpr size_t kEnoughSamples = 640;
+constexpr size_t kHelpSamples = 640;
+constexpr size_t kSamplesPerCoefficient = 3;
+
+// A hole with one open end falls to kFadedGain in 60 ms, the longest such hole that is heard.
+constexpr size_t kFadeOutSamples = 960;
+constexpr float kFadedGain = 0.25F;
+
+// The extrapolation is held to the power of the loudest 5 ms of the last 40 ms, and every sample to
+// twice the peak there while the model runs.
+constexpr size_t kPowerBlock = 80;
+constexpr size_t kRecentSamples = 640;
+constexpr float kPeakMargin = 2.0F;
+
+// From 1 to 0 over the range.
+float RaisedCosine(size_t at, size_t count) {
+    const float phase = (static_cast<float>(at) + 0.5F) / static_cast<float>(count);
+    return 0.5F + 0.5F * std::cos(std::numbers::pi_v<float> * phase);
+}
+
+float FadeOutGain(size_t at) {
+    const float fading = at < kFadeOutSamples ? RaisedCosine(at, kFadeOutSamples) : 0.0F;
+    return kFadedGain + (1.0F - kFadedGain) * fading;
+}
+
+float Power(std::span<const float> samples) {
+    return InnerProduct(samples.data(), samples.data(), samples.size());
+}
+
+float Peak(std::span<const float> samples) {
+    float peak = 0;
+    for (const float s : samples)
+        peak = std::max(peak, std::abs(s));
+    return peak;
+}
+
+void LimitPower(std::span<const float> recent, std::span<float> made) {
+    float bound = 0;
+    for (size_t at = 0; at + kPowerBlock <= recent.size(); at += kPowerBlock)
+        bound = std::max(bound, Power(recent.subspan(at, kPowerBlock)));
+    float gain = 1;
+    for (size_t at = 0; at < made.size(); at += kPowerBlock) {
+        const auto block = made.subspan(at, std::min(kPowerBlock, made.size() - at));
+        const float power = Power(block);
+        const float target = power > bound ? std::sqrt(bound / power) : 1.0F;
+        const float step = (target - gain) / static_cast<float>(block.size());
+        for (float &s : block) {
+            gain += step;
+            s *= gain;
+        }
+        gain = target;
+    }
+}
+
+int16_t ToSample(float value) {
+    return static_cast<int16_t>(std::lrint(std::clamp(value, -32768.0F, 32767.0F)));
+}
+
+}  // namespace
+
+void Autoregressive::Predict(std::span<const int16_t, kWindowSamples> window,
+                             std::span<int16_t, kWindowSamples> out) noexcept {
+    std::copy(window.begin(), window.end(), out.begin());
+    std::copy(window.begin(), window.end(), m_signal.begin());
+    std::array<Hole, kMaxHoles> holes;
+    const size_t count = FindHoles(window, holes);
+    for (size_t h = 0; h < count; ++h) {
+        const Hole &hole = holes[h];
+        const size_t futureEnd = h + 1 < count ? holes[h + 1].begin : kWindowSamples;
+        if (hole.begin == 0 && hole.end == kWindowSamples) return;
+        Fill(hole, futureEnd);
+        const size_t changedEnd = std::min(hole.end + kJoinSamples, futureEnd);
+        std::transform(m_signal.begin() + static_cast<std::ptrdiff_t>(hole.begin),
+                       m_signal.begin() + static_cast<std::ptrdiff_t>(changedEnd),
+                       out.begin() + static_cast<std::ptrdiff_t>(hole.begin), ToSample);
+    }
+}
+
+// Everything before the hole is known by now; what lies between it and futureEnd was received.
+void Autoregressive::Fill(const Hole &hole, size_t futureEnd) noexcept {
+    const std::span<float> signal(m_signal);
+    const size_t gap = hole.end - hole.begin;
+    const size_t pastSize = std::min(hole.begin, Burg::kMaxSegment);
+    const size_t futureSize = std::min(futureEnd - hole.end, Burg::kMaxSegment);
+    const auto past = signal.subspan(hole.begin - pastSize, pastSize);
+    const auto received = signal.subspan(hole.end, futureSize);
+    const auto future = std::span(m_reversed).first(futureSize);
+    std::reverse_copy(received.begin(), received.end(), future.begin());
+
+    if (future.empty()) {
+        const auto forward = Extrapolate(past, future, gap, m_forward);
+        for (size_t i = 0; i < gap; ++i)
+            signal[hole.begin + i] = forward[i] * FadeOutGain(i);
+        return;
+    }
+    const auto backward = Extrapolate(future, past, gap, m_backward);
+    if (past.empty()) {
+        for (size_t i = 0; i < gap; ++i)
+            signal[hole.end - 1 - i] = backward[i] * FadeOutGain(i);
+        return;
+    }
+    // One fade over the hole and the join, in which the received samples carry the backward
+    // extrapolation on: the output has no step at the end of the hole.
+    const size_t faded = gap + kJoinSamples;
+    const auto forward = Extrapolate(past, future, faded, m_forward);
+    for (size_t i = 0; i < faded; ++i) {
+        float &s = signal[hole.begin + i];
+        const float from = i < gap ? backward[gap - 1 - i] : s;
+        s = from + (forward[i] - from) * RaisedCosine(i, faded);
+    }
+}
+
+// Continues the near samples, which end at the hole, into it. The far samples lie on the other side
+// and end at the hole in their own direction of time.
+std::span<float> Autoregressive::Extrapolate(std::span<const float> near,
+                                             std::span<const float> far, size_t count,
+                                             Line &line) noexcept {
+    const size_t helpSize = near.size() < kEnoughSamples ? std::min(far.size(), kHelpSamples) : 0;
+    const auto help = far.last(helpSize);
+    const size_t order =
+        std::min({Burg::kMaxOrder, near.size(), (near.size() + helpSize) / kSamplesPerCoefficient});
+    const auto predictor = std::span(m_predictor).first(order);
+    m_burg.Fit(near, help, predictor);
+
+    const auto recent = near.last(std::min(near.size(), kRecentSamples));
+    const float limit = kPeakMargin * Peak(recent);
+    std::copy_n(near.end() - static_cast<std::ptrdiff_t>(order), order, line.begin());
+    const auto made = std::span(line).subspan(order, count);
+    for (size_t i = 0; i < count; ++i) {
+        const float next = InnerProduct(line.data() + i, predictor.data(), order);
+        made[i] = std::clamp(next, -limit, limit);
+    }
+    LimitPower(recent, made);
+    return made;
+}
+
+}  // namespace aiplc::worker

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: BSD-2-Clause
+//
+// Fills holes by extrapolating the audio before them forwards and the audio after them backwards
+// with autoregressive models, and fading one into the other (extrapolation from both sides: I.
+// Kauppinen and K. Roth, "Audio signal extrapolation - theory and applications", DAFx 2002).
+
+#ifndef AIPLC_WORKER_AUTOREGRESSIVE_H
+#define AIPLC_WORKER_AUTOREGRESSIVE_H
+
+#include <array>
+
+#include "burg.h"
+#include "holes.h"
+#include "predictor.h"
+
+namespace aiplc::worker {
+
+// The oldest hole is filled first and counts as known for the later ones. A hole that reaches the
+// end or the start of the window is filled from its one side and fades. A window without received
+// audio stays silent.
+class Autoregressive : public Predictor {
+  public:
+    // Received samples after a hole that take part in the fade; all other received samples come
+    // back as they were.
+    static constexpr size_t kJoinSamples = 64;
+
+    void Predict(std::span<const int16_t, kWindowSamples> window,
+                 std::span<int16_t, kWindowSamples> out) noexcept override;
+
+  private:
+    // The samples a model predicts from, followed by those it made.
+    using Line = std::array<float, Burg::kMaxOrder + kWindowSamples + kJoinSamples>;
+
+    void Fill(const Hole &hole, size_t futureEnd) noexcept;
+    std::span<float> Extrapolate(std::span<const float> near, std::span<const float> far,
+                                 size_t count, Line &line) noexcept;
+
+    Burg m_burg;
+    std::array<float, Burg::kMaxOrder> m_predictor;
+    std::array<float, kWindowSamples> m_signal;       // the window, holes filled so far
+    std::array<float, Burg::kMaxSegment> m_reversed;  // the samples after the hole
+    Line m_forward;
+    Line m_backward;
+};
+
+}  // namespace aiplc::worker
+
+#endif

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: BSD-2-Clause
+//
+// What the worker asks of a model.
+
+#ifndef AIPLC_WORKER_PREDICTOR_H
+#define AIPLC_WORKER_PREDICTOR_H
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace aiplc::worker {
+
+inline constexpr size_t kFrameSamples = 320;  // 20 ms at 16 kHz
+inline constexpr size_t kWindowFrames = 8;
+inline constexpr size_t kWindowSamples = kFrameSamples * kWindowFrames;
+
+// Fills the missing frames of a window: eight frames of 16 kHz audio, oldest first, in and out. A
+// missing frame is all zero. The output depends on the window alone, not on earlier calls. Predict
+// allocates nothing and runs on one thread at a time.
+class Predictor {
+  public:
+    Predictor() = default;
+    Predictor(const Predictor &) = delete;
+    Predictor &operator=(const Predictor &) = delete;
+    virtual ~Predictor() = default;
+
+    virtual void Predict(std::span<const int16_t, kWindowSamples> window,
+                         std::span<int16_t, kWindowSamples> out) noexcept = 0;
+};
+
+}  // namespace aiplc::worker
+
+#endif

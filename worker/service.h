@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: BSD-2-Clause
+//
+// The worker's side of the protocol over the named objects.
+
+#ifndef AIPLC_WORKER_SERVICE_H
+#define AIPLC_WORKER_SERVICE_H
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include "adapter/protocol.h"
+#include "platform/platform.h"
+#include "predictor.h"
+
+namespace aiplc::worker {
+
+struct HandleCloser {
+    void operator()(void *handle) const { platform::CloseHandle(handle); }
+};
+using UniqueHandle = std::unique_ptr<void, HandleCloser>;
+
+struct ViewCloser {
+    void operator()(protocol::SharedBlock *block) const { platform::UnmapView(block); }
+};
+
+// Open, then Run, both on one thread, which from then on owns the mutex whenever the worker does.
+class Service {
+  public:
+    explicit Service(Predictor &predictor);
+
+    // Opens or creates the named objects. On failure says on stderr what is wrong, returns false.
+    bool Open();
+
+    // Serves until a message asks to quit, or until the last host that used the namespace is gone
+    // (0), or until the objects fail (1). Before any host came it waits for one.
+    int Run();
+
+  private:
+    // Set by the thread that watches the hosts, which may outlive the service.
+    struct HostWatch {
+        UniqueHandle workerReceiver;  // wakes Run
+        std::atomic<bool> hostsGone = false;
+    };
+
+    uint32_t Message() const;
+    void StartHostWatch();
+    bool TakeMutex(uint32_t message);
+    void MakeReady();
+    void ServeRequest();
+
+    Predictor &m_predictor;
+    UniqueHandle m_mapping;
+    std::unique_ptr<protocol::SharedBlock, ViewCloser> m_block;
+    std::shared_ptr<HostWatch> m_watch;
+    UniqueHandle m_adapterReceiver;
+    UniqueHandle m_processStarted;
+    UniqueHandle m_inputReady;
+    UniqueHandle m_mutex;
+    bool m_watching = false;
+
+    // Private copies: the library may write a new request while one is served past its time.
+    std::array<int16_t, kWindowSamples> m_in{};
+    std::array<int16_t, kWindowSamples> m_out{};
+};
+
+}  // namespace aiplc::worker
+
+#endif
