@@ -69,10 +69,10 @@ host::SenderOptions SenderOptionsOf(const ConcealOptions &options, int sampleRat
     const EncodingOptions &encoding = options.encoding;
     host::SenderOptions sender;
     sender.sampleRate = static_cast<uint32_t>(sampleRate);
-    sender.bitrate = encoding.bitrate.value_or(24000);
-    sender.packetMs = encoding.frameMs.value_or(20);
-    sender.complexity = encoding.complexity.value_or(10);
-    sender.maxBandwidth = OpusBandwidth(encoding.bandwidth.value_or("auto"));
+    sender.bitrate = *encoding.bitrate;
+    sender.packetMs = *encoding.frameMs;
+    sender.complexity = *encoding.complexity;
+    sender.maxBandwidth = OpusBandwidth(*encoding.bandwidth);
     sender.dtx = encoding.dtx;
     sender.fec = encoding.fec;
     sender.expectedLossPercent = encoding.fec ? ExpectedLoss(options.loss) : 0;
@@ -81,7 +81,7 @@ host::SenderOptions SenderOptionsOf(const ConcealOptions &options, int sampleRat
 
 // The rate that loses nothing of the input, unless the user says otherwise.
 int RateOfSpeech(const ConcealOptions &options, int audioRate) {
-    const std::string bandwidth = options.encoding.bandwidth.value_or("auto");
+    const std::string &bandwidth = *options.encoding.bandwidth;
     const bool superWide = bandwidth == "swb" || bandwidth == "fb";
     if (options.sampleRate == 16000 && superWide) {
         throw UsageError("--bandwidth " + bandwidth +
@@ -166,7 +166,7 @@ const char *InputKindName(InputKind kind) {
     return "unknown";
 }
 
-LoadedCall LoadCall(InputFile &input, const ConcealOptions &options) {
+InputKind CheckedKind(const InputFile &input, const ConcealOptions &options) {
     const InputKind kind = input.Kind();
     if (kind == InputKind::unknown) {
         throw Failure(input.Name(),
@@ -174,6 +174,23 @@ LoadedCall LoadCall(InputFile &input, const ConcealOptions &options) {
                       "an opus_demo bit stream, or a pcap or pcapng capture");
     }
     CheckOptionsFit(options, input, kind);
+    return kind;
+}
+
+ConcealOptions WithDefaults(ConcealOptions options, InputKind kind) {
+    if (kind == InputKind::speechAudio) {
+        EncodingOptions &encoding = options.encoding;
+        encoding.bitrate = encoding.bitrate.value_or(24000);
+        encoding.frameMs = encoding.frameMs.value_or(20);
+        encoding.complexity = encoding.complexity.value_or(10);
+        encoding.bandwidth = encoding.bandwidth.value_or("auto");
+    }
+    if (kind == InputKind::capture) options.jitterBufferMs = options.jitterBufferMs.value_or(40);
+    if (options.loss.lossPercent) options.loss.seed = options.loss.seed.value_or(1);
+    return options;
+}
+
+LoadedCall LoadCall(InputFile &input, InputKind kind, const ConcealOptions &options) {
     LoadedCall loaded =
         kind == InputKind::speechAudio ? Encode(input, options) : ReadPackets(input, kind, options);
     loaded.kind = kind;

@@ -31,9 +31,17 @@ struct LoadedCall {
 // "speech audio", "Ogg Opus" and so on.
 const char *InputKindName(InputKind kind);
 
-// Reads the call of an input of any kind; speech audio is encoded. Throws Failure, UsageError for
-// options that do not go with the kind of input, Interrupted.
-LoadedCall LoadCall(InputFile &input, const ConcealOptions &options);
+// The options with the defaults of everything that applies to this kind of input: 24 kbit/s, 20 ms,
+// complexity 10, bandwidth auto, seed 1, a jitter buffer of 40 ms.
+ConcealOptions WithDefaults(ConcealOptions options, InputKind kind);
+
+// The kind of an input. Throws Failure when it is unknown, UsageError for options that do not go
+// with it.
+InputKind CheckedKind(const InputFile &input, const ConcealOptions &options);
+
+// Reads the call of an input of this kind; speech audio is encoded. options: with defaults. Throws
+// Failure, UsageError, Interrupted.
+LoadedCall LoadCall(InputFile &input, InputKind kind, const ConcealOptions &options);
 
 }  // namespace aiplc::tools
 

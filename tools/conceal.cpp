@@ -25,9 +25,6 @@
 namespace aiplc::tools {
 namespace {
 
-constexpr uint64_t kDefaultSeed = 1;
-constexpr int kDefaultJitterBufferMs = 40;
-
 // The library's log lines, to standard error. Its messages may end in a line feed of their own.
 void PrintLog(const char *sourceUnit, int32_t line, const char *format, ...) {
     std::array<char, 1280> text{};
@@ -66,7 +63,7 @@ std::unique_ptr<LossModel> MakeLossModel(const LossOptions &loss) {
     if (loss.tracePath) return std::make_unique<LossTrace>(LossTrace::Load(*loss.tracePath));
     if (!loss.lossPercent) return nullptr;
     return std::make_unique<GilbertElliott>(*loss.lossPercent / 100.0, loss.meanBurst.value_or(0.0),
-                                            loss.seed.value_or(kDefaultSeed));
+                                            *loss.seed);
 }
 
 void CheckLossOptions(const LossOptions &loss) {
@@ -76,6 +73,15 @@ void CheckLossOptions(const LossOptions &loss) {
     if (!loss.lossPercent && (loss.meanBurst || loss.seed)) {
         throw UsageError(std::string(loss.meanBurst ? "--burst" : "--seed") +
                          ": shapes the losses of --loss; give --loss PERCENT as well");
+    }
+}
+
+// What can be told to be wrong before any file is opened.
+void CheckOptions(const ConcealOptions &options) {
+    CheckOutputs(options);
+    CheckLossOptions(options.loss);
+    if (options.noAi && options.requireAi) {
+        throw UsageError("--no-ai and --require-ai contradict each other; give one of them");
     }
 }
 
@@ -205,21 +211,20 @@ void CheckWorker(const ConcealOptions &options, bool running) {
 
 }  // namespace
 
-ConcealReport Conceal(const ConcealOptions &options) {
-    CheckOutputs(options);
-    CheckLossOptions(options.loss);
-    if (options.noAi && options.requireAi) {
-        throw UsageError("--no-ai and --require-ai contradict each other; give one of them");
-    }
-    const std::unique_ptr<LossModel> model = MakeLossModel(options.loss);
-    if (options.verbose) AiplcRegLog(PrintLog);
+ConcealReport Conceal(const ConcealOptions &given) {
+    CheckOptions(given);
+    if (given.verbose) AiplcRegLog(PrintLog);
 
-    InputFile input = InputFile::Open(options.input);
-    const LoadedCall loaded = LoadCall(input, options);
+    InputFile input = InputFile::Open(given.input);
+    const InputKind kind = CheckedKind(input, given);
+    ConcealOptions options = WithDefaults(given, kind);
+    const std::unique_ptr<LossModel> model = MakeLossModel(options.loss);
+    const LoadedCall loaded = LoadCall(input, kind, options);
+    options.sampleRate = loaded.sampleRate;
     const OpusCall &call = loaded.call;
     ConcealReport report;
     DescribeInput(input, loaded, report);
-    const int jitterBufferMs = options.jitterBufferMs.value_or(kDefaultJitterBufferMs);
+    const int jitterBufferMs = options.jitterBufferMs.value_or(0);
     const std::vector<bool> lost = DrawLosses(call, model.get(), report);
     const CallTimeline timeline(call, lost, loaded.sampleRate, jitterBufferMs);
     const CallTimeline lossFree(call, std::vector<bool>(lost.size(), false), loaded.sampleRate,

@@ -11,12 +11,12 @@
 
 namespace aiplc::tools {
 
-// How speech audio becomes a call. What is not set has the default named here.
+// How speech audio becomes a call.
 struct EncodingOptions {
-    std::optional<int> bitrate;            // bit/s, 24000
-    std::optional<int> frameMs;            // 10, 20, 40 or 60; 20
-    std::optional<int> complexity;         // 0..10, 10
-    std::optional<std::string> bandwidth;  // auto, nb, mb, wb, swb or fb; auto
+    std::optional<int> bitrate;            // bit/s
+    std::optional<int> frameMs;            // 10, 20, 40 or 60
+    std::optional<int> complexity;         // 0..10
+    std::optional<std::string> bandwidth;  // auto, nb, mb, wb, swb or fb
     bool fec = false;
     bool dtx = false;
 };
@@ -25,18 +25,19 @@ struct EncodingOptions {
 struct LossOptions {
     std::optional<double> lossPercent;
     std::optional<double> meanBurst;  // packets; independent losses when not set
-    std::optional<uint64_t> seed;     // 1
+    std::optional<uint64_t> seed;
     std::optional<std::string> tracePath;
 };
 
-// The command line of `aiplc conceal`.
+// The command line of `aiplc conceal`. What is not set was not given; WithDefaults (call_loader.h)
+// fills in what applies.
 struct ConcealOptions {
     std::string input;   // "-" = standard input
     std::string output;  // "-" = standard output
     EncodingOptions encoding;
     LossOptions loss;
     StreamChoice stream;
-    std::optional<int> jitterBufferMs;  // captures only, 40
+    std::optional<int> jitterBufferMs;  // captures only
     std::optional<int> sampleRate;      // 16000 or 48000
     bool keepDelay = false;
     bool noAi = false;

@@ -67,7 +67,9 @@ OutputFile::OutputFile(const std::string &target, const InputFile *input)
         m_temporary = std::string(folder != nullptr ? folder : "/tmp") + "/aiplc-XXXXXX";
     } else {
         const std::filesystem::path path(m_target);
-        m_temporary = (path.parent_path() / ("." + path.filename().string() + ".XXXXXX")).string();
+        m_temporary = (path.parent_path() /
+                       std::string(".").append(path.filename().string()).append(".XXXXXX"))
+                          .string();
     }
     m_descriptor = mkostemp(m_temporary.data(), O_CLOEXEC);
     if (m_descriptor < 0) {

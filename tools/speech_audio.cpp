@@ -2,7 +2,6 @@
 
 #include "speech_audio.h"
 
-#include <sndfile.h>
 #include <soxr.h>
 #include <unistd.h>
 
@@ -54,7 +53,7 @@ void CheckWavLength(InputFile &input) {
 
 }  // namespace
 
-void SpeechAudio::CloseAudio::operator()(SNDFILE_tag *file) const {
+void SpeechAudio::CloseAudio::operator()(SNDFILE *file) const {
     sf_close(file);
 }
 

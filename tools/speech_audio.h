@@ -3,6 +3,8 @@
 #ifndef AIPLC_TOOLS_SPEECH_AUDIO_H
 #define AIPLC_TOOLS_SPEECH_AUDIO_H
 
+#include <sndfile.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -12,7 +14,6 @@
 
 #include "input_file.h"
 
-struct SNDFILE_tag;
 struct soxr;
 
 namespace aiplc::tools {
@@ -40,7 +41,7 @@ class SpeechAudio {
 
   private:
     struct CloseAudio {
-        void operator()(SNDFILE_tag *file) const;
+        void operator()(SNDFILE *file) const;
     };
     struct CloseResampler {
         void operator()(soxr *resampler) const;
@@ -50,7 +51,7 @@ class SpeechAudio {
     size_t Resample(std::span<float> output);
 
     std::string m_name;
-    std::unique_ptr<SNDFILE_tag, CloseAudio> m_file;
+    std::unique_ptr<SNDFILE, CloseAudio> m_file;
     std::unique_ptr<soxr, CloseResampler> m_resampler;
     int m_sampleRate = 0;
     int m_channels = 0;

@@ -2,8 +2,6 @@
 
 #include "wav_output.h"
 
-#include <sndfile.h>
-
 #include <algorithm>
 #include <cmath>
 
@@ -11,7 +9,7 @@
 
 namespace aiplc::tools {
 
-void WavOutput::Close::operator()(SNDFILE_tag *file) const {
+void WavOutput::Close::operator()(SNDFILE *file) const {
     sf_close(file);
 }
 
@@ -53,7 +51,7 @@ void WavOutput::Write(std::span<const int16_t> samples) {
 }
 
 void WavOutput::Commit() {
-    SNDFILE_tag *wav = m_wav.release();
+    SNDFILE *wav = m_wav.release();
     const int result = sf_close(wav);  // writes the header's lengths
     if (result != 0) {
         throw Failure(m_file.Name(), std::string("cannot be written: ") + sf_error_number(result));

@@ -3,6 +3,8 @@
 #ifndef AIPLC_TOOLS_WAV_OUTPUT_H
 #define AIPLC_TOOLS_WAV_OUTPUT_H
 
+#include <sndfile.h>
+
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -10,8 +12,6 @@
 #include <vector>
 
 #include "output_file.h"
-
-struct SNDFILE_tag;
 
 namespace aiplc::tools {
 
@@ -33,11 +33,11 @@ class WavOutput {
 
   private:
     struct Close {
-        void operator()(SNDFILE_tag *file) const;
+        void operator()(SNDFILE *file) const;
     };
 
     OutputFile m_file;
-    std::unique_ptr<SNDFILE_tag, Close> m_wav;
+    std::unique_ptr<SNDFILE, Close> m_wav;
     int64_t m_skip;
     int64_t m_left;
     double m_gain;
