@@ -36,11 +36,11 @@ class Autoregressive : public Predictor {
                                  size_t count, Line &line) noexcept;
 
     Burg m_burg;
-    std::array<float, Burg::kMaxOrder> m_predictor;
-    std::array<float, kWindowSamples> m_signal;       // the window, holes filled so far
-    std::array<float, Burg::kMaxSegment> m_reversed;  // the samples after the hole
-    Line m_forward;
-    Line m_backward;
+    std::array<float, Burg::kMaxOrder> m_predictor{};
+    std::array<float, kWindowSamples> m_signal{};       // the window, holes filled so far
+    std::array<float, Burg::kMaxSegment> m_reversed{};  // the samples after the hole
+    Line m_forward{};
+    Line m_backward{};
 };
 
 }  // namespace aiplc::worker

@@ -35,17 +35,17 @@ class Burg {
     // predicting sample i from the m before it, backward[i - m] that of predicting sample i - m
     // from the m after it.
     struct Side {
-        Samples forward;
-        Samples backward;
-        Samples weight;
+        Samples forward{};
+        Samples backward{};
+        Samples weight{};
         size_t size = 0;
     };
 
     static void Load(std::span<const float> samples, Side &side) noexcept;
 
     std::array<Side, 2> m_sides;
-    std::array<double, kMaxOrder + 1> m_filter;    // of the forward error, m_filter[0] is 1
-    std::array<double, kMaxOrder + 1> m_previous;  // the filter one stage earlier
+    std::array<double, kMaxOrder + 1> m_filter{};    // of the forward error, m_filter[0] is 1
+    std::array<double, kMaxOrder + 1> m_previous{};  // the filter one stage earlier
 };
 
 // Inner product in eight interleaved partial sums: vectorises, with the same result everywhere.
