@@ -97,10 +97,10 @@ DecodedFrame DecodeTimeline::Next() {
 bool DecodeTimeline::FillGap(int64_t end) {
     BufferedPacket *next = m_buffer.After(m_state.cursor);
     int64_t gapEnd = next == nullptr ? end : std::min(end, next->usableFrom);
-    const bool pause = IsPause(next);
-    const bool paused = next != nullptr && m_state.sequence + 1 == next->sequence;
+    const bool nothingLost = next != nullptr && IsNextSent(*next);
+    const bool pause = m_state.pausing || nothingLost;
     // Without a SILK frame before it the decoder would conceal instead.
-    if (m_useFec && next != nullptr && next->OffersFec() && !paused && !m_state.celtOnly) {
+    if (m_useFec && next != nullptr && next->OffersFec() && !nothingLost && !m_state.celtOnly) {
         if (next->FecStart() <= m_state.cursor) {
             DecodeFec(*next);
             return true;
@@ -111,11 +111,6 @@ bool DecodeTimeline::FillGap(int64_t end) {
     if (wholeFrame && !pause) return false;
     ConcealUntil(gapEnd, pause ? FrameSource::dtx : FrameSource::codec);
     return true;
-}
-
-// The sender was not sending: it said so, or the next packet is the next one it sent.
-bool DecodeTimeline::IsPause(const BufferedPacket *next) const {
-    return m_state.pausing || (next != nullptr && m_state.sequence + 1 == next->sequence);
 }
 
 int DecodeTimeline::DecodeInto(const BufferedPacket *packet, int64_t units, bool fec) {

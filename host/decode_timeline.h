@@ -59,9 +59,13 @@ class DecodeTimeline {
     void Restart();
 
     int64_t NextFrame() const { return m_state.frame; }
-    int64_t Cursor() const { return m_state.cursor; }          // decoded up to here, 48 kHz
-    int64_t AudioEnd() const { return m_state.audioEnd; }      // concealed since here
-    int64_t LastSequence() const { return m_state.sequence; }  // of the last decoded packet, or -1
+    int64_t Cursor() const { return m_state.cursor; }      // decoded up to here, 48 kHz
+    int64_t AudioEnd() const { return m_state.audioEnd; }  // concealed since here
+
+    // Nothing was sent between the last decoded packet and this one.
+    bool IsNextSent(const BufferedPacket &packet) const {
+        return packet.sequence == m_state.sequence + 1 && packet.IsWhole();
+    }
 
     uint64_t Undecodable() const { return m_undecodable; }
 
@@ -76,7 +80,7 @@ class DecodeTimeline {
         int64_t frame = 0;
         int64_t cursor = 0;
         int64_t audioEnd = 0;
-        int64_t sequence = -1;
+        int64_t sequence = -1;  // of the last decoded packet
         bool pausing = false;   // the last packet announced a pause
         bool celtOnly = false;  // the last packet had no SILK data
         uint32_t bandwidth = 0;
@@ -91,7 +95,6 @@ class DecodeTimeline {
 
     size_t Samples(int64_t units) const { return static_cast<size_t>(units / m_unitsPerSample); }
     bool FillGap(int64_t end);
-    bool IsPause(const BufferedPacket *next) const;
     void DecodePacket(BufferedPacket &packet);
     void DecodeFec(BufferedPacket &packet);
     int DecodeInto(const BufferedPacket *packet, int64_t units, bool fec);

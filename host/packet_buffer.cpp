@@ -46,7 +46,7 @@ size_t PacketBuffer::EraseBefore(int64_t position) {
             ++it;
             continue;
         }
-        unused += it->second.used ? 0 : 1;
+        if (!it->second.used) ++unused;
         it = m_packets.erase(it);
     }
     return unused;
@@ -55,7 +55,7 @@ size_t PacketBuffer::EraseBefore(int64_t position) {
 size_t PacketBuffer::Clear() {
     size_t unused = 0;
     for (const auto &[start, packet] : m_packets)
-        unused += packet.used ? 0 : 1;
+        if (!packet.used) ++unused;
     m_packets.clear();
     return unused;
 }

@@ -27,7 +27,8 @@ struct BufferedPacket {
 
     int64_t End() const { return start + info.duration; }
     int64_t FecStart() const { return start - info.frameDuration; }
-    bool OffersFec() const { return info.redundancy && usableFrom == start; }
+    bool IsWhole() const { return usableFrom == start; }
+    bool OffersFec() const { return info.redundancy && IsWhole(); }
 };
 
 // The packets between the oldest frame that can still be rewritten and the newest arrival, in order

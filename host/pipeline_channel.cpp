@@ -112,10 +112,7 @@ void PipelineChannel::ApplyReceived(std::span<const int16_t> samples, uint32_t b
     stream.pktCursor = m_record.data();
     stream.pktWordsLeft = static_cast<uint16_t>(m_record.size());
     m_host.packetCount = 1;
-    const bool startUp = m_channel->bufferedFrames < m_channel->bufferTarget;
     Apply();
-    // The library splits no frame of the start-up buffering, but plays it from its bands.
-    if (startUp) SplitIntoBands(*m_channel->historyRing->head);
 }
 
 void PipelineChannel::ApplyLost(const ConcealFunction &conceal) {

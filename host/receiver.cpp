@@ -227,8 +227,8 @@ std::optional<int64_t> Receiver::Engine::EarliestRecovery() {
         }
     }
     const BufferedPacket *next = m_buffer.After(cursor - 1);
-    const bool paused = next != nullptr && next->sequence == m_timeline.LastSequence() + 1;
-    if (paused && m_timeline.AudioEnd() < cursor && cursor > OpenFrom())
+    if (next != nullptr && m_timeline.IsNextSent(*next) && m_timeline.AudioEnd() < cursor &&
+        cursor > OpenFrom())
         add(std::max(m_timeline.AudioEnd(), OpenFrom()));
     return earliest;
 }
@@ -236,7 +236,7 @@ std::optional<int64_t> Receiver::Engine::EarliestRecovery() {
 bool Receiver::Engine::CanRecoverByFec(const BufferedPacket &packet) const {
     if (!m_options.useFec || !packet.OffersFec() || packet.used || packet.fecTried) return false;
     const int64_t end = std::min(packet.start, m_timeline.Cursor());
-    const bool paused = packet.sequence == m_timeline.LastSequence() + 1;
+    const bool paused = m_timeline.IsNextSent(packet);
     for (int64_t position = std::max(packet.FecStart(), OpenFrom()); position < end;) {
         const int64_t frame = position / kFrameUnits;
         if (frame >= m_timeline.NextFrame()) break;

@@ -30,8 +30,9 @@ StreamClock::Place StreamClock::PlaceOf(const RtpPacket &packet, int64_t now) co
             m_highest + sequenceStep};
 }
 
-bool StreamClock::IsNear(int64_t start, int64_t sequence, int64_t now) const {
-    return std::abs(start - now) <= kMaxJump && std::abs(sequence - m_highest) <= kMaxSequenceJump;
+bool StreamClock::IsNear(const Place &place, int64_t reference) const {
+    return std::abs(place.start - reference) <= kMaxJump &&
+           std::abs(place.sequence - m_highest) <= kMaxSequenceJump;
 }
 
 bool StreamClock::ContinuesProbation(const RtpPacket &packet) const {
@@ -54,6 +55,7 @@ void StreamClock::Begin(const RtpPacket &packet, int64_t now) {
     // A cycle apart from all numbers before, so that nothing old counts as a duplicate.
     m_highest = (m_highest / kSequenceCycle + 2) * kSequenceCycle + packet.sequenceNumber;
     m_lowest = m_highest;
+    m_newestStart = now;
     m_origin = packet.timestamp - static_cast<uint32_t>(now);
     m_running = true;
     m_probation.reset();
@@ -61,13 +63,17 @@ void StreamClock::Begin(const RtpPacket &packet, int64_t now) {
 
 void StreamClock::Realign(const RtpPacket &packet, int64_t now) {
     m_origin = packet.timestamp - static_cast<uint32_t>(now);
+    m_newestStart = now;
 }
 
 StreamClock::Arrival StreamClock::Arrive(const RtpPacket &packet, int64_t now) {
     if (!m_running) Begin(packet, now);
     Place place = PlaceOf(packet, now);
     Verdict verdict = Verdict::placed;
-    if (!IsNear(place.start, place.sequence, now)) {
+    if (place.start > now && IsNear(place, m_newestStart)) {
+        m_newestStart = std::max(m_newestStart, place.start);
+        if (!IsNear(place, now)) return {Verdict::misplaced, place};
+    } else if (!IsNear(place, now)) {
         if (!ContinuesProbation(packet)) {
             m_probation = RtpPacket{packet.sequenceNumber, packet.timestamp, {}};
             return {Verdict::misplaced, place};

@@ -28,7 +28,7 @@ class StreamClock {
     enum class Verdict {
         placed,
         duplicate,
-        misplaced,  // more than 10 s or 3000 packets away: not usable
+        misplaced,  // more than 10 s or 3000 packets away, or as much too early: not usable
         restarted,  // placed; the timeline now continues at this packet, what lay ahead is void
     };
     struct Arrival {
@@ -51,18 +51,19 @@ class StreamClock {
   private:
     static constexpr size_t kRemembered = 4096;
 
-    bool IsNear(int64_t start, int64_t sequence, int64_t now) const;
+    bool IsNear(const Place &place, int64_t reference) const;
     bool ContinuesProbation(const RtpPacket &packet) const;
     void Begin(const RtpPacket &packet, int64_t now);
     bool Remember(int64_t sequence);
     Place PlaceOf(const RtpPacket &packet, int64_t now) const;
 
     bool m_running = false;
-    uint32_t m_origin = 0;                      // timestamp of position 0
-    int64_t m_highest = 0;                      // newest sequence number
-    int64_t m_lowest = 0;                       // first one since the last restart
-    int64_t m_expectedBefore = 0;               // packets expected before it
-    int64_t m_received = 0;                     // duplicates included
+    uint32_t m_origin = 0;         // timestamp of position 0
+    int64_t m_newestStart = 0;     // furthest position that the sender has reached without a jump
+    int64_t m_highest = 0;         // newest sequence number
+    int64_t m_lowest = 0;          // first one since the last restart
+    int64_t m_expectedBefore = 0;  // packets expected before it
+    int64_t m_received = 0;        // duplicates included
     std::optional<RtpPacket> m_probation;       // payload empty
     std::array<int64_t, kRemembered> m_seen{};  // sequence + 1 by its low bits
 };

@@ -6,27 +6,29 @@
 #include <gmock/gmock.h>
 
 #include "log_lines.h"
+#include "platform/platform.h"
 #include "scripted_platform.h"
 
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using Answers = std::deque<uint32_t>;
+using Lines = std::vector<std::string>;
 
-constexpr uint32_t kTimeout = 258;
+constexpr uint32_t kLate = 258;
 constexpr uint32_t kAbandoned = 128;
-constexpr uint32_t kWaitError = 0xFFFFFFFF;
+constexpr uint32_t kBroken = 0xFFFFFFFF;
+const std::string kUnit = "aiplcAdapter: ";
 
-class ScriptedTest : public testing::Test {
+class Channel : public testing::Test {
   protected:
-    ScriptedTest() {
+    Channel() {
         scripted = {};
         CaptureLog();
     }
-    ~ScriptedTest() override { AiplcRegLog(nullptr); }
+    ~Channel() override { AiplcRegLog(nullptr); }
 };
-
-using Channel = ScriptedTest;
 
 TEST_F(Channel, FailsAtTheThirdEventAndClosesTheFirstTwo) {
     scripted.answers["OpenMapping SharedMem"] = {0};
@@ -34,75 +36,59 @@ TEST_F(Channel, FailsAtTheThirdEventAndClosesTheFirstTwo) {
     {
         IPC ipc;
         EXPECT_EQ(ipc.Init(), -1);
-        EXPECT_FALSE(ipc.initialized);
-        EXPECT_EQ(ipc.eventHandles.size(), 3U);
-        EXPECT_THAT(TakeLog(),
-                    ElementsAre("IPC: memroy-mapped file doesn't exist, creating a new one.\n",
-                                "IPC: CreateEvent failed: eventName = AIPLC_PROCESS_STARTED\n"));
+        EXPECT_EQ(TakeLog(), (Lines{"IPC: memroy-mapped file doesn't exist, creating a new one.\n",
+                                    "IPC: CreateEvent failed: eventName = "
+                                    "AIPLC_PROCESS_STARTED\n"}));
         EXPECT_EQ(scripted.calls.back(), "CreateEvent AIPLC_PROCESS_STARTED");
         scripted.calls.clear();
     }
-    EXPECT_THAT(
+    EXPECT_EQ(
         TakeLog(),
-        ElementsAre("IPC: IPC destructor was called!\n", "IPC: Shared mem was released!\n",
-                    "IPC: SharedMemHandle was closed!\n", "IPC: IPC destruction was completed!\n"));
+        (Lines{"IPC: IPC destructor was called!\n", "IPC: Shared mem was released!\n",
+               "IPC: SharedMemHandle was closed!\n", "IPC: IPC destruction was completed!\n"}));
     EXPECT_THAT(scripted.calls, testing::UnorderedElementsAre("UnmapView", "Close SharedMem",
                                                               "Close AIPLC_WORKER_RECEIVER",
                                                               "Close AIPLC_ADAPTER_RECEIVER"));
 }
 
-TEST_F(Channel, WithoutAUsableBlockItLeavesNothingOpen) {
+TEST_F(Channel, WithoutAUsableBlockRefusesToStartAWorker) {
+    constexpr char kCreate[] = "CreateMapping SharedMem";
     const struct {
-        std::map<std::string, std::deque<uint32_t>> answers;
+        std::map<std::string, Answers> answers;
         size_t viewBytes;
-        std::vector<std::string> log;
+        const char *line;
     } cases[] = {
-        {{{"OpenMapping SharedMem", {0}}, {"CreateMapping SharedMem", {0}}},
-         10776,
-         {"IPC: memroy-mapped file doesn't exist, creating a new one.\n",
-          "IPC: Create shared mem failed!\n"}},
-        {{{"MapView", {0}}},
-         10776,
-         {"IPC: memroy-mapped file exists.\n", "IPC: MapViewOfFile failed: err = 5\n"}},
-        {{},
-         10775,
-         {"IPC: memroy-mapped file exists.\n",
-          "IPC: Shared mem is too small: 10775 bytes, 10776 bytes are needed\n"}},
+        {{{"OpenMapping SharedMem", {0}}, {kCreate, {0}}}, 10776, "Create shared mem failed!\n"},
+        {{{"MapView", {0}}}, 10776, "MapViewOfFile failed: err = 5\n"},
+        {{}, 10775, "Shared mem is too small: 10775 bytes, 10776 bytes are needed\n"},
     };
     for (const auto &each : cases) {
         scripted = {};
         scripted.answers = each.answers;
         scripted.viewBytes = each.viewBytes;
-        TakeLog();
         AiplcAdapter adapter;
         EXPECT_EQ(adapter.m_ipc.sharedMem, nullptr);
         EXPECT_EQ(adapter.m_ipc.sharedMemHandle, nullptr);
         EXPECT_EQ(adapter.Create(), 204);
-        std::vector<std::string> expected = each.log;
-        expected.insert(expected.end(),
-                        {"aiplcAdapter: IPC init failed!", "aiplcAdapter: adapter IPC failed"});
-        EXPECT_EQ(TakeLog(), expected);
+        Lines log = TakeLog();
+        EXPECT_EQ(Lines(log.end() - 3, log.end()),
+                  (Lines{std::string("IPC: ") + each.line, kUnit + "IPC init failed!",
+                         kUnit + "adapter IPC failed"}));
     }
 }
 
-TEST_F(Channel, TellsWaitOutcomesApart) {
+TEST_F(Channel, DoesNotWaitOnAnInvalidHandle) {
     IPC ipc;
-    ASSERT_EQ(ipc.Init(), 0);
-    TakeLog();
-    void *event = ipc.eventHandles.at("AIPLC_INPUT_READY");
-    scripted.answers["Wait AIPLC_INPUT_READY 7"] = {0, kTimeout, kWaitError, kAbandoned, 3};
+    EXPECT_EQ(ipc.ReceiveEvent(aiplc::platform::InvalidHandle(), 7), -1);
+    EXPECT_THAT(scripted.calls, IsEmpty());
+    EXPECT_EQ(logLines, Lines{"IPC: Invalid handle!\n"});
+    scripted.answers["Wait null 7"] = {0, kLate, kBroken, kAbandoned, 3};
     for (const int expected : {0, 101, 104, 105, -1}) {
-        EXPECT_EQ(ipc.ReceiveEvent(event, 7), expected);
+        EXPECT_EQ(ipc.ReceiveEvent(nullptr, 7), expected);
     }
-    const size_t calls = scripted.calls.size();
-    EXPECT_EQ(ipc.ReceiveEvent(reinterpret_cast<void *>(~uintptr_t{0}), 7), -1);
-    EXPECT_EQ(scripted.calls.size(), calls) << "an invalid handle is not waited on";
-    EXPECT_THAT(TakeLog(), ElementsAre("IPC: Invalid handle!\n"));
 }
 
-using WorkerStart = ScriptedTest;
-
-TEST_F(WorkerStart, ProbesInitialisesAndStops) {
+TEST_F(Channel, StartsProbesInitialisesAndStopsTheWorker) {
     scripted.processIds = {0, 4711};
     AiplcAdapter adapter;
     TakeLog();
@@ -115,95 +101,77 @@ TEST_F(WorkerStart, ProbesInitialisesAndStops) {
     EXPECT_EQ(adapter.Delete(), 0);
     EXPECT_EQ(scripted.block.msgId, 3U);
     EXPECT_EQ(adapter.Delete(), 201);
-    EXPECT_EQ(adapter.Init(), 201);
     EXPECT_THAT(
         scripted.calls,
         ElementsAre("Start /host/x64/xanu_audio_aiplc.exe", "SetEvent AIPLC_WORKER_RECEIVER",
                     "Wait AIPLC_ADAPTER_RECEIVER 200", "CreateMutex AiplcInferMutex",
                     "SetEvent AIPLC_WORKER_RECEIVER", "Wait AIPLC_ADAPTER_RECEIVER 5000",
                     "SetEvent AIPLC_WORKER_RECEIVER", "Close AiplcInferMutex"));
-    const std::vector<std::string> texts = {
-        "TerminatePreviousProcess: Checking former process...",
-        "Cannot find process xanu_audio_aiplc.exe",
-        "TerminatePreviousProcess OK",
-        "Creating worker process: /host/x64/xanu_audio_aiplc.exe",
-        "Worker process is ready",
-        "Worker process creation succeeded. Process ID = 4711, Process name = "
-        "xanu_audio_aiplc.exe",
-        "AiplcAdapter::Create OK",
-        "AiplcAdapter Init running...",
-        "Init Success",
-        "AIPLC::Delete running...",
-        "AIPLC_ADATER::Delete OK",
-        "AIPLC::Delete running...",
-        "AiplcAdapter Init running...",
-        "Worker process is not running..."};
-    std::vector<std::string> expected;
-    for (const std::string &text : texts)
-        expected.push_back("aiplcAdapter: " + text);
-    EXPECT_EQ(TakeLog(), expected);
+    std::string log;
+    for (const std::string &line : TakeLog())
+        log += line.substr(kUnit.size()) + "\n";
+    EXPECT_EQ(log, R"(TerminatePreviousProcess: Checking former process...
+Cannot find process xanu_audio_aiplc.exe
+TerminatePreviousProcess OK
+Creating worker process: /host/x64/xanu_audio_aiplc.exe
+Worker process is ready
+Worker process creation succeeded. Process ID = 4711, Process name = xanu_audio_aiplc.exe
+AiplcAdapter::Create OK
+AiplcAdapter Init running...
+Init Success
+AIPLC::Delete running...
+AIPLC_ADATER::Delete OK
+AIPLC::Delete running...
+)");
 }
 
-TEST_F(WorkerStart, ReportsEveryFailedStep) {
-    const std::string set = "SetEvent AIPLC_WORKER_RECEIVER";
-    const std::string prefix = "aiplcAdapter: ";
+TEST_F(Channel, ReportsEveryFailedStepOfAStart) {
+    constexpr char kSet[] = "SetEvent AIPLC_WORKER_RECEIVER";
+    constexpr char kProbe[] = "Wait AIPLC_ADAPTER_RECEIVER 200";
+    constexpr char kInit[] = "Wait AIPLC_ADAPTER_RECEIVER 5000";
+    constexpr char kNoProbe[] =
+        "Set AIPLC_WORKER_RECEIVER event failed (msgId = AIPLC_CHECK_READY) = 5";
+    constexpr char kGone[] =
+        "Worker process creation failed. Process ID = 0, Process name = xanu_audio_aiplc.exe";
     const struct {
-        std::map<std::string, std::deque<uint32_t>> answers;
-        std::deque<uint32_t> processIds;
+        const char *call;
+        Answers answers;
+        Answers processIds;
         int create;
         int init;
-        std::string line;
         int times;
+        const char *line;
     } cases[] = {
-        {{{"Wait AIPLC_ADAPTER_RECEIVER 200", std::deque<uint32_t>(10, kTimeout)}},
-         {0},
-         0,
-         201,
-         "Waiting for worker process to be ready: 5",
-         10},
-        {{{set, {0, 0, 1}}},
-         {0, 9},
-         0,
-         0,
-         "Set AIPLC_WORKER_RECEIVER event failed (msgId = AIPLC_CHECK_READY) = 5",
-         2},
-        {{{"Start /host/x64/xanu_audio_aiplc.exe", {0}}},
-         {0},
-         -1,
-         201,
-         "CreateProcess Error: 5",
-         1},
-        {{},
-         {0, 0},
-         -1,
-         201,
-         "Worker process creation failed. Process ID = 0, Process name = xanu_audio_aiplc.exe",
-         1},
-        {{}, {0}, -1, 201, "CreateWorkerProcess() failed: ret = -1", 1},
-        {{{set, {0}}}, {8, 0, 9}, 0, 0, "Send msg to worker process failed (AIPLC_DELETE): 5", 1},
-        {{{"CreateMutex AiplcInferMutex", {0}}}, {0, 9}, 0, -1, "Create InferMutex failed: 5", 1},
-        {{{set, {1, 0}}}, {0, 9}, 0, -1, "Set AIPLC_WORKER_RECEIVER event failed: 5", 1},
-        {{{"Wait AIPLC_ADAPTER_RECEIVER 5000", {kTimeout}}},
-         {0, 9},
-         0,
-         -1,
-         "Wait for AIPLC_ADAPTER_RECEIVER failed. Init failed",
-         1},
+        {"Start /host/x64/xanu_audio_aiplc.exe", {0}, {0}, -1, 201, 1, "CreateProcess Error: 5"},
+        {kProbe, Answers(10, kLate), {0}, 0, 201, 10, "Waiting for worker process to be ready: 5"},
+        {kSet, {0, 0, 1}, {0, 9}, 0, 0, 2, kNoProbe},
+        {"", {}, {0, 0}, -1, 201, 1, kGone},
+        {"", {}, {0, 0}, -1, 201, 1, "CreateWorkerProcess() failed: ret = -1"},
+        {kSet, {0}, {8, 0, 9}, 0, 0, 1, "Send msg to worker process failed (AIPLC_DELETE): 5"},
+        {"CreateMutex AiplcInferMutex", {0}, {0, 9}, 0, -1, 1, "Create InferMutex failed: 5"},
+        {kSet, {1, 0}, {0, 9}, 0, -1, 1, "Set AIPLC_WORKER_RECEIVER event failed: 5"},
+        {kInit, {kLate}, {0, 9}, 0, -1, 1, "Wait for AIPLC_ADAPTER_RECEIVER failed. Init failed"},
     };
     for (const auto &each : cases) {
         SCOPED_TRACE(each.line);
         scripted = {};
-        scripted.answers = each.answers;
+        scripted.answers[each.call] = each.answers;
         scripted.processIds = each.processIds;
         AiplcAdapter adapter;
         EXPECT_EQ(adapter.Create(), each.create);
         EXPECT_EQ(adapter.Init(), each.init);
-        EXPECT_EQ(Logged(prefix + each.line), each.times);
+        EXPECT_EQ(Logged(kUnit + each.line), each.times);
         TakeLog();
     }
 }
 
-class Request : public ScriptedTest {
+TEST_F(Channel, SaysOnStandardOutputThatProcessesCannotBeListed) {
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(AiplcAdapter().GetProcessId("any"), 0U);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "snapShot null\n");
+}
+
+class Request : public Channel {
   protected:
     void SetUp() override {
         scripted.processIds = {0, 4711};
@@ -236,66 +204,50 @@ TEST_F(Request, PassesTheMutexRoundAndBringsTheOutputBack) {
 }
 
 TEST_F(Request, EndsEveryFailureWithItsMessageAndTheMutexFree) {
+    constexpr char kFirstTake[] = "Wait AiplcInferMutex 0";
+    constexpr char kSecondTake[] = "Wait AiplcInferMutex 16";
+    constexpr char kAcknowledged[] = "Wait AIPLC_PROCESS_STARTED 10";
+    constexpr char kRelease[] = "Release AiplcInferMutex";
+    constexpr char kNotSet[] =
+        "Setting AIPLC_WORKER_RECEIVER event for async inferencing failed: 5";
+    constexpr char kUnacknowledged[] =
+        "AIPLC_PROCESS worker process didn't acknowledge: waitResult = -1";
+    constexpr char kUnfinished[] = "Previous inference has not finished";
     const struct {
         const char *call;
-        std::deque<uint32_t> answers;
+        Answers answers;
         int result;
-        std::vector<std::string> log;
+        int asyncInfer;  // its result, 0 where it is not reached
+        const char *line;
     } cases[] = {
-        {"Wait AiplcInferMutex 0", {kTimeout}, 310, {"Previous inference has not finished"}},
-        {"Wait AiplcInferMutex 0", {kAbandoned}, 310, {"Previous inference has not finished"}},
-        {"Wait AiplcInferMutex 0", {kWaitError}, 310, {"Previous inference has not finished"}},
-        {"CopyBounded 5120", {34}, -1, {"memcpy_s AudioIn failed: ret = 34"}},
-        {"SetEvent AIPLC_INPUT_READY", {0}, -1, {"Send AIPLC_INPUT_READY msg failed: 5"}},
-        {"ResetEvent AIPLC_PROCESS_STARTED", {0}, -1, {"Reset AIPLC_PROCESS_STARTED failed: 5"}},
-        {"SetEvent AIPLC_WORKER_RECEIVER",
-         {0},
-         -1,
-         {"Setting AIPLC_WORKER_RECEIVER event for async inferencing failed: 5",
-          "AsyncInfer failed: ret = -1"}},
-        {"Release AiplcInferMutex",
-         {0},
-         -1,
-         {"Release InferMutex failed: 5", "AsyncInfer failed: ret = -1"}},
-        {"Wait AIPLC_PROCESS_STARTED 10",
-         {kTimeout},
-         -1,
-         {"Wait for worker's acknowledgement timeout", "AsyncInfer failed: ret = -1"}},
-        {"Wait AIPLC_PROCESS_STARTED 10",
-         {kWaitError},
-         -1,
-         {"AIPLC_PROCESS worker process didn't acknowledge: waitResult = -1",
-          "AsyncInfer failed: ret = -1"}},
-        {"Wait AiplcInferMutex 16",
-         {kTimeout},
-         -1,
-         {"AIPLC_PROCESS worker process timeout, use opus PLC.", "AsyncInfer failed: ret = 101"}},
-        {"Wait AiplcInferMutex 16",
-         {kAbandoned},
-         -1,
-         {"AIPLC_PROCESS worker process other wait err: 128", "AsyncInfer failed: ret = -1"}},
-        {"CopyBounded 5120",
-         {0, 34},
-         -1,
-         {"memcpy_s AudioOut failed: ret = 34", "AsyncInfer failed: ret = -1"}},
-        {"Release AiplcInferMutex",
-         {1, 0},
-         -1,
-         {"Release mutex after audio out failed: 5", "AsyncInfer failed: ret = -1"}},
+        {kFirstTake, {kLate}, 310, 0, kUnfinished},
+        {kFirstTake, {kAbandoned}, 310, 0, kUnfinished},
+        {kFirstTake, {kBroken}, 310, 0, kUnfinished},
+        {"CopyBounded 5120", {34}, -1, 0, "memcpy_s AudioIn failed: ret = 34"},
+        {"SetEvent AIPLC_INPUT_READY", {0}, -1, 0, "Send AIPLC_INPUT_READY msg failed: 5"},
+        {"ResetEvent AIPLC_PROCESS_STARTED", {0}, -1, 0, "Reset AIPLC_PROCESS_STARTED failed: 5"},
+        {"SetEvent AIPLC_WORKER_RECEIVER", {0}, -1, -1, kNotSet},
+        {kRelease, {0}, -1, -1, "Release InferMutex failed: 5"},
+        {kAcknowledged, {kLate}, -1, -1, "Wait for worker's acknowledgement timeout"},
+        {kAcknowledged, {kBroken}, -1, -1, kUnacknowledged},
+        {kSecondTake, {kLate}, -1, 101, "AIPLC_PROCESS worker process timeout, use opus PLC."},
+        {kSecondTake, {kAbandoned}, -1, -1, "AIPLC_PROCESS worker process other wait err: 128"},
+        {"CopyBounded 5120", {0, 34}, -1, -1, "memcpy_s AudioOut failed: ret = 34"},
+        {kRelease, {1, 0}, -1, -1, "Release mutex after audio out failed: 5"},
     };
     for (const auto &each : cases) {
-        SCOPED_TRACE(each.log.front());
+        SCOPED_TRACE(each.line);
         scripted.answers = {{each.call, each.answers}};
-        scripted.block.msgId = 9;
         EXPECT_EQ(m_adapter.Process(m_record, 16), each.result);
-        std::vector<std::string> expected;
-        for (const std::string &text : each.log)
-            expected.push_back("aiplcAdapter: " + text);
+        Lines expected = {kUnit + each.line};
+        if (each.asyncInfer != 0) {
+            expected.push_back(kUnit +
+                               "AsyncInfer failed: ret = " + std::to_string(each.asyncInfer));
+        }
         EXPECT_EQ(TakeLog(), expected);
         EXPECT_EQ(scripted.mutexDepth, 0);
-        if (each.result == 310) {
-            EXPECT_EQ(scripted.block.msgId, 0U);
-        }
+        EXPECT_EQ(scripted.block.msgId == 0, each.result == 310);
+        scripted.block.msgId = 2;
     }
 }
 
@@ -305,23 +257,9 @@ TEST_F(Request, IsRefusedWithoutBlockOrWorker) {
     m_adapter.m_ipc.sharedMem = block;
     m_adapter.workerRunning = false;
     EXPECT_EQ(m_adapter.Process(m_record, 16), 201);
-    EXPECT_THAT(TakeLog(), ElementsAre("aiplcAdapter: Shared mem is NULL!",
-                                       "aiplcAdapter: Worker process is not running!"));
+    EXPECT_EQ(TakeLog(),
+              (Lines{kUnit + "Shared mem is NULL!", kUnit + "Worker process is not running!"}));
     EXPECT_THAT(scripted.calls, IsEmpty());
-}
-
-TEST_F(WorkerStart, SaysOnStandardOutputThatProcessesCannotBeListed) {
-    AiplcAdapter adapter;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(adapter.GetProcessId("any"), 0U);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "snapShot null\n");
-}
-
-TEST_F(ScriptedTest, ConvertsUtf8BothWaysAndRefusesBrokenText) {
-    AiplcAdapter adapter;
-    EXPECT_EQ(adapter.Wstring2String(L"\u00E9\U0001D11E"), "\xC3\xA9\xF0\x9D\x84\x9E");
-    EXPECT_EQ(adapter.String2Wstring("\xC3\xA9"), L"\u00E9");
-    EXPECT_THROW(adapter.String2Wstring("\xC3("), std::range_error);
 }
 
 }  // namespace

@@ -1,0 +1,33 @@
+# Installs library, headers, CMake package and pkg-config file; the tool and its worker lie together
+# in libexec, with a link to the tool in bin.
+include(CMakePackageConfigHelpers)
+
+set(AIPLC_LIBEXEC_DIR ${CMAKE_INSTALL_LIBEXECDIR}/aiplc)
+set(AIPLC_WORKER_DIR ${AIPLC_LIBEXEC_DIR}/x64)
+
+install(TARGETS xanu_audiocore_aiplc EXPORT aiplcTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY include/aiplc DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(TARGETS aiplc_worker RUNTIME DESTINATION ${AIPLC_WORKER_DIR})
+
+if(TARGET aiplc)
+  file(RELATIVE_PATH to_lib /${AIPLC_LIBEXEC_DIR} /${CMAKE_INSTALL_LIBDIR})
+  set_target_properties(aiplc PROPERTIES INSTALL_RPATH "$ORIGIN/${to_lib}")
+  install(TARGETS aiplc RUNTIME DESTINATION ${AIPLC_LIBEXEC_DIR})
+  file(RELATIVE_PATH to_tool /${CMAKE_INSTALL_BINDIR} /${AIPLC_LIBEXEC_DIR}/aiplc)
+  install(CODE "
+    set(bin \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}\")
+    file(MAKE_DIRECTORY \"\${bin}\")
+    file(CREATE_LINK \"${to_tool}\" \"\${bin}/aiplc\" SYMBOLIC)")
+endif()
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/aiplc)
+install(EXPORT aiplcTargets NAMESPACE aiplc:: DESTINATION ${package_dir})
+configure_package_config_file(cmake/aiplcConfig.cmake.in ${PROJECT_BINARY_DIR}/aiplcConfig.cmake
+  INSTALL_DESTINATION ${package_dir} PATH_VARS AIPLC_WORKER_DIR)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/aiplcConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/aiplcConfig.cmake ${PROJECT_BINARY_DIR}/aiplcConfigVersion.cmake
+        DESTINATION ${package_dir})
+configure_file(cmake/aiplc.pc.in ${PROJECT_BINARY_DIR}/aiplc.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/aiplc.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
