@@ -3,7 +3,6 @@
 #include "input_file.h"
 
 #include <fcntl.h>
-#include <sndfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 #include "bit_stream.h"
 #include "failure.h"
 #include "interrupt.h"
+#include "sound_file.h"
 
 namespace aiplc::tools {
 namespace {
@@ -77,14 +77,6 @@ bool IsOggOpus(std::span<const uint8_t> head) {
     return payload <= head.size() && StartsWith(head.subspan(payload), "OpusHead", 8);
 }
 
-bool IsAudio(int descriptor) {
-    SF_INFO info{};
-    SNDFILE *audio = sf_open_fd(descriptor, SFM_READ, &info, SF_FALSE);
-    if (audio == nullptr) return false;
-    sf_close(audio);
-    return true;
-}
-
 }  // namespace
 
 InputFile InputFile::Open(const std::string &name) {
@@ -124,8 +116,7 @@ InputKind InputFile::Kind() const {
     const std::span<const uint8_t> head(block.data(), got > 0 ? static_cast<size_t>(got) : 0);
     if (IsCapture(head)) return InputKind::capture;
     if (IsOggOpus(head)) return InputKind::oggOpus;
-    lseek(Descriptor(), 0, SEEK_SET);
-    if (IsAudio(Descriptor())) return InputKind::speechAudio;
+    if (SoundFile(*this).IsOpen()) return InputKind::speechAudio;
     return LooksLikeBitStream(head, m_size) ? InputKind::bitStream : InputKind::unknown;
 }
 

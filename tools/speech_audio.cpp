@@ -53,21 +53,15 @@ void CheckWavLength(InputFile &input) {
 
 }  // namespace
 
-void SpeechAudio::CloseAudio::operator()(SNDFILE *file) const {
-    sf_close(file);
-}
-
 void SpeechAudio::CloseResampler::operator()(soxr *resampler) const {
     soxr_delete(resampler);
 }
 
-SpeechAudio::SpeechAudio(InputFile &input) : m_name(input.Name()) {
+SpeechAudio::SpeechAudio(InputFile &input) : m_name(input.Name()), m_file(input) {
     CheckWavLength(input);
-    SF_INFO info{};
-    lseek(input.Descriptor(), 0, SEEK_SET);
-    m_file.reset(sf_open_fd(input.Descriptor(), SFM_READ, &info, SF_FALSE));
-    if (!m_file) {
-        throw Failure(m_name, std::string("cannot be decoded: ") + sf_strerror(nullptr) +
+    const SF_INFO &info = m_file.Info();
+    if (!m_file.IsOpen()) {
+        throw Failure(m_name, "cannot be decoded: " + m_file.Error() +
                                   "; give WAV, FLAC, Ogg Vorbis or another audio file");
     }
     if (info.samplerate < kMinRate || info.samplerate > kMaxRate) {
@@ -104,8 +98,8 @@ void SpeechAudio::ConvertTo(int sampleRate) {
 
 // Takes the next block of the file and averages its channels.
 void SpeechAudio::FillMono() {
-    const auto frames = static_cast<sf_count_t>(kBlockFrames);
-    const sf_count_t got = sf_readf_float(m_file.get(), m_interleaved.data(), frames);
+    const auto frames = static_cast<int64_t>(kBlockFrames);
+    const int64_t got = m_file.Read(m_interleaved.data(), frames);
     m_framesRead += got;
     m_monoUsed = 0;
     m_mono.resize(static_cast<size_t>(got));

@@ -3,8 +3,6 @@
 #ifndef AIPLC_TOOLS_SPEECH_AUDIO_H
 #define AIPLC_TOOLS_SPEECH_AUDIO_H
 
-#include <sndfile.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -13,6 +11,7 @@
 #include <vector>
 
 #include "input_file.h"
+#include "sound_file.h"
 
 struct soxr;
 
@@ -40,9 +39,6 @@ class SpeechAudio {
     size_t Read(std::span<int16_t> output);
 
   private:
-    struct CloseAudio {
-        void operator()(SNDFILE *file) const;
-    };
     struct CloseResampler {
         void operator()(soxr *resampler) const;
     };
@@ -51,7 +47,7 @@ class SpeechAudio {
     size_t Resample(std::span<float> output);
 
     std::string m_name;
-    std::unique_ptr<SNDFILE, CloseAudio> m_file;
+    SoundFile m_file;
     std::unique_ptr<soxr, CloseResampler> m_resampler;
     int m_sampleRate = 0;
     int m_channels = 0;
