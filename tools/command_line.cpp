@@ -57,17 +57,21 @@ std::string RateInHz(const std::string &text) {
 void AddEncoding(CLI::App &app, EncodingOptions &encoding) {
     const char *group = "Encoding of speech audio";
     app.add_option("--bitrate", encoding.bitrate, "bit/s, 6000 to 510000 (24000)")
-        ->check(CLI::Range(6000, 510000))
+        ->check(CLI::Range(6000, 510000).description(""))
+        ->type_name("N")
         ->group(group);
     app.add_option("--frame-ms", encoding.frameMs, "packet length: 10, 20, 40 or 60 ms (20)")
-        ->check(CLI::IsMember({10, 20, 40, 60}))
+        ->check(CLI::IsMember({10, 20, 40, 60}).description(""))
+        ->type_name("MS")
         ->group(group);
     app.add_option("--bandwidth", encoding.bandwidth,
                    "at most nb (4 kHz), mb (6), wb (8), swb (12) or fb (20); auto")
-        ->check(CLI::IsMember({"auto", "nb", "mb", "wb", "swb", "fb"}))
+        ->check(CLI::IsMember({"auto", "nb", "mb", "wb", "swb", "fb"}).description(""))
+        ->type_name("NAME")
         ->group(group);
     app.add_option("--complexity", encoding.complexity, "0 to 10 (10)")
-        ->check(CLI::Range(0, 10))
+        ->check(CLI::Range(0, 10).description(""))
+        ->type_name("N")
         ->group(group);
     app.add_flag("--fec", encoding.fec, "in-band redundancy, prepared for the --loss given")
         ->group(group);
@@ -77,27 +81,35 @@ void AddEncoding(CLI::App &app, EncodingOptions &encoding) {
 void AddLoss(CLI::App &app, LossOptions &loss) {
     const char *group = "Loss";
     app.add_option("--loss", loss.lossPercent, "percent of packets to lose, 0 to below 100")
+        ->type_name("PERCENT")
         ->group(group);
     app.add_option("--burst", loss.meanBurst,
                    "mean length of a loss in packets, 1 or more (independent losses)")
-        ->check(CLI::Range(1.0, 1e6))
+        ->check(CLI::Range(1.0, 1e6).description(""))
+        ->type_name("MEAN")
         ->group(group);
     app.add_option("--seed", loss.seed, "of the losses; the same seed, the same losses (1)")
+        ->type_name("N")
         ->group(group);
     app.add_option("--loss-trace", loss.tracePath,
                    "file of 0 (received) and 1 (lost), one per packet; repeats")
+        ->type_name("FILE")
         ->group(group);
 }
 
 void AddCapture(CLI::App &app, ConcealOptions &options) {
     const char *group = "Captures";
-    app.add_option("--ssrc", options.stream.ssrc, "of the stream, 0x... or decimal")->group(group);
+    app.add_option("--ssrc", options.stream.ssrc, "of the stream, 0x... or decimal")
+        ->type_name("N")
+        ->group(group);
     app.add_option("--payload-type", options.stream.payloadType, "of the stream, 0 to 127")
-        ->check(CLI::Range(0, 127))
+        ->check(CLI::Range(0, 127).description(""))
+        ->type_name("N")
         ->group(group);
     app.add_option("--jitter-buffer", options.jitterBufferMs,
                    "ms from the first packet to playing, 0 to 10000 (40)")
-        ->check(CLI::Range(0, kMaxJitterBufferMs))
+        ->check(CLI::Range(0, kMaxJitterBufferMs).description(""))
+        ->type_name("MS")
         ->group(group);
 }
 
@@ -106,8 +118,9 @@ CLI::App *AddConceal(CLI::App &program, ConcealOptions &options) {
         program.add_subcommand("conceal", "Play a call with packet loss into a WAV file");
     app->footer(kConcealHelp);
     app->add_option("INPUT", options.input, "the call, or speech to make one of; - = stdin")
-        ->required();
-    app->add_option("-o,--output", options.output, "OUT.wav; - = stdout")->required();
+        ->required()
+        ->type_name("");
+    app->add_option("-o,--output", options.output, "- = stdout")->required()->type_name("OUT.wav");
     app->add_option("--rate", options.sampleRate,
                     "of processing and output, 16 or 48 kHz (48 when the input carries more)")
         ->transform(CLI::Validator(
@@ -115,13 +128,16 @@ CLI::App *AddConceal(CLI::App &program, ConcealOptions &options) {
                 text = RateInHz(text);
                 return std::string();
             },
-            "16|48"));
+            ""))
+        ->type_name("KHZ");
     app->add_flag("--no-ai", options.noAi, "the codec's own concealment only");
     app->add_flag("--require-ai", options.requireAi, "fail when the worker does not start");
     app->add_flag("--keep-delay", options.keepDelay, "leave look-ahead and codec delay in OUT.wav");
     app->add_flag("--realtime", options.realtime, "one frame every 20 ms; count missed ticks");
-    app->add_option("--json", options.jsonPath, "report with every counter; - = stdout");
-    app->add_option("--frames", options.framesPath, "CSV table, one row per output frame");
+    app->add_option("--json", options.jsonPath, "report with every counter; - = stdout")
+        ->type_name("FILE");
+    app->add_option("--frames", options.framesPath, "CSV table, one row per output frame")
+        ->type_name("FILE");
     app->add_flag("-q,--quiet", options.quiet, "no summary, no progress bar");
     app->add_flag("-v,--verbose", options.verbose, "the library's log lines on stderr");
     AddLoss(*app, options.loss);

@@ -30,6 +30,7 @@ void PrintLog(const char *sourceUnit, int32_t line, const char *format, ...) {
     std::array<char, 1280> text{};
     va_list arguments;
     va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyser misses va_start here.
     std::vsnprintf(text.data(), text.size(), format, arguments);
     va_end(arguments);
     std::string message = text.data();

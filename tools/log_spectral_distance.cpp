@@ -35,7 +35,7 @@ LogSpectralDistance::LogSpectralDistance(int sampleRate)
       m_window(static_cast<size_t>(sampleRate / 50)),
       m_time(m_fftSize, 0.0F) {
     if (!m_fft) throw std::bad_alloc();
-    const double length = static_cast<double>(m_window.size());
+    const auto length = static_cast<double>(m_window.size());
     for (size_t i = 0; i < m_window.size(); ++i) {
         const double phase = 2.0 * std::numbers::pi * static_cast<double>(i) / length;
         const double value = 0.5 - 0.5 * std::cos(phase);
@@ -54,8 +54,8 @@ void LogSpectralDistance::PowerSpectrum(std::span<const int16_t> frame,
     kiss_fftr(m_fft.get(), m_time.data(), bins.data());
     power.resize(bins.size());
     for (size_t k = 0; k < bins.size(); ++k) {
-        const double re = static_cast<double>(bins[k].r);
-        const double im = static_cast<double>(bins[k].i);
+        const auto re = static_cast<double>(bins[k].r);
+        const auto im = static_cast<double>(bins[k].i);
         power[k] = (re * re + im * im) / m_windowPower;
     }
 }

@@ -13,7 +13,7 @@ namespace aiplc::tools {
 constexpr int kOpusClock = 48000;  // Hz: RTP timestamps, Ogg positions, whatever the audio's rate
 
 // The longest call: what a 48 kHz WAV file of 4 GiB holds.
-constexpr int64_t kMaxCallSeconds = 12 * 3600;
+constexpr int64_t kMaxCallSeconds = int64_t{12} * 3600;
 
 struct CallPacket {
     std::vector<uint8_t> payload;  // empty: already lost when the call was recorded

@@ -14,6 +14,7 @@ __attribute__((format(printf, 2, 3))) void Add(std::string &text, const char *fo
     std::array<char, 512> line{};
     va_list arguments;
     va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyser misses va_start here.
     std::vsnprintf(line.data(), line.size(), format, arguments);
     va_end(arguments);
     text += line.data();

@@ -109,7 +109,7 @@ TEST_F(ConcealTest, MixesAndResamplesWhatItIsGiven) {
     EXPECT_EQ(BestLag(Babble(48000, 1.0), output) / 100, 0);
     const int16_t loudestIn = *std::max_element(voice.begin(), voice.end());
     const int16_t loudestOut = *std::max_element(output.begin(), output.end());
-    EXPECT_NEAR(loudestOut, loudestIn / 8, loudestIn / 24);
+    EXPECT_NEAR(loudestOut, loudestIn / 8.0, loudestIn / 24.0);
 }
 
 TEST_F(ConcealTest, CountsLossesAndMeasuresTheDistance) {

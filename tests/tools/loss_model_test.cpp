@@ -78,7 +78,7 @@ TEST(LossTraceTest, ReadsDigitsAndRepeats) {
     EXPECT_EQ(Draw(trace, 9), "011001100");
     EXPECT_THROW(LossTrace(" \n", "trace"), Failure);
     try {
-        LossTrace("01\n0 x", "wifi.txt");
+        const LossTrace wrong("01\n0 x", "wifi.txt");
         FAIL() << "x was taken";
     } catch (const Failure &error) {
         EXPECT_THAT(error.what(), testing::HasSubstr("wifi.txt: line 2, column 3"));
