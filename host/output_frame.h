@@ -42,8 +42,10 @@ struct OutputFrame {
     uint32_t bandwidth = 0;        // OPUS_BANDWIDTH_*, 0 for frames the library made
     int inferMode = 0;             // AiPlcInferMode that decided this frame
     float inferTimeMs = 0;         // of the request made in this call, 0 without one
+    bool decidedNow = false;       // the decision inferMode was made in this call
     bool requested = false;        // the worker was asked in this call
     bool requestFailed = false;    // and gave no prediction in time
+    bool heldOff = false;          // the worker was not asked because of an earlier failure
     bool fusedIntoPredict = false;
     bool fusedFromPredict = false;
     bool opusPlcApplied = false;    // played from the codec's own path

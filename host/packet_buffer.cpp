@@ -11,7 +11,7 @@ constexpr int64_t kLongestPacket = 5760;  // 120 ms
 
 }  // namespace
 
-bool PacketBuffer::Insert(BufferedPacket packet) {
+bool PacketBuffer::Insert(BufferedPacket &&packet) {
     if (m_packets.size() >= kCapacity) return false;
     const int64_t start = packet.start;
     return m_packets.try_emplace(start, std::move(packet)).second;

@@ -39,7 +39,7 @@ class PacketBuffer {
     using Packets = std::map<int64_t, BufferedPacket>;  // by start
 
     // False when full or when another packet has the same start.
-    bool Insert(BufferedPacket packet);
+    bool Insert(BufferedPacket &&packet);
 
     // The packet whose usable part covers position, or null.
     BufferedPacket *Covering(int64_t position);

@@ -130,7 +130,7 @@ void PipelineChannel::SplitIntoBands(AiPlcPkt &node) {
         std::memcpy(node.bands[0], node.samples, sizeof node.bands[0]);
         return;
     }
-    std::array<float, AIPLC_FRAME_SAMPLES_48K> audio;
+    std::array<float, AIPLC_FRAME_SAMPLES_48K> audio{};
     AiPlcShort2Float(node.samples, audio.data(), AIPLC_FRAME_SAMPLES_48K);
     if (AiPlcThreeBandAnalysis(audio.data(), audio.data(), m_channel->inputAnalysisMem,
                                AIPLC_FRAME_SAMPLES_48K) != 0) {

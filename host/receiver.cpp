@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -12,6 +11,7 @@
 
 #include "host/decode_timeline.h"
 #include "host/opus_packet.h"
+#include "host/output_account.h"
 #include "host/packet_buffer.h"
 #include "host/pipeline_channel.h"
 #include "host/stream_clock.h"
@@ -50,7 +50,8 @@ class Receiver::Engine {
         : m_options(Checked(options)),
           m_timeline(options.sampleRate, options.decoderComplexity, options.useFec, m_buffer),
           m_channel(options.sampleRate, options.useWorker),
-          m_frame(options.sampleRate / 50) {
+          m_frame(options.sampleRate / 50),
+          m_account(options.sampleRate, m_statistics) {
         m_statistics.initTimeMs = m_channel.InitTimeMs();
     }
 
@@ -83,9 +84,7 @@ class Receiver::Engine {
     void Recover(int64_t position);
     DecodedFrame NextFrame();
     void ApplyNext();
-    void Describe(int64_t frame);
-    void CountDecision();
-    void CountSamples();
+    void Account(int64_t frame);
 
     ReceiverOptions m_options;
     Statistics m_statistics;
@@ -98,7 +97,7 @@ class Receiver::Engine {
     bool m_started = false;                       // a Pull has found a packet
     int m_lateInARow = 0;
     uint64_t m_undecodableOnArrival = 0;
-    bool m_concealing = false;  // the last sample counted was a concealed one
+    OutputAccount m_account;
     OutputFrame m_output;
 };
 
@@ -179,13 +178,13 @@ const OutputFrame &Receiver::Engine::Pull() {
         std::ranges::fill(m_frame, int16_t{0});
         m_output = {};
         m_output.samples = m_frame;
-        ++m_statistics.framesBySource.at(static_cast<size_t>(FrameSource::startup));
+        m_account.Count(m_output);
         return m_output;
     }
     if (const std::optional<int64_t> position = EarliestRecovery()) Recover(*position);
     const int64_t frame = m_timeline.NextFrame();
     ApplyNext();
-    Describe(frame - kLookAhead);
+    Account(frame - kLookAhead);
     m_statistics.packetsUndecodable = m_undecodableOnArrival + m_timeline.Undecodable();
     CloseRedundancy();
     m_statistics.packetsDiscarded += m_buffer.EraseBefore(Now() - (kHistory - 1) * kFrameUnits);
@@ -297,87 +296,10 @@ void Receiver::Engine::ApplyNext() {
     }
 }
 
-// ---- What was played ----------------------------------------------------------------------------
-
-void Receiver::Engine::Describe(int64_t frame) {
-    const AiPlcPkt &node = m_channel.Output();
-    m_output = {};
-    m_output.samples = m_channel.OutputSamples();
-    m_output.frame = frame;
-    m_output.type = node.pktType;
-    m_output.bandwidth = node.bandwidth;
-    if (frame >= 0) {
-        const auto all = static_cast<uint32_t>(m_output.samples.size());
-        m_output.inferMode = node.inferMode;
-        m_output.fusedIntoPredict = node.fusedIntoPredict == 1;
-        m_output.fusedFromPredict = node.fusedFromPredict == 1;
-        m_output.opusPlcApplied = node.opusPlcApplied == 1;
-        m_output.concealedSamples = all;
-        switch (node.pktType) {
-            case OPUS_DECODED:
-                m_output.source = m_records[Slot(frame)].source;
-                m_output.concealedSamples = m_records[Slot(frame)].concealed;
-                break;
-            case AIPLC_INTERPOLATE:
-                m_output.source = FrameSource::interpolated;
-                break;
-            case AIPLC_EXTRAPOLATE:
-                m_output.source = FrameSource::extrapolated;
-                break;
-            case OPUSPLC_PREDICT:
-                m_output.source = FrameSource::codec;
-                break;
-            case PKT_MUTE:
-                m_output.source = FrameSource::muted;
-                break;
-            case PKT_LOST:
-                m_output.source = FrameSource::lost;
-                break;
-        }
-        CountDecision();
-        CountSamples();
-    }
-    ++m_statistics.framesBySource.at(static_cast<size_t>(m_output.source));
-}
-
-// The decision about the frame that is being played, where one was made in this call.
-void Receiver::Engine::CountDecision() {
-    const AiPlcPkt &node = m_channel.Output();
-    const int mode = m_channel.LastInferMode();
-    if (mode == AIPLC_INFER_NONE || mode != node.inferMode) return;
-    const bool asks = mode >= AIPLC_INFER_GAP1_AHEAD2 && mode <= AIPLC_INFER_BURST;
-    if (!asks) {
-        ++m_statistics.decisionsByMode.at(static_cast<size_t>(mode));
-        return;
-    }
-    if (node.inferTimeMs <= 0) {
-        if (WorkerRunning() && node.pktType == OPUSPLC_PREDICT) ++m_statistics.decisionsHeldOff;
-        return;
-    }
-    ++m_statistics.decisionsByMode.at(static_cast<size_t>(mode));
-    m_output.requested = true;
-    m_output.requestFailed = node.inferFailed == 1;
-    m_output.inferTimeMs = node.inferTimeMs;
-    m_statistics.requestTimesMs.push_back(node.inferTimeMs);
-    if (m_output.requestFailed) ++m_statistics.requestsFailed;
-}
-
-void Receiver::Engine::CountSamples() {
-    const auto samples = static_cast<uint32_t>(m_output.samples.size());
-    const double duration = double{1} / m_options.sampleRate;
-    m_statistics.totalSamplesReceived += samples;
-    m_statistics.totalSamplesDuration += samples * duration;
-    double energy = 0;
-    for (const int16_t sample : m_output.samples)
-        energy += std::pow(sample / 32768.0, 2);
-    m_statistics.totalAudioEnergy += energy * duration;
-
-    const uint32_t concealed = m_output.concealedSamples;
-    m_statistics.concealedSamples += concealed;
-    if (m_output.source == FrameSource::muted || m_output.source == FrameSource::lost)
-        m_statistics.silentConcealedSamples += concealed;
-    if (concealed > 0 && !m_concealing) ++m_statistics.concealmentEvents;
-    m_concealing = concealed > 0;
+void Receiver::Engine::Account(int64_t frame) {
+    const FrameRecord handedIn = frame < 0 ? FrameRecord{} : m_records[Slot(frame)];
+    m_output = DescribeOutput(m_channel, frame, handedIn.source, handedIn.concealed);
+    m_account.Count(m_output);
 }
 
 // ---- The interface ------------------------------------------------------------------------------

@@ -79,7 +79,7 @@ void Sender::EncoderDeleter::operator()(OpusEncoder *encoder) const {
 }
 
 Sender::Sender(const SenderOptions &options)
-    : m_packetSamples(options.sampleRate / 1000 * static_cast<uint32_t>(options.packetMs)),
+    : m_packetSamples(size_t{options.sampleRate} * static_cast<uint32_t>(options.packetMs) / 1000),
       m_timestampStep(static_cast<uint32_t>(options.packetMs) * kClockPerMs),
       m_sequenceNumber(options.firstSequenceNumber),
       m_timestamp(options.firstTimestamp) {
@@ -113,7 +113,7 @@ std::vector<RtpPacket> Sender::Flush() {
 }
 
 void Sender::EncodePacket(std::span<const int16_t> pcm, std::vector<RtpPacket> &packets) {
-    std::array<uint8_t, kMaxPayload> payload;
+    std::array<uint8_t, kMaxPayload> payload{};
     const opus_int32 size = opus_encode(m_encoder.get(), pcm.data(), static_cast<int>(pcm.size()),
                                         payload.data(), static_cast<opus_int32>(payload.size()));
     if (size < 0) throw std::runtime_error(std::string("Opus encoder: ") + opus_strerror(size));

@@ -31,8 +31,7 @@ class Protocol : public testing::Test {
   protected:
     Protocol() { CaptureLog(); }
     ~Protocol() override {
-        m_adapter.reset();
-        KillWorkers();
+        Stop();
         AiplcRegLog(nullptr);
     }
 
@@ -47,14 +46,16 @@ class Protocol : public testing::Test {
             platform::Sleep(1);
     }
 
-    static void KillWorkers() {
+    // The adapter goes last, so that it takes the killed workers' objects with it.
+    void Stop() {
         while (const pid_t worker = Worker())
             kill(worker, SIGKILL);
+        if (m_adapter != nullptr) m_adapter->Delete();
+        m_adapter.reset();
     }
 
     void Start(const char *behaviour) {
-        m_adapter.reset();
-        KillWorkers();
+        Stop();
         setenv("AIPLC_FAKE_WORKER", behaviour, 1);
         m_adapter = std::make_unique<AiplcAdapter>();
         ASSERT_EQ(m_adapter->Create(), 0);
@@ -114,7 +115,9 @@ TEST_F(Protocol, RefusesRequestsWhileALateWorkerServes) {
     EXPECT_EQ(Request(), 310);
     EXPECT_THAT(TakeLog(), ElementsAre(kUnfinished));
 
-    platform::SetEvent(platform::CreateNamedEvent("FAKE_WORKER_FINISH"));
+    void *finish = platform::CreateNamedEvent("FAKE_WORKER_FINISH");
+    platform::SetEvent(finish);
+    platform::CloseHandle(finish);
     ASSERT_EQ(platform::Wait(m_adapter->m_ipc.inferMutex, 30000), platform::kWaitSignalled);
     platform::ReleaseMutex(m_adapter->m_ipc.inferMutex);
     EXPECT_EQ(AnsweredRequest(), 0);
@@ -172,6 +175,7 @@ TEST_F(Protocol, AsksALeftOverWorkerToQuitAndLetsAStubbornOneBe) {
         const std::string executable = "/proc/" + std::to_string(leftOver) + "/exe";
         EXPECT_EQ(access(executable.c_str(), F_OK) == 0, stubborn);
         EXPECT_EQ(next.Init(), 0);
+        EXPECT_EQ(next.Delete(), 0);
     }
 }
 

@@ -25,6 +25,7 @@ TEST(Statistics, CountAScriptedCallExactly) {
     EXPECT_EQ(counted.packetsLost, 13);
     EXPECT_EQ(counted.packetsDiscarded, 0U);
     EXPECT_EQ(counted.bytesReceived, bytes);
+    EXPECT_EQ(counted.fecPacketsReceived, 0U);  // the sender writes none
     EXPECT_EQ(counted.totalSamplesReceived, 80U * 320);
     EXPECT_NEAR(counted.totalSamplesDuration, 1.6, 1e-9);
     EXPECT_EQ(counted.concealedSamples, 13U * 320);

@@ -13,13 +13,6 @@ namespace {
 
 const ReceiverOptions kWithWorker{.sampleRate = 16000};
 
-uint64_t Count(const PlayedCall &call, bool OutputFrame::*flag) {
-    uint64_t count = 0;
-    for (const OutputFrame &frame : call.frames)
-        count += frame.*flag ? 1 : 0;
-    return count;
-}
-
 TEST(Worker, FillsPairsOfLostFramesOrLeavesThemToTheCodec) {
     const auto packets = Encode({.sampleRate = 16000}, SpeechLike(16000, 8));
     std::vector<size_t> lost;
@@ -33,8 +26,6 @@ TEST(Worker, FillsPairsOfLostFramesOrLeavesThemToTheCodec) {
     EXPECT_LT(counted.requestsFailed, lost.size() / 2);
     EXPECT_GT(counted.RequestTimeMs(1), 0);
     EXPECT_GT(counted.initTimeMs, 0);
-    EXPECT_EQ(Count(call, &OutputFrame::requested), counted.Requests());
-    EXPECT_EQ(Count(call, &OutputFrame::requestFailed), counted.requestsFailed);
     for (size_t i = 0; i < lost.size(); i += 2) {
         const bool failed = call.frames[lost[i]].requestFailed;
         EXPECT_EQ(call.Sources().substr(lost[i] - 1, 4), failed ? "dccd" : "diid") << lost[i];

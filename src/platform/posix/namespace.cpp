@@ -43,19 +43,21 @@ Descriptor OpenRuntimeDirectory() {
     return directory;
 }
 
-Descriptor OpenPrivateDirectory(const Descriptor &parent, const char *name, Absent absent,
-                                struct stat *status) {
-    if (absent == Absent::create && mkdirat(parent.Get(), name, kPrivateMode) != 0 &&
-        errno != EEXIST) {
-        return Descriptor();
+// Opens a directory, made before if asked for and then noted in *made.
+Descriptor OpenPrivateDirectory(int parent, const char *name, Absent absent, bool *made = nullptr) {
+    if (absent == Absent::create) {
+        const bool isNew = mkdirat(parent, name, kPrivateMode) == 0;
+        if (!isNew && errno != EEXIST) return Descriptor();
+        if (made != nullptr) *made = isNew;
     }
-    Descriptor directory(openat(parent.Get(), name, kDirectoryFlags));
+    Descriptor directory(openat(parent, name, kDirectoryFlags));
     if (!directory.IsOpen()) {
         if (errno == ELOOP) errno = ENOTDIR;
         return Descriptor();
     }
-    if (fstat(directory.Get(), status) != 0) return Descriptor();
-    if (status->st_uid != geteuid() || (status->st_mode & kPermissions) != kPrivateMode) {
+    struct stat status {};
+    if (fstat(directory.Get(), &status) != 0) return Descriptor();
+    if (status.st_uid != geteuid() || (status.st_mode & kPermissions) != kPrivateMode) {
         errno = EPERM;
         return Descriptor();
     }
@@ -63,15 +65,54 @@ Descriptor OpenPrivateDirectory(const Descriptor &parent, const char *name, Abse
 }
 
 Descriptor OpenBase(Absent absent) {
-    struct stat status {};
     const Descriptor runtime = OpenRuntimeDirectory();
-    if (runtime.IsOpen()) return OpenPrivateDirectory(runtime, "aiplc", absent, &status);
+    if (runtime.IsOpen()) return OpenPrivateDirectory(runtime.Get(), "aiplc", absent);
 
     const Descriptor shared(open("/dev/shm", kDirectoryFlags));
     if (!shared.IsOpen()) return Descriptor();
     char name[32];
     (void)std::snprintf(name, sizeof name, "aiplc-%lu", static_cast<unsigned long>(geteuid()));
-    return OpenPrivateDirectory(shared, name, absent, &status);
+    return OpenPrivateDirectory(shared.Get(), name, absent);
+}
+
+template <typename Visit>
+void ForEachEntry(int directory, Visit visit) {
+    const int listed = openat(directory, ".", kDirectoryFlags);
+    DIR *entries = listed < 0 ? nullptr : fdopendir(listed);
+    if (entries == nullptr) {
+        if (listed >= 0) close(listed);
+        return;
+    }
+    while (const dirent *entry = readdir(entries))
+        visit(entry->d_name);
+    closedir(entries);
+}
+
+void UnlinkSame(int directory, const char *entry, const Descriptor &file) {
+    struct stat named {};
+    struct stat held {};
+    if (fstatat(directory, entry, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+        fstat(file.Get(), &held) == 0 && S_ISREG(held.st_mode) && IsSameFile(named, held)) {
+        unlinkat(directory, entry, 0);
+    }
+}
+
+void RemoveStaleFiles(int directory) {
+    ForEachEntry(directory, [directory](const char *name) {
+        const Descriptor file(openat(directory, name, O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+        if (file.IsOpen() && LockFile(file, LOCK_EX | LOCK_NB)) UnlinkSame(directory, name, file);
+    });
+}
+
+// Removes the namespaces that killed processes have left. One in use is locked or not empty.
+void RemoveStaleNamespaces(int base) {
+    ForEachEntry(base, [base](const char *name) {
+        if (!IsValidName(name)) return;
+        const Descriptor directory = OpenPrivateDirectory(base, name, Absent::fail);
+        if (!directory.IsOpen() || !LockFile(directory, LOCK_EX | LOCK_NB)) return;
+        RemoveStaleFiles(directory.Get());
+        unlinkat(base, name, AT_REMOVEDIR);
+    });
 }
 
 }  // namespace
@@ -92,15 +133,17 @@ bool Namespace::Open(Absent absent) {
     for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
         m_base = OpenBase(absent);
         if (!m_base.IsOpen()) return false;
-        m_directory = OpenPrivateDirectory(m_base, m_name, absent, &m_status);
+        bool isNew = false;
+        m_directory = OpenPrivateDirectory(m_base.Get(), m_name, absent, &isNew);
         if (!m_directory.IsOpen()) {
             if (absent == Absent::create && errno == ENOENT) continue;
             return false;
         }
-        if (!Lock()) return false;
+        if (!Lock() || fstat(m_directory.Get(), &m_status) != 0) return false;
         struct stat named {};
         if (fstatat(m_base.Get(), m_name, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
             IsSameFile(named, m_status)) {
+            if (isNew) RemoveStaleNamespaces(m_base.Get());
             return true;
         }
     }
@@ -109,29 +152,11 @@ bool Namespace::Open(Absent absent) {
 }
 
 void Namespace::Unlink(const char *entry, const Descriptor &file) const {
-    struct stat named {};
-    struct stat held {};
-    if (fstatat(Directory(), entry, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
-        fstat(file.Get(), &held) == 0 && IsSameFile(named, held)) {
-        unlinkat(Directory(), entry, 0);
-    }
+    UnlinkSame(Directory(), entry, file);
 }
 
 void Namespace::RemoveStale() const {
-    const int listed = openat(Directory(), ".", kDirectoryFlags);
-    if (listed < 0) return;
-    DIR *entries = fdopendir(listed);
-    if (entries == nullptr) {
-        close(listed);
-        return;
-    }
-    while (const dirent *entry = readdir(entries)) {
-        if (entry->d_type != DT_REG && entry->d_type != DT_UNKNOWN) continue;
-        const Descriptor file(
-            openat(Directory(), entry->d_name, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-        if (file.IsOpen() && LockFile(file, LOCK_EX | LOCK_NB)) Unlink(entry->d_name, file);
-    }
-    closedir(entries);
+    RemoveStaleFiles(Directory());
 }
 
 void Namespace::RemoveIfEmpty() const {

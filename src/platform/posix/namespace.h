@@ -6,8 +6,9 @@
 // 1 to 64 letters, digits, '.', '_' and '-', no leading dot). Both levels have the mode 0700,
 // belong to the effective user and are no symbolic links, or nothing below them is touched.
 //
-// The directory is made with its first object and removed with its last. Whoever looks at its
-// entries, adds or removes one holds the directory's exclusive lock.
+// The directory is made with its first object and removed with its last; when a new one is made,
+// those that killed processes have left are removed. Whoever looks at a directory's entries, adds
+// or removes one holds its exclusive lock.
 
 #ifndef AIPLC_POSIX_NAMESPACE_H
 #define AIPLC_POSIX_NAMESPACE_H
