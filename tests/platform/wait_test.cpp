@@ -64,23 +64,6 @@ TEST(Event, ReleasesOneOfManyWaitersForEachSet) {
         CloseHandle(handle);
 }
 
-TEST(Event, AWaiterThatDiesInItsWaitTakesNoSignalAway) {
-    const auto wait = [](Line line) {
-        const Handle event = CreateNamedEvent("E");
-        return line.Tell() && Wait(event, kWaitForever) == kWaitSignalled ? 0 : 1;
-    };
-    Child doomed(wait);
-    doomed.AwaitAsleep();
-    Child survivor(wait);
-    survivor.AwaitAsleep();
-    kill(doomed.id, SIGSTOP);  // the first in the queue
-    waitpid(doomed.id, nullptr, WUNTRACED);
-    const Handle event = CreateNamedEvent("E");
-    SetEvent(event);
-    EXPECT_EQ(survivor.Join(), 0);
-    CloseHandle(event);
-}
-
 constexpr auto kOwnTwice = [](Line line) {
     const Handle mutex = CreateNamedMutex("M");
     const uint32_t outcome = Wait(mutex, 0) + Wait(mutex, 1);
