@@ -36,6 +36,22 @@ void AddInput(std::string &text, const ConcealReport &report) {
     text += '\n';
 }
 
+void AddPackets(std::string &text, const ConcealReport &report) {
+    const auto packets = static_cast<unsigned long long>(report.packets);
+    const auto lost =
+        static_cast<unsigned long long>(report.packetsMissing + report.packetsDropped);
+    if (report.kind == InputKind::capture) {
+        Add(text,
+            "packets   %llu captured, %llu of them lost by simulation; in all %lld missing, "
+            "%llu too late\n",
+            packets, lost, static_cast<long long>(report.statistics.packetsLost),
+            static_cast<unsigned long long>(report.statistics.packetsDiscarded));
+        return;
+    }
+    Add(text, "packets   %llu, of those lost %llu (%.2f %%)\n", packets, lost,
+        Percent(static_cast<double>(lost), static_cast<double>(packets)));
+}
+
 void AddSources(std::string &text, const host::Statistics &statistics) {
     text += "frames   ";
     for (size_t i = 0; i < statistics.framesBySource.size(); ++i) {
@@ -75,16 +91,7 @@ std::string ReportSummary(const ConcealOptions &options, const ConcealReport &re
     const host::Statistics &statistics = report.statistics;
     std::string text;
     AddInput(text, report);
-    const uint64_t lost = report.packetsMissing + report.packetsDropped;
-    Add(text, "packets   %llu, of those lost %llu (%.2f %%)",
-        static_cast<unsigned long long>(report.packets), static_cast<unsigned long long>(lost),
-        Percent(static_cast<double>(lost), static_cast<double>(report.packets)));
-    if (report.kind == InputKind::capture) {
-        Add(text, "; %lld missing by sequence number, %llu too late",
-            static_cast<long long>(statistics.packetsLost),
-            static_cast<unsigned long long>(statistics.packetsDiscarded));
-    }
-    text += '\n';
+    AddPackets(text, report);
     Add(text, "concealed %.2f %% of the audio in %llu gaps\n",
         Percent(static_cast<double>(statistics.concealedSamples),
                 static_cast<double>(statistics.totalSamplesReceived)),
