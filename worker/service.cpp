@@ -20,6 +20,8 @@ using protocol::SharedBlock;
 
 static_assert(kWindowSamples == protocol::kWindowSamples);
 
+// How long a worker that was started first waits for a host.
+constexpr uint32_t kFirstHostMs = 60'000;
 // How often a wait for the mutex looks whether the message still stands.
 constexpr uint32_t kMutexSliceMs = 20;
 
@@ -50,6 +52,7 @@ Service::Service(Predictor &predictor)
 
 bool Service::Open() {
     m_mapping.reset(platform::OpenMapping(protocol::kSharedMemName));
+    m_startedByHost = m_mapping != nullptr;
     if (!m_mapping)
         m_mapping.reset(platform::CreateMapping(protocol::kSharedMemName, sizeof(SharedBlock)));
     if (!m_mapping) return Refuse(protocol::kSharedMemName);
@@ -73,10 +76,15 @@ bool Service::Open() {
 
 int Service::Run() {
     FlushDenormals();
+    if (m_startedByHost) StartHostWatch();
     for (;;) {
-        const uint32_t outcome =
-            platform::Wait(m_watch->workerReceiver.get(), platform::kWaitForever);
+        const uint32_t outcome = platform::Wait(m_watch->workerReceiver.get(),
+                                                m_watching ? platform::kWaitForever : kFirstHostMs);
         if (m_watch->hostsGone.load()) return 0;
+        if (outcome == platform::kWaitTimeout) {
+            StartHostWatch();
+            continue;
+        }
         if (outcome != platform::kWaitSignalled) {
             std::fprintf(stderr, "%s: waiting for \"%s\" failed: error %u\n",
                          protocol::kWorkerExecutable, protocol::kWorkerReceiverName,
@@ -107,8 +115,8 @@ uint32_t Service::Message() const {
     return std::atomic_ref(m_block->msgId).load(std::memory_order_acquire);
 }
 
-// Called at a message, so that a worker which was started first waits for its host. Without the
-// watch, where no thread can be had, the worker still serves and quits when it is told to.
+// Without the watch, where no thread can be had, the worker still serves and quits when it is told
+// to.
 void Service::StartHostWatch() {
     if (m_watching) return;
     m_watching = true;

@@ -34,7 +34,7 @@ class Service {
     bool Open();
 
     // Serves until a message asks to quit, or until the last host that used the namespace is gone
-    // (0), or until the objects fail (1). Before any host came it waits for one.
+    // (0), or until the objects fail (1). Started first, it waits a minute for a host.
     int Run();
 
   private:
@@ -58,6 +58,7 @@ class Service {
     UniqueHandle m_processStarted;
     UniqueHandle m_inputReady;
     UniqueHandle m_mutex;
+    bool m_startedByHost = false;  // the block was there already
     bool m_watching = false;
 
     // Private copies: the library may write a new request while one is served past its time.

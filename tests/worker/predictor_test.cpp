@@ -45,6 +45,9 @@ double Tone(double i) {
 double Chirp(double i) {
     return 32767 * std::sin(0.02 * i + i * i / 2500);
 }
+double Clipped(double i) {
+    return std::clamp(45000 * std::sin(0.05 * i), -32768., 32767.);
+}
 
 Window Make(Signal signal, const Frames &lost, size_t cleared = 0) {
     Window w;
@@ -134,7 +137,10 @@ TEST(Autoregressive, StaysBounded) {
                 EXPECT_LE(Power(out, frame * kFrame, kFrame), 1.25 * loudest);
         }
         for (const int16_t s : Filled(Make([](double) { return 32767.; }, lost)))
-            EXPECT_GE(s, 0);
+            EXPECT_GT(s, 0);
+        const Window clipped = Filled(Make(Clipped, lost));
+        for (size_t i = 1; i < clipped.size(); ++i)
+            EXPECT_LT(std::abs(clipped[i] - clipped[i - 1]), 20000);
     }
 }
 

@@ -1,0 +1,223 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#include "host/decode_timeline.h"
+
+#include <opus.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <string>
+
+#include "host/stream_clock.h"
+
+namespace aiplc::host {
+namespace {
+
+constexpr uint32_t kClockRate = 48000;
+constexpr int64_t kLongestPacket = 5760;  // 120 ms
+constexpr size_t kMaxSegments = 64;       // a frame and a packet in steps of 2.5 ms
+
+size_t SnapshotSlot(int64_t frame) {
+    return static_cast<size_t>(frame) % static_cast<size_t>(DecodeTimeline::kSnapshots);
+}
+
+}  // namespace
+
+DecodeTimeline::DecodeTimeline(uint32_t sampleRate, int complexity, bool useFec,
+                               PacketBuffer &buffer)
+    : m_unitsPerSample(kClockRate / sampleRate),
+      m_frameSamples(Samples(kFrameUnits)),
+      m_useFec(useFec),
+      m_buffer(buffer),
+      m_decoderMemory(static_cast<size_t>(opus_decoder_get_size(1))),
+      m_decoder(reinterpret_cast<OpusDecoder *>(m_decoderMemory.data())),
+      m_scratch(Samples(kLongestPacket)),
+      m_frame(m_frameSamples) {
+    const int result = opus_decoder_init(m_decoder, static_cast<opus_int32>(sampleRate), 1);
+    if (result != OPUS_OK)
+        throw std::runtime_error(std::string("Opus decoder: ") + opus_strerror(result));
+    // Unknown to the decoders of libopus before 1.5, which have no such setting.
+    (void)opus_decoder_ctl(m_decoder, OPUS_SET_COMPLEXITY(complexity));
+    // All memory is taken here, so that decoding takes none.
+    const size_t longest = m_frameSamples + m_scratch.size();
+    m_state.pcm.reserve(longest);
+    m_state.segments.reserve(kMaxSegments);
+    for (Snapshot &snapshot : m_snapshots) {
+        snapshot.decoder.resize(m_decoderMemory.size());
+        snapshot.state.pcm.reserve(longest);
+        snapshot.state.segments.reserve(kMaxSegments);
+    }
+}
+
+DecodeTimeline::~DecodeTimeline() = default;
+
+void DecodeTimeline::TakeSnapshot() {
+    Snapshot &snapshot = m_snapshots[SnapshotSlot(m_state.frame)];
+    snapshot.frame = m_state.frame;
+    snapshot.state = m_state;
+    snapshot.decoder = m_decoderMemory;
+}
+
+bool DecodeTimeline::CanRestore(int64_t frame) const {
+    return frame >= 0 && m_snapshots[SnapshotSlot(frame)].frame == frame;
+}
+
+void DecodeTimeline::Restore(int64_t frame) {
+    const Snapshot &snapshot = m_snapshots[SnapshotSlot(frame)];
+    m_state = snapshot.state;
+    std::ranges::copy(snapshot.decoder, m_decoderMemory.begin());
+}
+
+void DecodeTimeline::Restart() {
+    for (Snapshot &snapshot : m_snapshots)
+        snapshot.frame = -1;
+    m_state.cursor = m_state.frame * kFrameUnits;
+    m_state.audioEnd = m_state.cursor;
+    m_state.sequence = -1;
+    m_state.pausing = false;
+    m_state.pcm.clear();
+    m_state.segments.clear();
+}
+
+DecodedFrame DecodeTimeline::Next() {
+    const int64_t end = (m_state.frame + 1) * kFrameUnits;
+    while (m_state.cursor < end) {
+        if (BufferedPacket *packet = m_buffer.Covering(m_state.cursor)) {
+            DecodePacket(*packet);
+        } else if (!FillGap(end)) {
+            return {
+                FrameSource::lost, m_state.bandwidth, static_cast<uint32_t>(m_frameSamples), {}};
+        }
+    }
+    return TakeFrame();
+}
+
+// Fills from the cursor to the next packet, at most to end, the end of the frame. False when that
+// is the whole frame and it is lost.
+bool DecodeTimeline::FillGap(int64_t end) {
+    BufferedPacket *next = m_buffer.After(m_state.cursor);
+    int64_t gapEnd = next == nullptr ? end : std::min(end, next->usableFrom);
+    const bool nothingLost = next != nullptr && IsNextSent(*next);
+    const bool pause = m_state.pausing || nothingLost;
+    // Without a SILK frame before it the decoder would conceal instead.
+    if (m_useFec && next != nullptr && next->OffersFec() && !nothingLost && !m_state.celtOnly) {
+        if (next->FecStart() <= m_state.cursor) {
+            DecodeFec(*next);
+            return true;
+        }
+        gapEnd = std::min(gapEnd, next->FecStart());
+    }
+    const bool wholeFrame = m_state.cursor == end - kFrameUnits && gapEnd == end;
+    if (wholeFrame && !pause) return false;
+    ConcealUntil(gapEnd, pause ? FrameSource::dtx : FrameSource::codec);
+    return true;
+}
+
+int DecodeTimeline::DecodeInto(const BufferedPacket *packet, int64_t units, bool fec) {
+    const unsigned char *data = packet == nullptr ? nullptr : packet->payload.data();
+    const auto size = static_cast<opus_int32>(packet == nullptr ? 0 : packet->payload.size());
+    return opus_decode(m_decoder, data, size, m_scratch.data(), static_cast<int>(Samples(units)),
+                       fec ? 1 : 0);
+}
+
+void DecodeTimeline::DecodePacket(BufferedPacket &packet) {
+    const int samples = DecodeInto(&packet, packet.info.duration, false);
+    if (samples != static_cast<int>(Samples(packet.info.duration))) {
+        ++m_undecodable;
+        m_buffer.Erase(packet);
+        return;
+    }
+    packet.used = true;
+    m_state.sequence = packet.sequence;
+    m_state.pausing = packet.info.pause;
+    m_state.celtOnly = packet.info.celtOnly;
+    m_state.bandwidth = packet.info.bandwidth;
+
+    const int64_t from = m_state.cursor;
+    const int64_t lateUntil = std::min(packet.lateUntil, packet.End());
+    const FrameSource onTime = packet.info.pause ? FrameSource::dtx : FrameSource::decoded;
+    Append(from - packet.start, packet.End(), onTime);
+    if (lateUntil > from) {
+        m_state.segments.back() = {lateUntil, FrameSource::late, packet.info.bandwidth};
+        if (lateUntil < packet.End())
+            m_state.segments.push_back({packet.End(), onTime, packet.info.bandwidth});
+    }
+    m_state.audioEnd = m_state.cursor;
+}
+
+// Recovers the frame before the packet's first one.
+void DecodeTimeline::DecodeFec(BufferedPacket &packet) {
+    const int samples = DecodeInto(&packet, packet.info.frameDuration, true);
+    if (samples != static_cast<int>(Samples(packet.info.frameDuration))) {
+        packet.info.redundancy = false;
+        return;
+    }
+    packet.fecUsed = true;
+    m_state.sequence = packet.sequence - 1;
+    m_state.pausing = false;
+    m_state.bandwidth = packet.info.bandwidth;
+    Append(m_state.cursor - packet.FecStart(), packet.start, FrameSource::fec);
+    m_state.audioEnd = m_state.cursor;
+}
+
+void DecodeTimeline::ConcealUntil(int64_t end, FrameSource source) {
+    const int64_t units = end - m_state.cursor;
+    if (DecodeInto(nullptr, units, false) != static_cast<int>(Samples(units)))
+        std::fill_n(m_scratch.begin(), Samples(units), int16_t{0});
+    Append(0, end, source);
+    if (source == FrameSource::dtx) m_state.audioEnd = m_state.cursor;
+}
+
+// Takes the scratch audio over, less what lies before the cursor.
+void DecodeTimeline::Append(int64_t skippedUnits, int64_t end, FrameSource source) {
+    const auto begin = m_scratch.begin() + static_cast<std::ptrdiff_t>(Samples(skippedUnits));
+    m_state.pcm.insert(m_state.pcm.end(), begin,
+                       begin + static_cast<std::ptrdiff_t>(Samples(end - m_state.cursor)));
+    m_state.segments.push_back({end, source, m_state.bandwidth});
+    m_state.cursor = end;
+}
+
+void DecodeTimeline::Conceal(std::span<int16_t> frame) {
+    ConcealUntil(m_state.cursor + kFrameUnits, FrameSource::codec);
+    std::ranges::copy(TakeFrame().samples, frame.begin());
+}
+
+// Cuts the finished frame off and tells what it was made of.
+DecodedFrame DecodeTimeline::TakeFrame() {
+    const int64_t end = (m_state.frame + 1) * kFrameUnits;
+    std::array<int64_t, kFrameSources> units{};
+    DecodedFrame frame;
+    int64_t position = end - kFrameUnits;
+    for (const Segment &segment : m_state.segments) {
+        if (position >= end) break;
+        const int64_t segmentEnd = std::min(segment.end, end);
+        units[static_cast<size_t>(segment.source)] += segmentEnd - position;
+        position = segmentEnd;
+        frame.bandwidth = segment.bandwidth;
+    }
+    std::erase_if(m_state.segments, [end](const Segment &segment) { return segment.end <= end; });
+
+    const auto length = [&units](FrameSource source) { return units[static_cast<size_t>(source)]; };
+    frame.concealed = static_cast<uint32_t>(Samples(length(FrameSource::codec)));
+    frame.source = FrameSource::decoded;
+    if (frame.concealed == m_frameSamples) {
+        frame.source = FrameSource::codec;
+    } else if (frame.concealed > 0) {
+        frame.source = FrameSource::partial;
+    } else if (length(FrameSource::fec) > 0) {
+        frame.source = FrameSource::fec;
+    } else if (length(FrameSource::late) > 0) {
+        frame.source = FrameSource::late;
+    } else if (length(FrameSource::decoded) == 0) {
+        frame.source = FrameSource::dtx;
+    }
+
+    const auto cut = m_state.pcm.begin() + static_cast<std::ptrdiff_t>(m_frameSamples);
+    std::copy(m_state.pcm.begin(), cut, m_frame.begin());
+    m_state.pcm.erase(m_state.pcm.begin(), cut);
+    ++m_state.frame;
+    frame.samples = m_frame;
+    return frame;
+}
+
+}  // namespace aiplc::host

@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#ifndef AIPLC_HOST_DECODE_TIMELINE_H
+#define AIPLC_HOST_DECODE_TIMELINE_H
+
+#include <aiplc/aiplc.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "host/output_frame.h"
+#include "host/packet_buffer.h"
+
+struct OpusDecoder;
+
+namespace aiplc::host {
+
+// One 20 ms frame as the decoder gave it.
+struct DecodedFrame {
+    FrameSource source = FrameSource::lost;  // decoded, late, fec, dtx, partial, codec or lost
+    uint32_t bandwidth = 0;                  // OPUS_BANDWIDTH_*
+    uint32_t concealed = 0;                  // samples that the codec concealed
+    std::span<const int16_t> samples;        // valid until the timeline's next call
+
+    bool IsLost() const { return source == FrameSource::lost; }
+};
+
+// Decodes the packets of a buffer into a gapless run of 20 ms frames and can go back to any of the
+// last kSnapshots frames, to decode them again when a packet arrives late. The decoder's whole
+// state is one flat block, so that a copy of it is a snapshot.
+class DecodeTimeline {
+  public:
+    // The longest packet whose end can still be rewritten starts this many frames back.
+    static constexpr int64_t kSnapshots = 10;
+
+    // Throws std::runtime_error when the decoder cannot be made. buffer outlives the timeline.
+    DecodeTimeline(uint32_t sampleRate, int complexity, bool useFec, PacketBuffer &buffer);
+    ~DecodeTimeline();
+    DecodeTimeline(const DecodeTimeline &) = delete;
+    DecodeTimeline &operator=(const DecodeTimeline &) = delete;
+
+    // The next frame. When nothing of it has arrived and the sender is not pausing, the frame is
+    // lost: the caller then has it made by Conceal.
+    DecodedFrame Next();
+    // Has the codec make the frame that Next reported lost. Writes one frame.
+    void Conceal(std::span<int16_t> frame);
+
+    // Remembers the state before the next frame; Restore goes back to it.
+    void TakeSnapshot();
+    // False when that frame is too old or lies before the last Restart.
+    bool CanRestore(int64_t frame) const;
+    void Restore(int64_t frame);
+
+    // Drops what was decoded ahead: the sender's clock continues somewhere else.
+    void Restart();
+
+    int64_t NextFrame() const { return m_state.frame; }
+    int64_t Cursor() const { return m_state.cursor; }      // decoded up to here, 48 kHz
+    int64_t AudioEnd() const { return m_state.audioEnd; }  // concealed since here
+
+    // Nothing was sent between the last decoded packet and this one.
+    bool IsNextSent(const BufferedPacket &packet) const {
+        return packet.sequence == m_state.sequence + 1 && packet.IsWhole();
+    }
+
+    uint64_t Undecodable() const { return m_undecodable; }
+
+  private:
+    // A run of audio of one origin.
+    struct Segment {
+        int64_t end;  // it begins where the one before it ends
+        FrameSource source;
+        uint32_t bandwidth;
+    };
+    struct State {
+        int64_t frame = 0;
+        int64_t cursor = 0;
+        int64_t audioEnd = 0;
+        int64_t sequence = -1;  // of the last decoded packet
+        bool pausing = false;   // the last packet announced a pause
+        bool celtOnly = false;  // the last packet had no SILK data
+        uint32_t bandwidth = 0;
+        std::vector<int16_t> pcm;       // from the start of frame to cursor
+        std::vector<Segment> segments;  // of pcm
+    };
+    struct Snapshot {
+        int64_t frame = -1;
+        State state;
+        std::vector<std::byte> decoder;
+    };
+
+    size_t Samples(int64_t units) const { return static_cast<size_t>(units / m_unitsPerSample); }
+    bool FillGap(int64_t end);
+    void DecodePacket(BufferedPacket &packet);
+    void DecodeFec(BufferedPacket &packet);
+    int DecodeInto(const BufferedPacket *packet, int64_t units, bool fec);
+    void ConcealUntil(int64_t end, FrameSource source);
+    void Append(int64_t skippedUnits, int64_t end, FrameSource source);
+    DecodedFrame TakeFrame();
+
+    int64_t m_unitsPerSample;
+    size_t m_frameSamples;
+    bool m_useFec;
+    PacketBuffer &m_buffer;
+    std::vector<std::byte> m_decoderMemory;
+    OpusDecoder *m_decoder;  // in m_decoderMemory
+    State m_state;
+    std::array<Snapshot, kSnapshots> m_snapshots;  // by frame modulo kSnapshots
+    std::vector<int16_t> m_scratch;                // one packet
+    std::vector<int16_t> m_frame;                  // handed out by Next
+    uint64_t m_undecodable = 0;
+};
+
+}  // namespace aiplc::host
+
+#endif

@@ -1,0 +1,323 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#include "host/receiver.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "host/decode_timeline.h"
+#include "host/opus_packet.h"
+#include "host/output_account.h"
+#include "host/packet_buffer.h"
+#include "host/pipeline_channel.h"
+#include "host/stream_clock.h"
+
+namespace aiplc::host {
+namespace {
+
+constexpr int64_t kLookAhead = Receiver::kLookAheadFrames;
+constexpr int64_t kHistory = DecodeTimeline::kSnapshots;
+constexpr int kMaxLateInARow = 25;  // then the sender's clock is taken to have fallen behind
+constexpr int64_t kLongestOpusFrame = 2880;  // 60 ms
+// Packets before the first one, still to be taken when the call starts.
+constexpr int64_t kMaxLeadIn = kLookAhead * kFrameUnits;
+
+const ReceiverOptions &Checked(const ReceiverOptions &options) {
+    if (options.sampleRate != 16000 && options.sampleRate != 48000) {
+        throw std::runtime_error("sample rate is " + std::to_string(options.sampleRate) +
+                                 " Hz, must be 16000 or 48000");
+    }
+    if (options.decoderComplexity < 0 || options.decoderComplexity > 10) {
+        throw std::runtime_error("decoder complexity is " +
+                                 std::to_string(options.decoderComplexity) + ", must be 0 to 10");
+    }
+    return options;
+}
+
+size_t Slot(int64_t frame) {
+    return static_cast<size_t>(frame) % static_cast<size_t>(kHistory);
+}
+
+}  // namespace
+
+class Receiver::Engine {
+  public:
+    explicit Engine(const ReceiverOptions &options)
+        : m_options(Checked(options)),
+          m_timeline(options.sampleRate, options.decoderComplexity, options.useFec, m_buffer),
+          m_channel(options.sampleRate, options.useWorker),
+          m_frame(options.sampleRate / 50),
+          m_account(options.sampleRate, m_statistics) {
+        m_statistics.initTimeMs = m_channel.InitTimeMs();
+    }
+
+    void Push(const RtpPacket &packet);
+    const OutputFrame &Pull();
+
+    const Statistics &GetStatistics() const { return m_statistics; }
+    bool WorkerRunning() const { return m_channel.WorkerRunning(); }
+
+  private:
+    // What is known of a frame that was handed to the library.
+    struct FrameRecord {
+        FrameSource source = FrameSource::lost;
+        uint32_t concealed = 0;
+        PipelineChannel::Memories before{};  // of the channel, before the frame
+    };
+
+    int64_t Now() const { return m_timeline.NextFrame() * kFrameUnits; }
+    // Start of the oldest frame that can still be rewritten.
+    int64_t OpenFrom() const { return std::max<int64_t>(Now() - kLookAhead * kFrameUnits, 0); }
+
+    void Restart();
+    bool IsTooLate(const BufferedPacket &packet);
+    void Insert(BufferedPacket packet);
+
+    void Start();
+    void CloseRedundancy();
+    std::optional<int64_t> EarliestRecovery();
+    bool CanRecoverByFec(const BufferedPacket &packet) const;
+    void Recover(int64_t position);
+    DecodedFrame NextFrame();
+    void ApplyNext();
+    void Account(int64_t frame);
+
+    ReceiverOptions m_options;
+    Statistics m_statistics;
+    StreamClock m_clock;
+    PacketBuffer m_buffer;
+    DecodeTimeline m_timeline;
+    PipelineChannel m_channel;
+    std::array<FrameRecord, kHistory> m_records;  // by frame modulo kHistory
+    std::vector<int16_t> m_frame;                 // a frame that the codec concealed
+    bool m_started = false;                       // a Pull has found a packet
+    int m_lateInARow = 0;
+    uint64_t m_undecodableOnArrival = 0;
+    OutputAccount m_account;
+    OutputFrame m_output;
+};
+
+// ---- Arrival ------------------------------------------------------------------------------------
+
+void Receiver::Engine::Push(const RtpPacket &packet) {
+    ++m_statistics.packetsReceived;
+    m_statistics.bytesReceived += packet.payload.size();
+    const StreamClock::Arrival arrival = m_clock.Arrive(packet, Now());
+    m_statistics.packetsLost = m_clock.PacketsLost();
+    if (arrival.verdict == StreamClock::Verdict::duplicate) {
+        ++m_statistics.packetsDuplicated;
+        return;
+    }
+    if (arrival.verdict == StreamClock::Verdict::misplaced) {
+        ++m_statistics.packetsDiscarded;
+        return;
+    }
+    if (arrival.verdict == StreamClock::Verdict::restarted) Restart();
+
+    const std::optional<OpusPacketInfo> info = ParseOpusPacket(packet.payload);
+    if (!info) {
+        ++m_undecodableOnArrival;
+        m_statistics.packetsUndecodable = m_undecodableOnArrival + m_timeline.Undecodable();
+        return;
+    }
+    if (info->redundancy) ++m_statistics.fecPacketsReceived;
+
+    BufferedPacket buffered;
+    buffered.start = arrival.place.start;
+    buffered.sequence = arrival.place.sequence;
+    buffered.info = *info;
+    buffered.payload = packet.payload;
+    if (!IsTooLate(buffered)) {
+        m_lateInARow = 0;
+        Insert(std::move(buffered));
+    } else if (++m_lateInARow >= kMaxLateInARow) {
+        m_clock.Realign(packet, Now());
+        Restart();
+        buffered.start = Now();
+        Insert(std::move(buffered));
+    } else {
+        ++m_statistics.packetsDiscarded;
+        if (info->redundancy) ++m_statistics.fecPacketsDiscarded;
+    }
+}
+
+void Receiver::Engine::Restart() {
+    m_statistics.packetsDiscarded += m_buffer.Clear();
+    m_timeline.Restart();
+    m_lateInARow = 0;
+    ++m_statistics.timelineRestarts;
+}
+
+bool Receiver::Engine::IsTooLate(const BufferedPacket &packet) {
+    if (!m_started) return packet.start < -kMaxLeadIn;
+    return packet.End() <= (m_options.useLatePackets ? OpenFrom() : m_timeline.Cursor());
+}
+
+void Receiver::Engine::Insert(BufferedPacket packet) {
+    const int64_t cursor = m_timeline.Cursor();
+    packet.usableFrom = packet.start;
+    if (m_started && packet.start < cursor) {
+        packet.lateUntil = cursor;
+        if (!m_options.useLatePackets) packet.usableFrom = cursor;
+    }
+    const bool redundancy = packet.info.redundancy;
+    if (m_buffer.Insert(std::move(packet))) return;
+    ++m_statistics.packetsDiscarded;
+    if (redundancy) ++m_statistics.fecPacketsDiscarded;
+}
+
+// ---- Output -------------------------------------------------------------------------------------
+
+const OutputFrame &Receiver::Engine::Pull() {
+    if (!m_started && !m_buffer.Empty()) Start();
+    if (!m_started) {
+        std::ranges::fill(m_frame, int16_t{0});
+        m_output = {};
+        m_output.samples = m_frame;
+        m_account.Count(m_output);
+        return m_output;
+    }
+    if (const std::optional<int64_t> position = EarliestRecovery()) Recover(*position);
+    const int64_t frame = m_timeline.NextFrame();
+    ApplyNext();
+    Account(frame - kLookAhead);
+    m_statistics.packetsUndecodable = m_undecodableOnArrival + m_timeline.Undecodable();
+    CloseRedundancy();
+    m_statistics.packetsDiscarded += m_buffer.EraseBefore(Now() - (kHistory - 1) * kFrameUnits);
+    return m_output;
+}
+
+// The earliest packet that is there begins frame 0.
+void Receiver::Engine::Start() {
+    const int64_t first = m_buffer.All().begin()->first;
+    m_clock.Shift(-first);
+    m_buffer.Shift(-first);
+    m_started = true;
+}
+
+// Counts the redundancy that can no longer be of use: the frame before it is being played.
+void Receiver::Engine::CloseRedundancy() {
+    for (auto &[start, packet] : m_buffer.All()) {
+        if (start > OpenFrom()) break;
+        if (!packet.info.redundancy || packet.fecClosed) continue;
+        packet.fecClosed = true;
+        if (!packet.fecUsed) ++m_statistics.fecPacketsDiscarded;
+    }
+}
+
+// Where decoding has to start again because a packet came that tells more about frames that have
+// not been played: late audio, redundancy, or that nothing was sent.
+std::optional<int64_t> Receiver::Engine::EarliestRecovery() {
+    const int64_t cursor = m_timeline.Cursor();
+    std::optional<int64_t> earliest;
+    const auto add = [&earliest](int64_t position) {
+        earliest = std::min(earliest.value_or(position), position);
+    };
+    for (auto &[start, packet] : m_buffer.All()) {
+        if (start > cursor + kLongestOpusFrame) break;
+        if (!packet.used && packet.usableFrom < cursor) add(packet.usableFrom);
+        if (CanRecoverByFec(packet)) {
+            packet.fecTried = true;
+            add(packet.FecStart());
+        }
+    }
+    const BufferedPacket *next = m_buffer.After(cursor - 1);
+    if (next != nullptr && m_timeline.IsNextSent(*next) && m_timeline.AudioEnd() < cursor &&
+        cursor > OpenFrom())
+        add(std::max(m_timeline.AudioEnd(), OpenFrom()));
+    return earliest;
+}
+
+bool Receiver::Engine::CanRecoverByFec(const BufferedPacket &packet) const {
+    if (!m_options.useFec || !packet.OffersFec() || packet.used || packet.fecTried) return false;
+    const int64_t end = std::min(packet.start, m_timeline.Cursor());
+    const bool paused = m_timeline.IsNextSent(packet);
+    for (int64_t position = std::max(packet.FecStart(), OpenFrom()); position < end;) {
+        const int64_t frame = position / kFrameUnits;
+        if (frame >= m_timeline.NextFrame()) break;
+        const FrameRecord &record = m_records[Slot(frame)];
+        if (record.concealed > 0 || (record.source == FrameSource::dtx && !paused)) return true;
+        position = (frame + 1) * kFrameUnits;
+    }
+    return false;
+}
+
+// Decodes everything from position on again and puts the frames onto their placeholders.
+void Receiver::Engine::Recover(int64_t position) {
+    const int64_t now = m_timeline.NextFrame();
+    const int64_t open = std::max<int64_t>(now - kLookAhead, 0);
+    int64_t from = std::max<int64_t>(position / kFrameUnits, now - (kHistory - 1));
+    while (from < now && !m_timeline.CanRestore(from))
+        ++from;
+    if (from >= now) return;
+    m_timeline.Restore(from);
+    const int64_t rewriteFrom = std::max(from, open);
+    for (int64_t frame = from; frame < now; ++frame) {
+        FrameRecord &record = m_records[Slot(frame)];
+        if (frame == rewriteFrom) m_channel.Rewind(now - frame, record.before);
+        if (frame >= rewriteFrom) record.before = m_channel.SaveMemories();
+        m_timeline.TakeSnapshot();
+        const DecodedFrame decoded = NextFrame();
+        record.source = decoded.source;
+        record.concealed = decoded.concealed;
+        if (frame >= rewriteFrom)
+            m_channel.Rewrite(decoded.samples, decoded.bandwidth, decoded.IsLost());
+    }
+}
+
+// The next frame of the timeline; samples are there for a lost one too.
+DecodedFrame Receiver::Engine::NextFrame() {
+    const bool startUp = m_timeline.NextFrame() < PipelineChannel::kStartUpFrames;
+    DecodedFrame decoded = m_timeline.Next();
+    if (!decoded.IsLost()) return decoded;
+    m_timeline.Conceal(m_frame);
+    decoded.samples = m_frame;
+    // The library takes no lost frames while it starts up.
+    if (startUp) decoded.source = FrameSource::codec;
+    return decoded;
+}
+
+void Receiver::Engine::ApplyNext() {
+    FrameRecord &record = m_records[Slot(m_timeline.NextFrame())];
+    record.before = m_channel.SaveMemories();
+    m_timeline.TakeSnapshot();
+    const bool startUp = m_timeline.NextFrame() < PipelineChannel::kStartUpFrames;
+    const DecodedFrame decoded = startUp ? NextFrame() : m_timeline.Next();
+    record.source = decoded.source;
+    record.concealed = decoded.concealed;
+    if (decoded.IsLost()) {
+        m_channel.ApplyLost([this](std::span<int16_t> frame) { m_timeline.Conceal(frame); });
+    } else {
+        m_channel.ApplyReceived(decoded.samples, decoded.bandwidth);
+    }
+}
+
+void Receiver::Engine::Account(int64_t frame) {
+    const FrameRecord handedIn = frame < 0 ? FrameRecord{} : m_records[Slot(frame)];
+    m_output = DescribeOutput(m_channel, frame, handedIn.source, handedIn.concealed);
+    m_account.Count(m_output);
+}
+
+// ---- The interface ------------------------------------------------------------------------------
+
+Receiver::Receiver(const ReceiverOptions &options) : m_engine(std::make_unique<Engine>(options)) {}
+Receiver::~Receiver() = default;
+
+void Receiver::Push(const RtpPacket &packet) {
+    m_engine->Push(packet);
+}
+const OutputFrame &Receiver::Pull() {
+    return m_engine->Pull();
+}
+const Statistics &Receiver::GetStatistics() const {
+    return m_engine->GetStatistics();
+}
+bool Receiver::WorkerRunning() const {
+    return m_engine->WorkerRunning();
+}
+
+}  // namespace aiplc::host

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#ifndef AIPLC_HOST_RECEIVER_H
+#define AIPLC_HOST_RECEIVER_H
+
+#include <cstdint>
+#include <memory>
+
+#include "host/output_frame.h"
+#include "host/rtp_packet.h"
+#include "host/statistics.h"
+
+namespace aiplc::host {
+
+struct ReceiverOptions {
+    uint32_t sampleRate = 48000;  // of the output: 16000 or 48000
+    bool useWorker = true;        // ask the worker for lost frames; false: the codec conceals all
+    bool useFec = true;           // recover from the redundancy of the packet after a loss
+    bool useLatePackets = true;   // take packets that come up to 60 ms after their frame was due
+    int decoderComplexity = 10;   // 0..10, for libopus versions whose decoder has the setting
+};
+
+// The receiving end of one Opus call: packets in, in any order, one 20 ms frame out per Pull, three
+// frames behind the newest. One thread; one receiver with a worker per AIPLC_NAMESPACE at a time.
+class Receiver {
+  public:
+    // Starts the worker when asked to, which may block for up to 8 s; a worker that does not start
+    // is no error. Throws std::runtime_error for a rate or complexity out of range, or when decoder
+    // or channel cannot be made.
+    explicit Receiver(const ReceiverOptions &options);
+    ~Receiver();
+    Receiver(const Receiver &) = delete;
+    Receiver &operator=(const Receiver &) = delete;
+
+    // The packet arrives now. Any content, any order, any number of times.
+    void Push(const RtpPacket &packet);
+
+    // The next 20 ms of output; to be called every 20 ms. The first call that finds a packet starts
+    // the call's timeline; before it the output is silence. The result is overwritten by the next
+    // Pull. Blocks at most 26 ms, and only when the worker is late.
+    const OutputFrame &Pull();
+
+    // Output trails the packets by this many frames.
+    static constexpr int kLookAheadFrames = 3;
+
+    const Statistics &GetStatistics() const;
+    bool WorkerRunning() const;
+
+  private:
+    class Engine;
+    std::unique_ptr<Engine> m_engine;
+};
+
+}  // namespace aiplc::host
+
+#endif

@@ -1,0 +1,200 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#include "call_loader.h"
+
+#include <opus/opus.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <vector>
+
+#include "bit_stream.h"
+#include "failure.h"
+#include "host/sender.h"
+#include "interrupt.h"
+#include "ogg_opus.h"
+#include "speech_audio.h"
+
+namespace aiplc::tools {
+namespace {
+
+constexpr int kExpectedLossOfTrace = 10;  // percent: what FEC prepares for when nobody says
+constexpr int kMaxExpectedLoss = 100;
+// Silence behind the audio, samples: it pushes the audio's end through the receiver's filters,
+// which delay by 44 + 45 samples at most.
+constexpr size_t kFilterTail = 96;
+
+void Refuse(bool given, const char *option, const char *wants, const InputFile &input,
+            InputKind kind) {
+    if (!given) return;
+    throw UsageError(std::string(option) + ": only for " + wants + "; " + input.Name() + " is " +
+                     InputKindName(kind));
+}
+
+void CheckOptionsFit(const ConcealOptions &options, const InputFile &input, InputKind kind) {
+    if (kind != InputKind::speechAudio) {
+        const char *wants = "speech audio, which is encoded here";
+        const EncodingOptions &encoding = options.encoding;
+        Refuse(encoding.bitrate.has_value(), "--bitrate", wants, input, kind);
+        Refuse(encoding.frameMs.has_value(), "--frame-ms", wants, input, kind);
+        Refuse(encoding.complexity.has_value(), "--complexity", wants, input, kind);
+        Refuse(encoding.bandwidth.has_value(), "--bandwidth", wants, input, kind);
+        Refuse(encoding.fec, "--fec", wants, input, kind);
+        Refuse(encoding.dtx, "--dtx", wants, input, kind);
+    }
+    if (kind != InputKind::capture) {
+        const char *wants = "captures";
+        Refuse(options.stream.ssrc.has_value(), "--ssrc", wants, input, kind);
+        Refuse(options.stream.payloadType.has_value(), "--payload-type", wants, input, kind);
+        Refuse(options.jitterBufferMs.has_value(), "--jitter-buffer", wants, input, kind);
+    }
+}
+
+int OpusBandwidth(const std::string &name) {
+    if (name == "nb") return OPUS_BANDWIDTH_NARROWBAND;
+    if (name == "mb") return OPUS_BANDWIDTH_MEDIUMBAND;
+    if (name == "wb") return OPUS_BANDWIDTH_WIDEBAND;
+    if (name == "swb") return OPUS_BANDWIDTH_SUPERWIDEBAND;
+    if (name == "fb") return OPUS_BANDWIDTH_FULLBAND;
+    return 0;
+}
+
+int ExpectedLoss(const LossOptions &loss) {
+    if (!loss.lossPercent) return kExpectedLossOfTrace;
+    return std::clamp(static_cast<int>(std::lround(*loss.lossPercent)), 1, kMaxExpectedLoss);
+}
+
+host::SenderOptions SenderOptionsOf(const ConcealOptions &options, int sampleRate) {
+    const EncodingOptions &encoding = options.encoding;
+    host::SenderOptions sender;
+    sender.sampleRate = static_cast<uint32_t>(sampleRate);
+    sender.bitrate = *encoding.bitrate;
+    sender.packetMs = *encoding.frameMs;
+    sender.complexity = *encoding.complexity;
+    sender.maxBandwidth = OpusBandwidth(*encoding.bandwidth);
+    sender.dtx = encoding.dtx;
+    sender.fec = encoding.fec;
+    sender.expectedLossPercent = encoding.fec ? ExpectedLoss(options.loss) : 0;
+    return sender;
+}
+
+// The rate that loses nothing of the input, unless the user says otherwise.
+int RateOfSpeech(const ConcealOptions &options, int audioRate) {
+    const std::string &bandwidth = *options.encoding.bandwidth;
+    const bool superWide = bandwidth == "swb" || bandwidth == "fb";
+    if (options.sampleRate == 16000 && superWide) {
+        throw UsageError("--bandwidth " + bandwidth +
+                         " with --rate 16: 16 kHz carries wideband at most; give --rate 48 or "
+                         "--bandwidth wb");
+    }
+    return options.sampleRate.value_or(audioRate > 24000 || superWide ? 48000 : 16000);
+}
+
+void TakePackets(OpusCall &call, std::vector<host::RtpPacket> packets) {
+    for (host::RtpPacket &packet : packets) {
+        const int64_t arrivalUs = int64_t{packet.timestamp} * 1000 / (kOpusClock / 1000);
+        call.packets.push_back(
+            {std::move(packet.payload), packet.sequenceNumber, packet.timestamp, arrivalUs});
+    }
+}
+
+LoadedCall Encode(InputFile &input, const ConcealOptions &options) {
+    SpeechAudio audio(input);
+    LoadedCall loaded;
+    loaded.audioRate = audio.SampleRate();
+    loaded.audioChannels = audio.Channels();
+    loaded.sampleRate = RateOfSpeech(options, audio.SampleRate());
+    audio.ConvertTo(loaded.sampleRate);
+
+    const host::SenderOptions senderOptions = SenderOptionsOf(options, loaded.sampleRate);
+    host::Sender sender(senderOptions);
+    OpusCall &call = loaded.call;
+    std::array<int16_t, 4800> pcm{};
+    size_t got = 0;
+    while ((got = audio.Read(pcm)) > 0) {
+        ThrowIfInterrupted();
+        TakePackets(call, sender.Push({pcm.data(), got}));
+    }
+    const std::vector<int16_t> tail(static_cast<size_t>(sender.LookAhead()) + kFilterTail, 0);
+    TakePackets(call, sender.Push(tail));
+    TakePackets(call, sender.Flush());
+
+    const int64_t clockSteps = kOpusClock / loaded.sampleRate;
+    const int64_t pcmSamples = audio.TotalSamples() + static_cast<int64_t>(tail.size());
+    const int64_t packetSamples = int64_t{senderOptions.packetMs} * loaded.sampleRate / 1000;
+    call.span = (pcmSamples + packetSamples - 1) / packetSamples * packetSamples * clockSteps;
+    call.delaySamples = sender.LookAhead() * clockSteps;
+    call.samples = audio.TotalSamples() * clockSteps;
+    return loaded;
+}
+
+LoadedCall ReadPackets(InputFile &input, InputKind kind, const ConcealOptions &options) {
+    LoadedCall loaded;
+    if (kind == InputKind::oggOpus) {
+        loaded.call = ReadOggOpus(input);
+    } else if (kind == InputKind::bitStream) {
+        loaded.call = ReadBitStream(input);
+    } else {
+        CapturedCall captured = ReadCapture(input, options.stream);
+        loaded.call = std::move(captured.call);
+        loaded.ssrc = captured.ssrc;
+        loaded.payloadType = captured.payloadType;
+        loaded.otherStreams = captured.otherStreams;
+        loaded.probes = captured.probes;
+    }
+    const bool wide = WidestBandwidth(loaded.call) > OPUS_BANDWIDTH_WIDEBAND;
+    loaded.sampleRate = options.sampleRate.value_or(wide ? 48000 : 16000);
+    return loaded;
+}
+
+}  // namespace
+
+const char *InputKindName(InputKind kind) {
+    switch (kind) {
+        case InputKind::speechAudio:
+            return "speech audio";
+        case InputKind::oggOpus:
+            return "Ogg Opus";
+        case InputKind::bitStream:
+            return "an opus_demo bit stream";
+        case InputKind::capture:
+            return "a capture";
+        case InputKind::unknown:
+            break;
+    }
+    return "unknown";
+}
+
+InputKind CheckedKind(const InputFile &input, const ConcealOptions &options) {
+    const InputKind kind = input.Kind();
+    if (kind == InputKind::unknown) {
+        throw Failure(input.Name(),
+                      "not recognised; give speech audio (WAV, FLAC, Ogg Vorbis, ...), Ogg Opus, "
+                      "an opus_demo bit stream, or a pcap or pcapng capture");
+    }
+    CheckOptionsFit(options, input, kind);
+    return kind;
+}
+
+ConcealOptions WithDefaults(ConcealOptions options, InputKind kind) {
+    if (kind == InputKind::speechAudio) {
+        EncodingOptions &encoding = options.encoding;
+        encoding.bitrate = encoding.bitrate.value_or(24000);
+        encoding.frameMs = encoding.frameMs.value_or(20);
+        encoding.complexity = encoding.complexity.value_or(10);
+        encoding.bandwidth = encoding.bandwidth.value_or("auto");
+    }
+    if (kind == InputKind::capture) options.jitterBufferMs = options.jitterBufferMs.value_or(40);
+    if (options.loss.lossPercent) options.loss.seed = options.loss.seed.value_or(1);
+    return options;
+}
+
+LoadedCall LoadCall(InputFile &input, InputKind kind, const ConcealOptions &options) {
+    LoadedCall loaded =
+        kind == InputKind::speechAudio ? Encode(input, options) : ReadPackets(input, kind, options);
+    loaded.kind = kind;
+    return loaded;
+}
+
+}  // namespace aiplc::tools

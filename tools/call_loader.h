@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#ifndef AIPLC_TOOLS_CALL_LOADER_H
+#define AIPLC_TOOLS_CALL_LOADER_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "conceal_options.h"
+#include "input_file.h"
+#include "opus_call.h"
+
+namespace aiplc::tools {
+
+// A call ready to be played, and where it came from.
+struct LoadedCall {
+    OpusCall call;
+    InputKind kind = InputKind::unknown;
+    int sampleRate = 16000;  // of the output: 16000 or 48000 Hz
+    // Speech audio only.
+    int audioRate = 0;
+    int audioChannels = 0;
+    // Captures only.
+    uint32_t ssrc = 0;
+    int payloadType = 0;
+    uint64_t otherStreams = 0;
+    uint64_t probes = 0;
+};
+
+// "speech audio", "Ogg Opus" and so on.
+const char *InputKindName(InputKind kind);
+
+// The options with the defaults of everything that applies to this kind of input: 24 kbit/s, 20 ms,
+// complexity 10, bandwidth auto, seed 1, a jitter buffer of 40 ms.
+ConcealOptions WithDefaults(ConcealOptions options, InputKind kind);
+
+// The kind of an input. Throws Failure when it is unknown, UsageError for options that do not go
+// with it.
+InputKind CheckedKind(const InputFile &input, const ConcealOptions &options);
+
+// Reads the call of an input of this kind; speech audio is encoded. options: with defaults. Throws
+// Failure, UsageError, Interrupted.
+LoadedCall LoadCall(InputFile &input, InputKind kind, const ConcealOptions &options);
+
+}  // namespace aiplc::tools
+
+#endif

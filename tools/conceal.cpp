@@ -1,0 +1,254 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#include "conceal.h"
+
+#include <aiplc/aiplc.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+
+#include "call_player.h"
+#include "failure.h"
+#include "frame_table.h"
+#include "interrupt.h"
+#include "log_spectral_distance.h"
+#include "loss_model.h"
+#include "pacer.h"
+#include "progress.h"
+#include "wav_output.h"
+
+namespace aiplc::tools {
+namespace {
+
+// The library's log lines, to standard error. Its messages may end in a line feed of their own.
+void PrintLog(const char *sourceUnit, int32_t line, const char *format, ...) {
+    std::array<char, 1280> text{};
+    va_list arguments;
+    va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyser misses va_start here.
+    std::vsnprintf(text.data(), text.size(), format, arguments);
+    va_end(arguments);
+    std::string message = text.data();
+    while (!message.empty() && message.back() == '\n')
+        message.pop_back();
+    std::fprintf(stderr, "%s:%d: %s\n", sourceUnit, line, message.c_str());
+}
+
+void CheckOutputs(const ConcealOptions &options) {
+    const std::array<std::pair<const char *, const std::string *>, 3> outputs = {
+        {{"-o", &options.output},
+         {"--json", &options.jsonPath},
+         {"--frames", &options.framesPath}}};
+    for (size_t i = 0; i < outputs.size(); ++i) {
+        for (size_t k = i + 1; k < outputs.size(); ++k) {
+            const std::string &one = *outputs[i].second;
+            const std::string &other = *outputs[k].second;
+            if (one.empty() || other.empty()) continue;
+            const bool same = one == other || std::filesystem::path(one).lexically_normal() ==
+                                                  std::filesystem::path(other).lexically_normal();
+            if (same && one != "/dev/null") {
+                throw UsageError(std::string(outputs[i].first) + " and " + outputs[k].first +
+                                 " both write to " + (one == "-" ? "standard output" : one) +
+                                 "; give each a place of its own");
+            }
+        }
+    }
+}
+
+std::unique_ptr<LossModel> MakeLossModel(const LossOptions &loss) {
+    if (loss.tracePath) return std::make_unique<LossTrace>(LossTrace::Load(*loss.tracePath));
+    if (!loss.lossPercent) return nullptr;
+    return std::make_unique<GilbertElliott>(*loss.lossPercent / 100.0, loss.meanBurst.value_or(0.0),
+                                            *loss.seed);
+}
+
+void CheckLossOptions(const LossOptions &loss) {
+    if (loss.tracePath && loss.lossPercent) {
+        throw UsageError("--loss and --loss-trace: give one of them, either says what is lost");
+    }
+    if (!loss.lossPercent && (loss.meanBurst || loss.seed)) {
+        throw UsageError(std::string(loss.meanBurst ? "--burst" : "--seed") +
+                         ": shapes the losses of --loss; give --loss PERCENT as well");
+    }
+}
+
+// What can be told to be wrong before any file is opened.
+void CheckOptions(const ConcealOptions &options) {
+    CheckOutputs(options);
+    CheckLossOptions(options.loss);
+    if (options.noAi && options.requireAi) {
+        throw UsageError("--no-ai and --require-ai contradict each other; give one of them");
+    }
+}
+
+// One verdict per packet. Packets that the input has lost already keep their turn in the model.
+std::vector<bool> DrawLosses(const OpusCall &call, LossModel *model, ConcealReport &report) {
+    std::vector<bool> lost(call.packets.size(), false);
+    for (size_t i = 0; i < lost.size(); ++i) {
+        const bool drawn = model != nullptr && model->NextLost();
+        if (call.packets[i].payload.empty()) {
+            ++report.packetsMissing;
+        } else if (drawn) {
+            lost[i] = true;
+            ++report.packetsDropped;
+        }
+    }
+    report.packets = lost.size();
+    if (report.packetsMissing + report.packetsDropped == report.packets) {
+        throw Failure(report.inputName, "no packet of " + std::to_string(report.packets) +
+                                            " is left to play; lose fewer");
+    }
+    return lost;
+}
+
+// The outputs that --frames, --json and -o ask for; they appear together or not at all, as far as
+// one rename after the other goes.
+struct Outputs {
+    Outputs(const ConcealOptions &options, const InputFile &input, const CallTimeline &timeline)
+        : wav(options.output, input, timeline.SampleRate(),
+              options.keepDelay ? 0 : timeline.Delay(),
+              timeline.Samples() + (options.keepDelay ? timeline.Delay() : 0),
+              std::pow(10.0, timeline.Call().outputGainQ8 / (20.0 * 256.0))) {
+        if (!options.framesPath.empty()) {
+            frames = std::make_unique<FrameTable>(options.framesPath, input);
+        }
+        if (!options.jsonPath.empty()) {
+            json = std::make_unique<OutputFile>(options.jsonPath, &input);
+        }
+    }
+
+    WavOutput wav;
+    std::unique_ptr<FrameTable> frames;
+    std::unique_ptr<OutputFile> json;
+};
+
+// One run of a call through the receiver, with its loss-free twin where the distance is asked for.
+class Run {
+  public:
+    Run(const CallTimeline &timeline, const CallTimeline *lossFree, const ConcealOptions &options)
+        : m_timeline(timeline), m_options(options), m_player(timeline, !options.noAi) {
+        if (lossFree == nullptr) return;
+        m_reference = std::make_unique<CallPlayer>(*lossFree, false);
+        m_distance = std::make_unique<LogSpectralDistance>(timeline.SampleRate());
+    }
+
+    [[nodiscard]] bool WorkerRunning() const { return m_player.Receiver().WorkerRunning(); }
+
+    void Play(Outputs &outputs, ConcealReport &report) {
+        const int64_t ticks = m_timeline.Ticks();
+        Progress progress(ticks, !m_options.quiet);
+        Pacer pacer;
+        for (int64_t tick = 0; tick < ticks; ++tick) {
+            ThrowIfInterrupted();
+            if (m_options.realtime) pacer.WaitForTick();
+            Step(tick, outputs, report);
+            progress.Show(tick + 1);
+        }
+        const auto nanoseconds = static_cast<double>(m_player.Spent().count());
+        report.receiverSeconds = nanoseconds * 1e-9;
+        report.playedSeconds = static_cast<double>(ticks) * 0.02;
+        if (m_options.realtime) report.missedTicks = pacer.Missed();
+        if (m_distance) report.logSpectralDistanceDb = m_distance->MeanDb();
+    }
+
+  private:
+    void Step(int64_t tick, Outputs &outputs, ConcealReport &report) {
+        const host::OutputFrame &frame = m_player.Next();
+        outputs.wav.Write(frame.samples);
+        const host::OutputFrame *reference = m_reference ? &m_reference->Next() : nullptr;
+        const int64_t callFrame = tick - host::Receiver::kLookAheadFrames;
+        // Frames behind the call's last exist only to push it through the filters.
+        if (callFrame < 0 || callFrame >= m_timeline.CallFrames()) return;
+        if (outputs.frames) {
+            const int64_t skipped = m_options.keepDelay ? 0 : m_timeline.Delay();
+            const int64_t start = tick * m_timeline.FrameSamples() - skipped;
+            outputs.frames->Add(callFrame, static_cast<double>(start) / m_timeline.SampleRate(),
+                                frame);
+        }
+        if (reference != nullptr) {
+            m_distance->Add(frame.samples, reference->samples, IsConcealed(frame.source));
+        }
+        if (callFrame == m_timeline.CallFrames() - 1) {
+            report.statistics = m_player.Receiver().GetStatistics();
+        }
+    }
+
+    const CallTimeline &m_timeline;
+    const ConcealOptions &m_options;
+    CallPlayer m_player;
+    std::unique_ptr<CallPlayer> m_reference;
+    std::unique_ptr<LogSpectralDistance> m_distance;
+};
+
+void DescribeInput(const InputFile &input, const LoadedCall &loaded, ConcealReport &report) {
+    report.inputName = input.Name();
+    report.kind = loaded.kind;
+    report.audioRate = loaded.audioRate;
+    report.audioChannels = loaded.audioChannels;
+    report.ssrc = loaded.ssrc;
+    report.payloadType = loaded.payloadType;
+    report.otherStreams = loaded.otherStreams;
+    report.probes = loaded.probes;
+    report.sampleRate = loaded.sampleRate;
+}
+
+void CheckWorker(const ConcealOptions &options, bool running) {
+    if (options.noAi || running) return;
+    if (options.requireAi) {
+        throw Failure(
+            "the worker did not start, and --require-ai asks for it; it belongs in x64/ "
+            "beside this program, --verbose tells what went wrong");
+    }
+    std::fputs(
+        "aiplc: conceal: warning: the worker did not start; the codec conceals every loss "
+        "(--verbose tells what went wrong)\n",
+        stderr);
+}
+
+}  // namespace
+
+ConcealReport Conceal(const ConcealOptions &given) {
+    CheckOptions(given);
+    if (given.verbose) AiplcRegLog(PrintLog);
+
+    InputFile input = InputFile::Open(given.input);
+    const InputKind kind = CheckedKind(input, given);
+    ConcealOptions options = WithDefaults(given, kind);
+    const std::unique_ptr<LossModel> model = MakeLossModel(options.loss);
+    const LoadedCall loaded = LoadCall(input, kind, options);
+    options.sampleRate = loaded.sampleRate;
+    const OpusCall &call = loaded.call;
+    ConcealReport report;
+    DescribeInput(input, loaded, report);
+    const int jitterBufferMs = options.jitterBufferMs.value_or(0);
+    const std::vector<bool> lost = DrawLosses(call, model.get(), report);
+    const CallTimeline timeline(call, lost, loaded.sampleRate, jitterBufferMs);
+    const CallTimeline lossFree(call, std::vector<bool>(lost.size(), false), loaded.sampleRate,
+                                jitterBufferMs);
+    // A reference exists only when all packets do, on the same frames.
+    const bool comparable = report.packetsDropped > 0 && report.packetsMissing == 0 &&
+                            !call.hasArrivalTimes && timeline.StartOffset() == 0;
+    report.samples = timeline.Samples() + (options.keepDelay ? timeline.Delay() : 0);
+    report.delay = timeline.Delay();
+
+    Outputs outputs(options, input, timeline);
+    Run run(timeline, comparable ? &lossFree : nullptr, options);
+    report.workerRunning = run.WorkerRunning();
+    CheckWorker(options, report.workerRunning);
+    run.Play(outputs, report);
+
+    if (outputs.json) outputs.json->Write(ReportJson(options, report));
+    ThrowIfInterrupted();
+    outputs.wav.Commit();
+    if (outputs.frames) outputs.frames->Commit();
+    if (outputs.json) outputs.json->Commit();
+    if (!options.quiet) std::fputs(ReportSummary(options, report).c_str(), stderr);
+    return report;
+}
+
+}  // namespace aiplc::tools

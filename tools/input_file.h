@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#ifndef AIPLC_TOOLS_INPUT_FILE_H
+#define AIPLC_TOOLS_INPUT_FILE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <span>
+#include <string>
+
+namespace aiplc::tools {
+
+// What a file holds, by its content.
+enum class InputKind {
+    speechAudio,  // anything libsndfile reads
+    oggOpus,      // RFC 7845
+    bitStream,    // what opus_demo writes
+    capture,      // pcap or pcapng
+    unknown,
+};
+
+// The input, open for reading at any position. Standard input and other pipes are first copied to a
+// nameless temporary file of at most 4 GiB.
+class InputFile {
+  public:
+    // name: a path, or "-" for standard input. Throws Failure, or Interrupted while copying.
+    static InputFile Open(const std::string &name);
+
+    // What messages call it.
+    [[nodiscard]] const std::string &Name() const { return m_name; }
+    [[nodiscard]] uint64_t Size() const { return m_size; }
+    // Path as given; empty for standard input.
+    [[nodiscard]] const std::string &Path() const { return m_path; }
+    [[nodiscard]] InputKind Kind() const;
+
+    void Rewind();
+    // Reads until the buffer is full or the file ends; returns the bytes read. Throws Failure.
+    size_t Read(std::span<uint8_t> buffer);
+
+    // The descriptor, still this object's.
+    [[nodiscard]] int Descriptor() const { return fileno(m_file.get()); }
+    // A second handle of the same file, at its start; the caller closes it.
+    [[nodiscard]] std::FILE *Duplicate() const;
+
+  private:
+    struct Close {
+        void operator()(std::FILE *file) const { std::fclose(file); }
+    };
+
+    std::unique_ptr<std::FILE, Close> m_file;
+    std::string m_name;
+    std::string m_path;
+    uint64_t m_size = 0;
+};
+
+}  // namespace aiplc::tools
+
+#endif
