@@ -18,7 +18,9 @@ namespace aiplc::platform {
 
 using Handle = void *;
 
-// Failed creation yields null; InvalidHandle() is never a usable handle either.
+// Belongs to the process that opened it: a forked child may not use it, and keeps the object alive
+// until it ends or executes another program. Failed creation yields null; InvalidHandle() is never
+// a usable handle either.
 inline Handle InvalidHandle() {
     return reinterpret_cast<Handle>(~std::uintptr_t{0});  // NOLINT(performance-no-int-to-ptr)
 }

@@ -31,8 +31,8 @@ TEST(NamedObject, VanishesWithItsLastHandleAlsoWhenTheHolderIsKilled) {
     }
     Child holder(kHoldBlock);
     holder.line.Await();
-    const Handle opened = OpenMapping("Block");
-    const Handle created = CreateMapping("Block", 100000);
+    Handle opened = OpenMapping("Block");
+    Handle created = CreateMapping("Block", 100000);
     holder.Kill();
     size_t size = 0;
     auto *bytes = static_cast<char *>(MapView(created, &size));
@@ -55,7 +55,7 @@ TEST(NamedObject, RefusesBadNamesOtherKindsAndWhatDoesNotFit) {
     Child holder(kHoldBlock);
     holder.line.Await();
     for (const bool isOpenHere : {false, true}) {
-        const Handle opened = isOpenHere ? OpenMapping("Block") : nullptr;
+        Handle opened = isOpenHere ? OpenMapping("Block") : nullptr;
         EXPECT_EQ(CreateNamedMutex("Block"), nullptr);
         EXPECT_EQ(LastError(), static_cast<uint32_t>(EEXIST));
         EXPECT_EQ(CloseHandle(opened), isOpenHere);
@@ -67,8 +67,8 @@ TEST(NamedObject, RefusesBadNamesOtherKindsAndWhatDoesNotFit) {
 }
 
 TEST(NamedObject, BadHandlesFailAndDoNotCrash) {
-    const Handle mapping = CreateMapping("Block", 1);
-    for (const Handle bad : {Handle{nullptr}, InvalidHandle(), mapping}) {
+    Handle mapping = CreateMapping("Block", 1);
+    for (Handle bad : {Handle{nullptr}, InvalidHandle(), mapping}) {
         EXPECT_EQ(Wait(bad, 0), kWaitFailed);
         EXPECT_EQ(LastError(), static_cast<uint32_t>(EBADF));
         EXPECT_FALSE(SetEvent(bad) || ResetEvent(bad) || ReleaseMutex(bad));
@@ -81,8 +81,8 @@ TEST(NamedObject, BadHandlesFailAndDoNotCrash) {
 TEST(NamedObject, OpensWhileOthersOpenCloseAndDie) {
     const auto churn = [](Line) {
         for (int i = 0; i < 200; ++i) {
-            const Handle event = CreateNamedEvent("E");
-            const Handle mapping = CreateMapping("Block", 1);
+            Handle event = CreateNamedEvent("E");
+            Handle mapping = CreateMapping("Block", 1);
             size_t size = 0;
             void *view = MapView(mapping, &size);
             if (!SetEvent(event) || !UnmapView(view)) return 1;

@@ -33,7 +33,7 @@ class NamespaceTest : public testing::Test {
 };
 
 TEST_F(NamespaceTest, IsPrivateAndGoesWithItsLastObject) {
-    const Handle event = CreateNamedEvent("E");
+    Handle event = CreateNamedEvent("E");
     EXPECT_EQ(fs::status(m_base).permissions(), fs::perms{0700});
     EXPECT_EQ(fs::status(m_ours).permissions(), fs::perms{0700});
     EXPECT_EQ(fs::status(m_ours / "E").permissions(), fs::perms{0600});
@@ -83,7 +83,7 @@ TEST_F(NamespaceTest, TouchesNothingThatIsNotOurs) {
 
 TEST_F(NamespaceTest, PassesOverARuntimeDirectoryOthersMayWriteTo) {
     fs::permissions(m_runtime, fs::perms{0770});
-    const Handle event = CreateNamedEvent("E");
+    Handle event = CreateNamedEvent("E");
     EXPECT_NE(event, nullptr);
     EXPECT_TRUE(fs::is_empty(m_runtime));
     EXPECT_TRUE(CloseHandle(event));
@@ -92,14 +92,14 @@ TEST_F(NamespaceTest, PassesOverARuntimeDirectoryOthersMayWriteTo) {
 // Exits with 0 when the hosts, who hold the mapping, have gone; handles of its own do not count.
 constexpr auto kServe = [](Line line) {
     JoinAsServer();
-    const Handle own = CreateNamedEvent("Own");
+    Handle own = CreateNamedEvent("Own");
     line.Tell();
     if (own == nullptr || !WaitHostsGone()) return 1;
     return OpenMapping("Alive") == nullptr ? 0 : 2;
 };
 
 constexpr auto kBeHost = [](Line line) {
-    const Handle alive = CreateMapping("Alive", 1);
+    Handle alive = CreateMapping("Alive", 1);
     return line.Tell() && line.Await() && CloseHandle(alive) && line.Await() ? 0 : 1;
 };
 

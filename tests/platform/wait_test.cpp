@@ -20,8 +20,8 @@ void OnThread(Body body) {
 }
 
 TEST(Event, StaysSetUntilOneWaitOrAReset) {
-    const Handle first = CreateNamedEvent("E");
-    const Handle second = CreateNamedEvent("E");
+    Handle first = CreateNamedEvent("E");
+    Handle second = CreateNamedEvent("E");
     EXPECT_EQ(Wait(first, 0), kWaitTimeout);
     EXPECT_EQ(LastError(), static_cast<uint32_t>(ETIMEDOUT));
     EXPECT_TRUE(SetEvent(first) && SetEvent(first));
@@ -60,12 +60,12 @@ TEST(Event, ReleasesOneOfManyWaitersForEachSet) {
         ASSERT_EQ(own.count.load(), sets);
     }
     UnmapView(own.view);
-    for (const Handle handle : {own.event, own.done, own.mapping})
+    for (Handle handle : {own.event, own.done, own.mapping})
         CloseHandle(handle);
 }
 
 constexpr auto kOwnTwice = [](Line line) {
-    const Handle mutex = CreateNamedMutex("M");
+    Handle mutex = CreateNamedMutex("M");
     const uint32_t outcome = Wait(mutex, 0) + Wait(mutex, 1);
     return line.Tell() && line.Await() ? 0 : static_cast<int>(outcome);
 };
@@ -74,8 +74,8 @@ constexpr auto kOwnTwice = [](Line line) {
 TEST(Wait, TimesOutWithinAMillisecond) {
     Child owner(kOwnTwice);
     owner.line.Await();
-    const Handle event = CreateNamedEvent("E");
-    const Handle mutex = CreateNamedMutex("M");
+    Handle event = CreateNamedEvent("E");
+    Handle mutex = CreateNamedMutex("M");
     const auto expectFive = [](auto wait) {
         int64_t least = INT64_MAX;
         for (int i = 0; i < 50; ++i) {
@@ -93,8 +93,8 @@ TEST(Wait, TimesOutWithinAMillisecond) {
 }
 
 TEST(Mutex, BelongsToAThreadThatMayTakeItAgain) {
-    const Handle mutex = CreateNamedMutex("M");
-    const Handle same = CreateNamedMutex("M");
+    Handle mutex = CreateNamedMutex("M");
+    Handle same = CreateNamedMutex("M");
     EXPECT_EQ(Wait(mutex, 0), kWaitSignalled);
     EXPECT_EQ(Wait(same, 1), kWaitSignalled);
     for (int depth = 2; depth > 0; --depth) {
@@ -115,12 +115,12 @@ TEST(Mutex, TurnsUpAbandonedOnceWithOwnership) {
     Child owner(kOwnTwice);
     owner.line.Await();
     Child waiter([](Line line) {
-        const Handle mutex = CreateNamedMutex("M");
+        Handle mutex = CreateNamedMutex("M");
         if (!line.Tell() || Wait(mutex, 60000) != kWaitAbandoned) return 1;
         return line.Tell() && line.Await() && ReleaseMutex(mutex) ? 0 : 2;
     });
     waiter.AwaitAsleep();
-    const Handle mutex = CreateNamedMutex("M");
+    Handle mutex = CreateNamedMutex("M");
     owner.Kill();
     EXPECT_TRUE(waiter.line.Await());
     EXPECT_EQ(Wait(mutex, 0), kWaitTimeout) << "the one told owns it";
@@ -136,7 +136,7 @@ TEST(Mutex, TurnsUpAbandonedOnceWithOwnership) {
 
 TEST(Mutex, ClosingTheLastHandleReleasesOwnAndKeepsAnothersOwnership) {
     Child other([](Line line) {
-        const Handle mutex = CreateNamedMutex("M");
+        Handle mutex = CreateNamedMutex("M");
         for (const uint32_t outcome : {kWaitSignalled, kWaitTimeout, kWaitAbandoned}) {
             if (!line.Tell() || !line.Await() || Wait(mutex, 0) != outcome) return 1;
             ReleaseMutex(mutex);
