@@ -1,5 +1,6 @@
 # make        builds everything into build/release
 # make demo   conceals a piece of speech at 20 % loss, into demo/
+# make measure  the figures of a ten-minute call
 # make test   all tests, in a Debug build with sanitizers and in the Release build
 # Each target first installs the Debian or Ubuntu packages it lacks.
 
@@ -7,7 +8,7 @@ JOBS := $(shell nproc)
 BUILD = cmake --preset $(1) -G Ninja --log-level=WARNING -Wno-dev && cmake --build --preset $(1) -j $(JOBS)
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 
-.PHONY: all demo test install format lint clean
+.PHONY: all demo measure test install format lint clean
 
 all:
 	scripts/install-packages.sh build test
@@ -16,6 +17,11 @@ all:
 demo: all
 	scripts/install-packages.sh demo
 	scripts/demo.sh build/release/bin/aiplc demo
+
+# Add PACED=paced for the run at the pace of a call.
+measure: all
+	scripts/install-packages.sh measure
+	scripts/measure.sh build/release/bin/aiplc build/measure $(PACED)
 
 test:
 	scripts/install-packages.sh build test

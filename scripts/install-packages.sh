@@ -1,6 +1,6 @@
 #!/bin/sh
 # Installs the Debian or Ubuntu packages that the named groups need and that are missing.
-#     scripts/install-packages.sh build|test|demo|lint ...
+#     scripts/install-packages.sh build|test|demo|measure|lint ...
 # The one list of packages of the project.
 set -eu
 
@@ -10,8 +10,9 @@ packages() {
                  libcli11-dev nlohmann-json3-dev libpcap-dev libkissfft-dev" ;;
     test) echo "libgtest-dev libgmock-dev" ;;
     demo) echo "fillets-ng-data-nl" ;;
+    measure) echo "fillets-ng-data-nl sox libsox-fmt-base" ;;
     lint) echo "clang-format clang-tidy" ;;
-    *) echo "install-packages.sh: unknown group '$1': use build, test, demo or lint" >&2; exit 2 ;;
+    *) echo "install-packages.sh: unknown group '$1': use build, test, demo, measure or lint" >&2; exit 2 ;;
     esac
 }
 
