@@ -56,8 +56,8 @@ void PipelineChannel::Deleter::operator()(StAiPlcChannel *channel) const {
 PipelineChannel::PipelineChannel(uint32_t sampleRate, bool useWorker)
     : m_is48K(sampleRate == 48000),
       m_frameSamples(m_is48K ? AIPLC_FRAME_SAMPLES_48K : AIPLC_FRAME_SAMPLES_16K),
-      m_record(kRecordHeaderWords + m_frameSamples),
       m_outputArea(m_frameSamples + kOutputReserveBytes / sizeof(int16_t)) {
+    m_records.reserve((kLookAhead + 1) * (kRecordHeaderWords + m_frameSamples));
     auto block = std::make_unique<StAiPlcChannel>();
     StAiPlcChannel *channel = nullptr;
     if (AiPlcCreate(&channel, block.get()) != 0)
@@ -98,21 +98,41 @@ void PipelineChannel::Apply() {
     ++m_sequenceNumber;
 }
 
-void PipelineChannel::ApplyReceived(std::span<const int16_t> samples, uint32_t bandwidth) {
-    m_record[0] = static_cast<uint16_t>(m_record.size());
-    m_record[1] = m_sequenceNumber;
-    m_record[2] = static_cast<uint16_t>(bandwidth);
-    m_record[3] = static_cast<uint16_t>(bandwidth >> 16);
-    std::memcpy(&m_record[kRecordHeaderWords], samples.data(), samples.size_bytes());
+void PipelineChannel::AddRecord(std::span<const int16_t> samples, uint32_t bandwidth,
+                                uint16_t sequenceNumber) {
+    m_records.push_back(static_cast<uint16_t>(kRecordHeaderWords + samples.size()));
+    m_records.push_back(sequenceNumber);
+    m_records.push_back(static_cast<uint16_t>(bandwidth));
+    m_records.push_back(static_cast<uint16_t>(bandwidth >> 16));
+    m_records.insert(m_records.end(), samples.begin(), samples.end());
+}
 
+void PipelineChannel::ApplyReceived(std::span<const Frame> lateOnes,
+                                    std::span<const int16_t> samples, uint32_t bandwidth) {
+    m_records.clear();
+    auto number = static_cast<uint16_t>(m_sequenceNumber - lateOnes.size());
+    for (const Frame &frame : lateOnes)
+        AddRecord(frame.samples, frame.bandwidth, number++);
+    AddRecord(samples, bandwidth, number);
+
+    // The samples are in the records; the positions only say how many there are.
+    const size_t frames = lateOnes.size() + 1;
     AiPlcHostStream &stream = m_host.streams[0];
-    stream.inReadPos = Bytes(&m_record[kRecordHeaderWords]);
-    stream.inEndPos = stream.inReadPos + samples.size_bytes();
-    stream.inAvailable = static_cast<uint16_t>(m_frameSamples);
-    stream.pktCursor = m_record.data();
-    stream.pktWordsLeft = static_cast<uint16_t>(m_record.size());
-    m_host.packetCount = 1;
+    stream.inReadPos = Bytes(m_records.data());
+    stream.inEndPos = stream.inReadPos + frames * m_frameSamples * sizeof(int16_t);
+    stream.inAvailable = static_cast<uint16_t>(frames * m_frameSamples);
+    stream.pktCursor = m_records.data();
+    stream.pktWordsLeft = static_cast<uint16_t>(m_records.size());
+    m_host.packetCount = static_cast<int32_t>(frames);
     Apply();
+}
+
+bool PipelineChannel::TakesLateFrames(std::span<const Frame> lateOnes) const {
+    const AiPlcPkt *before = m_channel->historyRing->head;
+    for (size_t i = 0; i < lateOnes.size(); ++i)
+        before = before->prev;
+    return !m_is48K && before->pktType == OPUS_DECODED &&
+           std::ranges::none_of(lateOnes, &Frame::lost);
 }
 
 void PipelineChannel::ApplyLost(const ConcealFunction &conceal) {
@@ -161,17 +181,17 @@ void PipelineChannel::Rewind(int64_t frames, const Memories &memories) {
     }
 }
 
-void PipelineChannel::Rewrite(std::span<const int16_t> samples, uint32_t bandwidth, bool lost) {
-    RewriteCodecNode(samples, bandwidth);
+void PipelineChannel::Rewrite(const Frame &rewritten) {
+    RewriteCodecNode(rewritten.samples, rewritten.bandwidth);
     AiPlcPkt &placeholder = *m_rewriteNode;
     m_rewriteNode = m_rewriteNode->next;
-    if (lost) {
+    if (rewritten.lost) {
         std::ranges::fill(m_channel->inputAnalysisMem, 0.0F);
         return;
     }
-    AiPlcPkt *frame =
-        AiPlcCreatePktSn(samples.data(), static_cast<uint32_t>(samples.size_bytes()), OPUS_DECODED,
-                         static_cast<uint16_t>(placeholder.seqNumber), bandwidth);
+    AiPlcPkt *frame = AiPlcCreatePktSn(
+        rewritten.samples.data(), static_cast<uint32_t>(rewritten.samples.size() * sizeof(int16_t)),
+        OPUS_DECODED, static_cast<uint16_t>(placeholder.seqNumber), rewritten.bandwidth);
     if (frame == nullptr) return;
     SplitIntoBands(*frame);
     JoinPrediction(placeholder, *frame);

@@ -19,15 +19,23 @@ namespace aiplc::host {
 // first kStartUpFrames must be received ones, so that the library's codec ring and history stay in
 // step.
 //
-// A frame that turns up later is put onto its placeholder with Rewind and Rewrite, oldest first and
-// ending with the newest frame, before the next frame is applied. This takes the place of handing
-// the frames in together with the next one: AiPlcApply would split them into bands newest first,
-// which at 48 kHz leaves a click of 1 ms at every boundary, would leave the concealed audio in the
-// codec ring, and could not take them before another packet is in time.
+// A frame that turns up late takes the place of its placeholder: handed in together with the next
+// frame (ApplyReceived), where that is exact, else with Rewind and Rewrite before the next frame is
+// applied. AiPlcApply leaves the concealed audio in the codec ring, which is heard behind a frame
+// that the codec concealed; it splits the frames of a call into bands newest first, which at 48 kHz
+// leaves a click of 1 ms at every boundary; and it takes late frames only together with one in
+// time.
 class PipelineChannel {
   public:
     static constexpr int64_t kStartUpFrames = 3;
     static constexpr int64_t kLookAhead = 3;
+
+    // A frame to hand in.
+    struct Frame {
+        std::vector<int16_t> samples;
+        uint32_t bandwidth = 0;
+        bool lost = false;  // samples are the codec's concealment
+    };
 
     // The filter memories at a frame boundary.
     struct Memories {
@@ -45,7 +53,12 @@ class PipelineChannel {
     PipelineChannel(const PipelineChannel &) = delete;
     PipelineChannel &operator=(const PipelineChannel &) = delete;
 
-    void ApplyReceived(std::span<const int16_t> samples, uint32_t bandwidth);
+    // The next frame, after at most kLookAhead late ones straight before it, oldest first.
+    void ApplyReceived(std::span<const Frame> lateOnes, std::span<const int16_t> samples,
+                       uint32_t bandwidth);
+    // Whether ApplyReceived takes the frames before the next one exactly: 16 kHz, none of them
+    // lost, and received audio before them.
+    bool TakesLateFrames(std::span<const Frame> lateOnes) const;
     // conceal writes one frame.
     void ApplyLost(const std::function<void(std::span<int16_t>)> &conceal);
 
@@ -63,10 +76,11 @@ class PipelineChannel {
     // many Rewrite calls must follow.
     void Rewind(int64_t frames, const Memories &memories);
     // The next frame after Rewind: received now, or (lost) only concealed anew by the codec.
-    void Rewrite(std::span<const int16_t> samples, uint32_t bandwidth, bool lost);
+    void Rewrite(const Frame &frame);
 
   private:
     void Apply();
+    void AddRecord(std::span<const int16_t> samples, uint32_t bandwidth, uint16_t sequenceNumber);
     void SplitIntoBands(AiPlcPkt &node);
     void RewriteCodecNode(std::span<const int16_t> samples, uint32_t bandwidth);
     void JoinPrediction(const AiPlcPkt &placeholder, AiPlcPkt &frame) const;
@@ -80,7 +94,7 @@ class PipelineChannel {
     std::unique_ptr<StAiPlcChannel, Deleter> m_channel;
     AiPlcHostContext m_host{};
     AiPlcHostStats m_stats{};
-    std::vector<uint16_t> m_record;     // one packet record
+    std::vector<uint16_t> m_records;    // packet records of one call
     std::vector<int16_t> m_outputArea;  // one frame, and the room that AiPlcApply wants behind it
     uint16_t m_sequenceNumber = 0;      // of the next frame
     AiPlcPkt *m_rewriteNode = nullptr;  // history node of the next Rewrite

@@ -82,6 +82,7 @@ class Receiver::Engine {
     std::optional<int64_t> EarliestRecovery();
     bool CanRecoverByFec(const BufferedPacket &packet) const;
     void Recover(int64_t position);
+    void RewriteLateOnes();
     DecodedFrame NextFrame();
     void ApplyNext();
     void Account(int64_t frame);
@@ -94,7 +95,10 @@ class Receiver::Engine {
     PipelineChannel m_channel;
     std::array<FrameRecord, kHistory> m_records;  // by frame modulo kHistory
     std::vector<int16_t> m_frame;                 // a frame that the codec concealed
-    bool m_started = false;                       // a Pull has found a packet
+    std::vector<PipelineChannel::Frame>
+        m_lateOnes;               // decoded again, straight before the next frame
+    int64_t m_appliedFrames = 0;  // handed to the library so far
+    bool m_started = false;       // a Pull has found a packet
     int m_lateInARow = 0;
     uint64_t m_undecodableOnArrival = 0;
     OutputAccount m_account;
@@ -246,7 +250,8 @@ bool Receiver::Engine::CanRecoverByFec(const BufferedPacket &packet) const {
     return false;
 }
 
-// Decodes everything from position on again and puts the frames onto their placeholders.
+// Decodes everything from position on again, up to the next frame; what can still be played goes
+// into m_lateOnes.
 void Receiver::Engine::Recover(int64_t position) {
     const int64_t now = m_timeline.NextFrame();
     const int64_t open = std::max<int64_t>(now - kLookAhead, 0);
@@ -255,18 +260,29 @@ void Receiver::Engine::Recover(int64_t position) {
         ++from;
     if (from >= now) return;
     m_timeline.Restore(from);
-    const int64_t rewriteFrom = std::max(from, open);
     for (int64_t frame = from; frame < now; ++frame) {
         FrameRecord &record = m_records[Slot(frame)];
-        if (frame == rewriteFrom) m_channel.Rewind(now - frame, record.before);
-        if (frame >= rewriteFrom) record.before = m_channel.SaveMemories();
         m_timeline.TakeSnapshot();
         const DecodedFrame decoded = NextFrame();
         record.source = decoded.source;
         record.concealed = decoded.concealed;
-        if (frame >= rewriteFrom)
-            m_channel.Rewrite(decoded.samples, decoded.bandwidth, decoded.IsLost());
+        if (frame < open) continue;
+        m_lateOnes.push_back({{decoded.samples.begin(), decoded.samples.end()},
+                              decoded.bandwidth,
+                              decoded.IsLost()});
     }
+}
+
+// Puts the late frames onto their placeholders before the next frame is applied.
+void Receiver::Engine::RewriteLateOnes() {
+    const auto frames = static_cast<int64_t>(m_lateOnes.size());
+    for (int64_t i = 0; i < frames; ++i) {
+        FrameRecord &record = m_records[Slot(m_appliedFrames - frames + i)];
+        if (i == 0) m_channel.Rewind(frames, record.before);
+        record.before = m_channel.SaveMemories();
+        m_channel.Rewrite(m_lateOnes[static_cast<size_t>(i)]);
+    }
+    m_lateOnes.clear();
 }
 
 // The next frame of the timeline; samples are there for a lost one too.
@@ -282,18 +298,23 @@ DecodedFrame Receiver::Engine::NextFrame() {
 }
 
 void Receiver::Engine::ApplyNext() {
-    FrameRecord &record = m_records[Slot(m_timeline.NextFrame())];
-    record.before = m_channel.SaveMemories();
+    const int64_t now = m_timeline.NextFrame();
     m_timeline.TakeSnapshot();
-    const bool startUp = m_timeline.NextFrame() < PipelineChannel::kStartUpFrames;
+    const bool startUp = now < PipelineChannel::kStartUpFrames;
     const DecodedFrame decoded = startUp ? NextFrame() : m_timeline.Next();
+    if (startUp || decoded.IsLost() || !m_channel.TakesLateFrames(m_lateOnes)) RewriteLateOnes();
+
+    FrameRecord &record = m_records[Slot(now)];
+    record.before = m_channel.SaveMemories();
     record.source = decoded.source;
     record.concealed = decoded.concealed;
     if (decoded.IsLost()) {
         m_channel.ApplyLost([this](std::span<int16_t> frame) { m_timeline.Conceal(frame); });
     } else {
-        m_channel.ApplyReceived(decoded.samples, decoded.bandwidth);
+        m_channel.ApplyReceived(m_lateOnes, decoded.samples, decoded.bandwidth);
     }
+    m_lateOnes.clear();
+    m_appliedFrames = now + 1;
 }
 
 void Receiver::Engine::Account(int64_t frame) {

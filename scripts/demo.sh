@@ -2,6 +2,7 @@
 # Conceals one call three ways: scripts/demo.sh AIPLC FOLDER
 # Same speech, same packets, same losses: none, concealed by the codec, concealed by aiplc.
 set -eu
+exec 2>&1
 aiplc=$1
 folder=$2
 

@@ -18,9 +18,9 @@ namespace aiplc::platform {
 
 using Handle = void *;
 
-// Failed creation yields null; kInvalidHandle is never a usable handle either.
+// Failed creation yields null; InvalidHandle() is never a usable handle either.
 inline Handle InvalidHandle() {
-    return reinterpret_cast<Handle>(~std::uintptr_t{0});
+    return reinterpret_cast<Handle>(~std::uintptr_t{0});  // NOLINT(performance-no-int-to-ptr)
 }
 
 // Outcomes of Wait.

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <complex>
 #include <limits>
 #include <random>
 #include <vector>
@@ -18,13 +19,11 @@ std::vector<int16_t> Filter16K(std::vector<int16_t> samples) {
 }
 
 double ResponseDb(const float *taps, int count, double cyclesPerSample) {
-    double re = 0;
-    double im = 0;
+    std::complex<double> sum = 0;
     for (int n = 0; n < count; ++n) {
-        re += double{taps[n]} * std::cos(2 * M_PI * cyclesPerSample * n);
-        im += double{taps[n]} * std::sin(2 * M_PI * cyclesPerSample * n);
+        sum += std::polar(1.0, 2 * M_PI * cyclesPerSample * n) * double{taps[n]};
     }
-    return 20 * std::log10(std::hypot(re, im));
+    return 20 * std::log10(std::abs(sum));
 }
 
 }  // namespace
@@ -100,10 +99,6 @@ TEST(FirTables, HaveTheirResponses) {
     }
     for (double hz = 6000; hz <= 24000; hz += 50) {
         EXPECT_LT(ResponseDb(g_aiplcLowPassCoeff48K, 91, hz / 48000), -55.3) << hz;
-    }
-    for (int n = 0; n < 91; ++n) {
-        EXPECT_EQ(g_aiplcLowPassCoeff48K[n], g_aiplcLowPassCoeff48K[90 - n]);
-        EXPECT_EQ(g_aiplcDelayFilterCoeff_48k[n], g_aiplcDelayFilterCoeff_48k[90 - n]);
     }
 }
 

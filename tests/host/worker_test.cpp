@@ -37,7 +37,7 @@ TEST(Worker, FillsPairsOfLostFramesOrLeavesThemToTheCodec) {
 // The sound is turned over at frame 21, so that the prediction made for frame 21 and the packet
 // that comes late for it disagree by twice the amplitude.
 TEST(Worker, APredictionThatIsBeingPlayedIsFadedIntoTheLatePacket) {
-    constexpr size_t kBoundary = 21 * 320;
+    constexpr size_t kBoundary = size_t{19} * 320;
     std::vector<int16_t> pcm(16000);
     const Sender sender({.sampleRate = 16000});
     const size_t turn = kBoundary - static_cast<size_t>(sender.LookAhead());
@@ -45,10 +45,9 @@ TEST(Worker, APredictionThatIsBeingPlayedIsFadedIntoTheLatePacket) {
         const double phase = 0.1 * (static_cast<double>(i) - static_cast<double>(turn));
         pcm[i] = static_cast<int16_t>((i < turn ? 8000 : -8000) * std::cos(phase));
     }
-    const auto packets = Encode({.sampleRate = 16000, .bitrate = 64000}, pcm);
-    const auto arrival = [](size_t index, int64_t due) -> std::optional<int64_t> {
-        if (index == 20 || index == 22) return std::nullopt;
-        return index == 21 ? due + 3 : due;
+    const auto packets = Encode({.sampleRate = 16000, .bitrate = 64000, .packetMs = 60}, pcm);
+    const auto arrival = [](size_t index, int64_t due) {
+        return std::optional(index == 6 ? due + 4 : due);
     };
     const PlayedCall inTime = Play(packets, {.sampleRate = 16000, .useWorker = false}, InTime());
     const auto step = [](const PlayedCall &call) {
@@ -60,9 +59,9 @@ TEST(Worker, APredictionThatIsBeingPlayedIsFadedIntoTheLatePacket) {
     PlayedCall call;
     for (int attempt = 0; attempt < 20; ++attempt) {
         call = Play(packets, kWithWorker, arrival);
-        if (call.Sources().substr(19, 3) == "del") break;
+        if (call.Sources().substr(17, 4) == "dell") break;
     }
-    ASSERT_EQ(call.Sources().substr(19, 3), "del");
+    ASSERT_EQ(call.Sources().substr(17, 4), "dell");
     // The tone itself moves by 800 a sample at most.
     EXPECT_GT(step(inTime), 8000);
     EXPECT_LT(step(call), 1600);

@@ -85,16 +85,12 @@ TEST(RingList, IsAClosedCircleOfSilence) {
     EXPECT_EQ(AiPlcDestroyRingList(nullptr), -1);
     const Ring ring(AiPlcInitRingList(12));
     const AiPlcPkt *node = ring->head;
-    for (int i = 0; i < 12; ++i) {
+    for (int i = 0; i < 12; ++i, node = node->prev) {
         EXPECT_EQ(node->prev->next, node);
         EXPECT_EQ(node->pktType, PKT_MUTE);
         EXPECT_EQ(node->sampleCount, 960);
-        // Made one after the other: each older node has the number before, but at the seam.
-        if (i < 11) {
-            const auto newer = static_cast<uint16_t>(node->seqNumber);
-            EXPECT_EQ((node->prev->seqNumber + 1) % 65535, newer);
-        }
-        node = node->prev;
+        // Each was made after the older one, but at the seam of the circle.
+        EXPECT_EQ((node->prev->seqNumber + 1) % 65535 == node->seqNumber, i < 11);
     }
     EXPECT_EQ(node, ring->head);
 }

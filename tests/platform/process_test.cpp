@@ -1,18 +1,14 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
 #include <cerrno>
-#include <csignal>
-#include <fstream>
-#include <iterator>
+#include <cstdlib>
+#include <filesystem>
 
 #include "child_process.h"
 #include "platform/platform.h"
-#include "runtime_directory.h"
 
 namespace aiplc::platform {
 namespace {
@@ -31,18 +27,23 @@ read pid name state parent group session rest < /proc/$$/stat
 exec ./*.exe 600
 )";
 
-class ProcessTest : public RuntimeDirectory {
+class ProcessTest : public testing::Test {
   protected:
     ProcessTest() {
-        fs::copy_file("/bin/sleep", m_folder / m_name);
-        std::ofstream(m_folder / "script") << kScript;
-        fs::permissions(m_folder / "script", fs::perms::owner_all);
-        mkfifo((m_folder / "report").c_str(), 0600);
+        fs::copy_file("/bin/sleep", m_path);
+        std::ofstream(m_script) << kScript;
+        fs::permissions(m_script, fs::perms::owner_all);
+        mkfifo(m_pipe.c_str(), 0600);
     }
+    ~ProcessTest() override { fs::remove_all(m_folder); }
     FindStatus Find() { return FindProcess(m_name.c_str(), &m_id); }
 
-    const fs::path m_folder = m_runtime;
     const std::string m_name = "started " + std::to_string(getpid()) + ".exe";
+    const fs::path m_folder = mkdtemp((fs::temp_directory_path() / "aiplc-XXXXXX").string().data());
+    const fs::path m_path = m_folder / m_name;
+    const fs::path m_script = m_folder / "script";
+    const fs::path m_pipe = m_folder / "report";
+    const std::string m_space = std::getenv("AIPLC_NAMESPACE");
     uint32_t m_id = 0;
 };
 
@@ -52,14 +53,10 @@ TEST_F(ProcessTest, StartsDetachedAndLeavesNothingBehind) {
     sigemptyset(&blocked);
     sigaddset(&blocked, SIGUSR1);
     sigprocmask(SIG_BLOCK, &blocked, nullptr);
-    const auto before = std::signal(SIGUSR2, SIG_IGN);
-    ASSERT_TRUE(StartDetachedProcess((m_folder / "script").c_str())) << LastError();
+    std::signal(SIGUSR2, SIG_IGN);
+    ASSERT_TRUE(StartDetachedProcess(m_script.c_str())) << LastError();
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child, ended or not";
-    std::signal(SIGUSR2, before);
-    sigprocmask(SIG_UNBLOCK, &blocked, nullptr);
-    close(100);
-
-    std::ifstream pipe(m_folder / "report");
+    std::ifstream pipe(m_pipe);
     const std::string report(std::istreambuf_iterator<char>(pipe), {});
     EXPECT_EQ(report, "0 " + fs::current_path().string() + ' ' + m_space +
                           " 0\n/dev/null\n/dev/null\n"
@@ -78,40 +75,34 @@ TEST_F(ProcessTest, ReportsWhyAStartFailed) {
     };
     EXPECT_EQ(errorOf(m_folder / "missing"), ENOENT);
     EXPECT_EQ(errorOf(m_folder), EACCES);
-    EXPECT_EQ(errorOf(m_folder / "report"), EACCES);
-    EXPECT_FALSE(StartDetachedProcess(nullptr));
+    EXPECT_EQ(errorOf(m_pipe), EACCES);
     std::signal(SIGCHLD, SIG_DFL);
 }
 
 TEST_F(ProcessTest, FindsLivingProcessesOfThisNamespaceByExactName) {
-    const fs::path path = m_folder / m_name;
     EXPECT_EQ(Find(), FindStatus::absent);
-    const pid_t child = fork();
-    if (child == 0) _exit(execl(path.c_str(), "x", "600", nullptr));
+    Child child([&](Line) { return execl(m_path.c_str(), "x", "600", nullptr); });
     while (Find() == FindStatus::absent)
         Sleep(1);
-    EXPECT_EQ(m_id, static_cast<uint32_t>(child));
-    fs::remove(path);
+    EXPECT_EQ(m_id, static_cast<uint32_t>(child.id));
+    fs::remove(m_path);
     EXPECT_EQ(Find(), FindStatus::found) << "also when its file has been removed";
-    for (const std::string &other : {m_name + "x", m_name.substr(1), path.string()}) {
+    for (const std::string &other : {m_name + "x", m_name.substr(1), m_path.string()}) {
         EXPECT_EQ(FindProcess(other.c_str(), &m_id), FindStatus::absent) << other;
     }
     setenv("AIPLC_NAMESPACE", "elsewhere", 1);
     EXPECT_EQ(Find(), FindStatus::absent);
     setenv("AIPLC_NAMESPACE", m_space.c_str(), 1);
-
-    kill(child, SIGKILL);
+    kill(child.id, SIGKILL);
     siginfo_t info{};
-    waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT);
+    waitid(P_PID, static_cast<id_t>(child.id), &info, WEXITED | WNOWAIT);
     EXPECT_EQ(Find(), FindStatus::absent) << "a zombie";
-    EXPECT_EQ(waitpid(child, nullptr, 0), child);
 }
 
-TEST(Process, KnowsItsOwnExecutable) {
+TEST_F(ProcessTest, KnowsItsOwnExecutable) {
     char path[1024];
     const uint32_t length = ExecutablePath(path, sizeof path);
-    EXPECT_EQ(path, fs::read_symlink("/proc/self/exe"));
-    EXPECT_EQ(length, std::string(path).size());
+    EXPECT_EQ(std::string(path, length), fs::read_symlink("/proc/self/exe"));
     EXPECT_EQ(ExecutablePath(path, length), 0U) << "no room for the terminator";
 }
 

@@ -33,7 +33,7 @@ struct ObjectState {
     uint32_t stateBytes;  // sizeof of this structure, which differs between word sizes
     ObjectKind kind;
     uint32_t signal;  // event: futex word, 0 or 1
-    alignas(64) pthread_mutex_t mutex;
+    pthread_mutex_t mutex;
 };
 
 struct Membership;  // named_object.cpp

@@ -4,6 +4,8 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/vfs.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -36,10 +38,13 @@ Descriptor OpenRuntimeDirectory() {
     if (path == nullptr || path[0] != '/') return Descriptor();
     Descriptor directory(open(path, kDirectoryFlags));
     struct stat status {};
-    if (!directory.IsOpen() || fstat(directory.Get(), &status) != 0 || status.st_uid != geteuid() ||
-        (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        return Descriptor();
-    }
+    struct statfs system {};
+    const bool isTrusted = directory.IsOpen() && fstat(directory.Get(), &status) == 0 &&
+                           status.st_uid == geteuid() &&
+                           (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+    const bool isInMemory = isTrusted && fstatfs(directory.Get(), &system) == 0 &&
+                            (system.f_type == TMPFS_MAGIC || system.f_type == RAMFS_MAGIC);
+    if (!isInMemory) return Descriptor();
     return directory;
 }
 

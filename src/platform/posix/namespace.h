@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: BSD-2-Clause
 //
 // A namespace is a directory that holds one file per named object. It lies below
-// $XDG_RUNTIME_DIR/aiplc, or below /dev/shm/aiplc-UID where there is no runtime directory of ours,
-// and is called after the environment variable AIPLC_NAMESPACE ("default" when unset or empty:
-// 1 to 64 letters, digits, '.', '_' and '-', no leading dot). Both levels have the mode 0700,
-// belong to the effective user and are no symbolic links, or nothing below them is touched.
+// $XDG_RUNTIME_DIR/aiplc, or below /dev/shm/aiplc-UID where there is no runtime directory of ours
+// that lies in memory (dirty pages of a disk can stall a writer), and is called after the
+// environment variable AIPLC_NAMESPACE ("default" when unset or empty: 1 to 64 letters, digits,
+// '.',
+// '_' and '-', no leading dot). Both levels have the mode 0700, belong to the effective user and
+// are no symbolic links, or nothing below them is touched.
 //
 // The directory is made with its first object and removed with its last; when a new one is made,
 // those that killed processes have left are removed. Whoever looks at a directory's entries, adds
