@@ -38,8 +38,8 @@ void AddInput(std::string &text, const ConcealReport &report) {
 
 void AddPackets(std::string &text, const ConcealReport &report) {
     const auto packets = static_cast<unsigned long long>(report.packets);
-    const auto lost =
-        static_cast<unsigned long long>(report.packetsMissing + report.packetsDropped);
+    unsigned long long lost = report.packetsMissing;
+    lost += report.packetsDropped;
     if (report.kind == InputKind::capture) {
         Add(text,
             "packets   %llu captured, %llu of them lost by simulation; in all %lld missing, "
@@ -102,7 +102,7 @@ std::string ReportSummary(const ConcealOptions &options, const ConcealReport &re
         Add(text, "distance  %.2f dB log-spectral, concealed speech against the loss-free call\n",
             *report.logSpectralDistanceDb);
     }
-    Add(text, "speed     %.4f x real time", report.RealTimeFactor());
+    Add(text, "speed     real-time factor %.4f", report.RealTimeFactor());
     if (report.missedTicks) {
         Add(text, ", %lld ticks missed", static_cast<long long>(*report.missedTicks));
     }

@@ -19,6 +19,7 @@ namespace {
 
 constexpr int kFirstDynamicType = 35;
 constexpr size_t kStreamsListed = 8;
+constexpr int64_t kMaxPauseUs = int64_t{600} * 1'000'000;
 constexpr int64_t kLastSecond = 9'000'000'000;  // so that nanoseconds fit
 
 struct StreamKey {
@@ -217,7 +218,13 @@ CapturedCall ReadCapture(const InputFile &input, const StreamChoice &choice) {
             continue;
         }
         if (call.packets.empty()) firstNs = timeNs;
-        arrivalUs = std::max(arrivalUs, (timeNs - firstNs) / 1000);  // clocks are set back at times
+        const int64_t sinceFirstUs = (timeNs - firstNs) / 1000;
+        if (sinceFirstUs - arrivalUs > kMaxPauseUs) {
+            throw Failure(input.Name(),
+                          "the stream pauses for more than 10 minutes behind packet " +
+                              std::to_string(call.packets.size()) + "; cut the capture there");
+        }
+        arrivalUs = std::max(arrivalUs, sinceFirstUs);  // clocks are set back at times
         anyOpus = anyOpus || OpusPacketSamples(packet.payload) > 0;
         call.packets.push_back({{packet.payload.begin(), packet.payload.end()},
                                 packet.sequence,
