@@ -82,9 +82,10 @@ void AdvanceInput(AiPlcHostStream &stream, uint64_t frames, uint32_t frameSample
 
 void TakePackets(AiPlcHostStream &stream, StAiPlcChannel &channel, int32_t packetCount) {
     const auto slots = static_cast<uint32_t>(std::max(packetCount, 0));
-    if (slots > channel.receivedRing->count) {
-        AudAiplcLog(kUnit, __LINE__, "packetCount = %d, at most %u fit: earlier ones are lost",
-                    packetCount, unsigned{channel.receivedRing->count});
+    if (packetCount < 0 || slots > channel.receivedRing->count) {
+        AudAiplcLog(kUnit, __LINE__,
+                    "packetCount = %d, must be 0 to %u; later frames replace earlier", packetCount,
+                    unsigned{channel.receivedRing->count});
     }
     const uint32_t frameSamples = channel.frameSamples;
     bool malformed = false;

@@ -84,7 +84,7 @@ TEST_F(FrameDriver, MalformedRecordsEndTheReadingInsideTheArea) {
         logLines = 0;
         EXPECT_EQ(m_host.Apply(words, c.packets), 0) << c.length;
         EXPECT_FALSE(m_host.Take().empty()) << c.length;
-        EXPECT_EQ(logLines == 0, c.length == 324 && c.packets < 0) << c.length;
+        EXPECT_GT(logLines, 0) << c.length;
     }
     m_host.Stream().pktCursor = nullptr;
     m_host.Stream().inAvailable = 320;
