@@ -3,113 +3,149 @@
 #include <aiplc/aiplc.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <complex>
-#include <limits>
-#include <random>
+#include <numeric>
 #include <vector>
 
 namespace {
 
-std::vector<int16_t> Filter16K(std::vector<int16_t> samples) {
-    float state[AIPLC_LOW_PASS_TAPS_16K] = {};
-    AiPlcFir(samples.data(), state, g_aiplcLowPassCoeff16K, static_cast<int32_t>(samples.size()),
-             AIPLC_LOW_PASS_TAPS_16K);
+using Samples = std::vector<int16_t>;
+using Floats = std::vector<float>;
+
+// Filters 45 samples in two calls.
+Samples LowPass(Samples samples) {
+    Floats state(31);
+    samples.resize(45);
+    AiPlcFir(samples.data(), state.data(), g_aiplcLowPassCoeff16K, 20, 31);
+    AiPlcFir(&samples[20], state.data(), g_aiplcLowPassCoeff16K, 25, 31);
     return samples;
 }
 
-double ResponseDb(const float *taps, int count, double cyclesPerSample) {
+double GainDb(const float *response, int count, double cyclesPerSample) {
     std::complex<double> sum = 0;
-    for (int n = 0; n < count; ++n) {
-        sum += std::polar(1.0, 2 * M_PI * cyclesPerSample * n) * double{taps[n]};
-    }
+    for (int n = 0; n < count; ++n)
+        sum += std::polar(1.0, 2 * M_PI * cyclesPerSample * n) * double{response[n]};
     return 20 * std::log10(std::abs(sum));
+}
+
+void Analyse(float *frame, Floats &state, int32_t length = 960) {
+    EXPECT_EQ(AiPlcThreeBandAnalysis(frame, frame, state.data(), length), 0);
+}
+
+void Synthesise(float *frame, Floats &state) {
+    EXPECT_EQ(AiPlcThreeBandSynthesis(frame, frame, state.data(), 960), 0);
+}
+
+Floats BandResponse(size_t band) {
+    Floats frame(960), state(48);
+    frame[320 * band] = 1.0F;
+    Synthesise(frame.data(), state);
+    return frame;
+}
+
+// Splits and joins frame after frame.
+Floats PassThrough(Floats signal) {
+    Floats analysis(48), synthesis(48);
+    for (size_t first = 0; first < signal.size(); first += 960) {
+        Analyse(&signal[first], analysis);
+        Synthesise(&signal[first], synthesis);
+    }
+    return signal;
 }
 
 }  // namespace
 
 TEST(SampleConversion, TruncatesTowardsZeroAndSaturates) {
-    const float in[] = {2.5F,      -2.5F, -0.7F, 32767.9F,  -32768.9F,
-                        1.0e9F,    -1e9F, 1.9F,  -40000.0F, std::numeric_limits<float>::infinity(),
-                        -INFINITY, NAN,   -32768};
-    const int16_t expected[] = {2, -2,     0,     32767,  -32768, 32767, -32768,
-                                1, -32768, 32767, -32768, -32768, -32768};
-    int16_t out[13];
-    AiPlcFloat2Short(in, out, 13);
-    for (int i = 0; i < 13; ++i)
-        EXPECT_EQ(out[i], expected[i]) << in[i];
+    const Floats in = {2.5F, -2.5F, -0.7F, 32767.9F, -32768.9F, 1e9F, -1e9F, INFINITY, NAN};
+    Samples out(in.size());
+    AiPlcFloat2Short(in.data(), out.data(), static_cast<int32_t>(in.size()));
+    EXPECT_EQ(out, (Samples{2, -2, 0, 32767, -32768, 32767, -32768, 32767, -32768}));
 }
 
-TEST(Fir, ImpulseAndStepGiveTheWorkedOutNumbers) {
-    std::vector<int16_t> impulse(40, 0);
-    impulse[0] = 1000;
-    const std::vector<int16_t> response = {
-        1,  0,   -2, 3,  3,  -9, -2, 19, -5, -33, 27, 47, -80, -58, 308, 561, 308, -58, -80, 47,
-        27, -33, -5, 19, -2, -9, 3,  3,  -2, 0,   1,  0,  0,   0,   0,   0,   0,   0,   0,   0};
-    EXPECT_EQ(Filter16K(impulse), response);
-
-    for (const int16_t level : {int16_t{10000}, int16_t{-10000}}) {
-        const std::vector<int16_t> step = Filter16K(std::vector<int16_t>(40, level));
-        const int sign = level > 0 ? 1 : -1;
-        EXPECT_EQ(step[28], sign * 9991);
-        EXPECT_EQ(step[29], sign * 9983);
-        for (size_t i = 30; i < step.size(); ++i)
-            EXPECT_EQ(step[i], level) << i;
-    }
-}
-
-TEST(Fir, ContinuesAcrossCallsAndSaturates) {
-    std::mt19937 random(1);
-    std::vector<int16_t> whole(960);
-    for (int16_t &sample : whole)
-        sample = static_cast<int16_t>(random());
-    std::vector<int16_t> parts = whole;
-    float wholeState[AIPLC_LOW_PASS_TAPS_48K] = {};
-    float partsState[AIPLC_LOW_PASS_TAPS_48K] = {};
-    AiPlcFir(whole.data(), wholeState, g_aiplcLowPassCoeff48K, 960, AIPLC_LOW_PASS_TAPS_48K);
-    AiPlcFir(parts.data(), partsState, g_aiplcLowPassCoeff48K, 100, AIPLC_LOW_PASS_TAPS_48K);
-    AiPlcFir(parts.data() + 100, partsState, g_aiplcLowPassCoeff48K, 860, AIPLC_LOW_PASS_TAPS_48K);
-    EXPECT_EQ(whole, parts);
-    EXPECT_TRUE(std::equal(std::begin(wholeState), std::end(wholeState), partsState));
-
+TEST(Fir, GivesTheWorkedOutNumbersAndSaturates) {
+    Samples response = {1,   0,   -2,  3,  3,  -9,  -2, 19, -5, -33, 27, 47, -80, -58, 308, 561,
+                        308, -58, -80, 47, 27, -33, -5, 19, -2, -9,  3,  3,  -2,  0,   1};
+    response.resize(45);
+    EXPECT_EQ(LowPass({1000}), response);
+    const Samples step = LowPass(Samples(45, -10000));
+    EXPECT_EQ(step[28], -9991);
+    EXPECT_EQ(step[29], -9983);
+    EXPECT_EQ(step[30], -10000);
     // Full-scale samples with the taps' signs sum to 1.77 times full scale.
-    std::vector<int16_t> loud(AIPLC_LOW_PASS_TAPS_16K);
-    for (size_t n = 0; n < loud.size(); ++n) {
-        loud[n] = g_aiplcLowPassCoeff16K[loud.size() - 1 - n] < 0 ? -32768 : 32767;
-    }
-    EXPECT_EQ(Filter16K(loud).back(), 32767);
-
-    int16_t sample = 10001;
-    float single = 7.0F;
-    const float half = 0.5F;
-    AiPlcFir(&sample, &single, &half, 0, 1);
-    EXPECT_EQ(sample, 10001);
-    EXPECT_EQ(single, 7.0F);
-    AiPlcFir(&sample, &single, &half, 1, 1);
-    EXPECT_EQ(sample, 5000);
+    Samples loud;
+    for (const float tap : g_aiplcLowPassCoeff16K)
+        loud.push_back(tap < 0 ? -32768 : 32767);
+    EXPECT_EQ(LowPass(loud)[30], 32767);
 }
 
 TEST(FirTables, HaveTheirResponses) {
-    EXPECT_NEAR(ResponseDb(g_aiplcLowPassCoeff16K, 31, 4290.0 / 16000), -3, 0.05);
-    EXPECT_NEAR(ResponseDb(g_aiplcLowPassCoeff48K, 91, 5000.0 / 48000), -6, 0.1);
-    EXPECT_NEAR(ResponseDb(g_aiplcDelayFilterCoeff_16k, 31, 0.5), -1.54, 0.01);
-    EXPECT_NEAR(ResponseDb(g_aiplcDelayFilterCoeff_48k, 91, 0.5), -5.38, 0.01);
-    for (double hz = 6000; hz <= 8000; hz += 50) {
-        EXPECT_LT(ResponseDb(g_aiplcLowPassCoeff16K, 31, hz / 16000), -53.5) << hz;
-    }
-    for (double hz = 6000; hz <= 24000; hz += 50) {
-        EXPECT_LT(ResponseDb(g_aiplcLowPassCoeff48K, 91, hz / 48000), -55.3) << hz;
+    EXPECT_NEAR(GainDb(g_aiplcLowPassCoeff16K, 31, 4290.0 / 16000), -3, 0.05);
+    EXPECT_NEAR(GainDb(g_aiplcLowPassCoeff48K, 91, 5000.0 / 48000), -6, 0.1);
+    EXPECT_NEAR(GainDb(g_aiplcDelayFilterCoeff_16k, 31, 0.5), -1.54, 0.01);
+    EXPECT_NEAR(GainDb(g_aiplcDelayFilterCoeff_48k, 91, 0.5), -5.38, 0.01);
+    for (int hz = 0; hz <= 2000; hz += 5) {
+        EXPECT_LT(GainDb(g_aiplcLowPassCoeff48K, 91, (6000 + 9 * hz) / 48e3), -55.3) << hz;
+        EXPECT_LT(GainDb(g_aiplcLowPassCoeff16K, 31, (6000 + hz) / 16e3), -53.5) << hz;
     }
 }
 
-TEST(FloatBuffers, AreCheckedAndFreedOnce) {
-    float *table[2] = {static_cast<float *>(std::calloc(4, sizeof(float))), nullptr};
-    EXPECT_EQ(AiPlcCheckFloatMem(nullptr, 1), -1);
-    EXPECT_EQ(AiPlcCheckFloatMem(table, 0), 0);
-    EXPECT_EQ(AiPlcCheckFloatMem(table, 1), 0);
-    EXPECT_EQ(AiPlcCheckFloatMem(table, 2), -1);
-    AiPlcFreeFloatMem(table, 2);
-    EXPECT_EQ(table[0], nullptr);
-    AiPlcFreeFloatMem(table, 2);
-    AiPlcFreeFloatMem(nullptr, 2);
+TEST(ThreeBand, ImpulsesReadTheTaps) {
+    Floats frame(960), state(48);
+    frame[0] = 1.0F;
+    Analyse(frame.data(), state);
+    EXPECT_EQ(frame[0], 0.00383508997F);
+    EXPECT_EQ(frame[15], -0.000827039999F);
+    EXPECT_EQ(frame[16], 0);
+    // The middle band's taps follow from the low band's: (45 - 1) mod 12 = 8.
+    EXPECT_EQ(frame[320], -2.0F * 0.00383508997F);
+    EXPECT_EQ(frame[640], 0.00383508997F);
+
+    const Floats low = BandResponse(0);
+    EXPECT_EQ(low[0], 3.0F * -0.000954979972F);
+    EXPECT_EQ(low[26], 3.0F * 0.121545419F);
+    EXPECT_EQ(low[47], 3.0F * -0.000827039999F);
+    EXPECT_EQ(low[48], 0);
+}
+
+TEST(ThreeBand, BandsHaveTheirResponses) {
+    const auto gain = [](size_t band, double hz) {
+        return GainDb(BandResponse(band).data(), 48, hz / 48000) - 20 * std::log10(3);
+    };
+    for (const int hz : {0, 3000, 7000}) {
+        EXPECT_NEAR(gain(0, hz), 0, 0.3) << hz;
+        EXPECT_NEAR(gain(2, 24000 - hz), 0, 0.3) << hz;
+    }
+    EXPECT_NEAR(gain(0, 8000), -6, 0.2);
+    EXPECT_NEAR(gain(1, 16000), -6, 0.2);
+    EXPECT_NEAR(gain(1, 12000), 0, 0.3);
+    for (int hz = 0; hz <= 6000; hz += 250) {
+        EXPECT_LT(gain(0, 24000 - 2 * hz), -49) << hz;
+        EXPECT_LT(gain(1, hz), -46.9) << hz;
+    }
+}
+
+TEST(ThreeBand, AnalysisAndSynthesisDelayBy44Samples) {
+    Floats tone;
+    for (int n = 0; n < 3 * 960; ++n)
+        tone.push_back(10000 * std::sin(static_cast<float>(n % 48 * M_PI / 24)));
+    const Floats delayed = PassThrough(tone);
+    const Floats constant = PassThrough(Floats(tone.size(), 10000));
+    for (size_t n = 963; n < tone.size(); ++n) {
+        ASSERT_NEAR(delayed[n], tone[n - 44], 100) << n;
+        ASSERT_NEAR(constant[n], constant[n - 3], 0.01) << n;
+    }
+    const auto [least, most] = std::minmax_element(constant.end() - 3, constant.end());
+    EXPECT_EQ(std::lround(*least), 9346);
+    EXPECT_EQ(std::lround(*most), 9384);
+}
+
+TEST(ThreeBand, StateHoldsTheNewestSamplesForAnyLength) {
+    Floats state(48), ramp(992);
+    std::iota(ramp.begin(), ramp.end(), 0.0F);
+    const Floats expected(ramp.end() - 48, ramp.end());
+    Analyse(ramp.data(), state);
+    Analyse(&ramp[960], state, 32);  // the last two make no output but are kept
+    EXPECT_EQ(state, expected);
 }

@@ -4,133 +4,144 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
 #include <memory>
-#include <random>
+#include <utility>
 #include <vector>
 
 namespace {
 
-constexpr uint32_t kWideband = 1103;
+using Samples = std::vector<int16_t>;
 
-// A channel with its codec ring and two neighbouring history frames, without the pipeline.
-class PostProcessing : public testing::Test {
+// A channel with its rings, without the pipeline. The codec's frame holds 10000, the look-ahead
+// -10000.
+class PostProcessing : public testing::TestWithParam<bool> {
   protected:
-    void SetUp() override {
-        m_channel->opusRing = AiPlcInitRingList(8);
-        m_history = AiPlcInitRingList(4);
-        m_output = AiPlcInitRingList(1);
-        m_node = m_history->head;
+    PostProcessing() {
+        AiPlcInitRingLists(m_channel.get());
+        m_channel->is48K = GetParam() ? 1 : 0;
+        m_output = m_channel->outputRing->head;
+        m_node = m_channel->historyRing->head;
         m_codec = m_channel->opusRing->head->prev->prev->prev;
+        m_node->sampleCount = m_codec->sampleCount = GetParam() ? 960 : 320;
+        std::fill_n(m_codec->samples, m_frame, int16_t{10000});
+        std::fill_n(m_look, m_frame, int16_t{-10000});
     }
-    void TearDown() override {
-        AiPlcDestroyRingList(m_channel->opusRing);
-        AiPlcDestroyRingList(m_history);
-        AiPlcDestroyRingList(m_output);
-    }
+    ~PostProcessing() override { AiPlcAsyncDestroy(m_channel.get()); }
 
-    // Prepares a 16 kHz switch: the frame before, the frame, the codec's frame and its level.
-    void Prepare(AiPlcPktType before, AiPlcPktType type, int16_t codecLevel, int16_t level) {
+    // The PCM of a frame of noise in the lowest band, with the frame after it as its look-ahead.
+    Samples Process(int frame, bool narrowband) {
+        for (int i = 0; i < 640; ++i) {
+            const int noise = 7919 * (320 * frame + i) % 20011 - 10000;
+            (i < 320 ? m_node->bands[0] : m_channel->nextPredict)[i % 320] =
+                static_cast<int16_t>(noise);
+        }
+        m_node->bandwidth = narrowband ? 1101 : 1103;
+        m_node->hasNextPredict = 1;
+        AiPlcPostProc(m_channel.get(), m_node);
+        return {m_node->samples, m_node->samples + m_frame};
+    }
+    // The first, second and last sample after a switch to a frame of silence.
+    Samples Switch(AiPlcPktType before, AiPlcPktType type) {
         m_node->prev->pktType = before;
         m_node->pktType = type;
-        m_node->sampleCount = m_codec->sampleCount = 320;
-        std::fill_n(m_codec->samples, 320, codecLevel);
-        std::fill_n(m_node->samples, 320, level);
-        m_output->head->sampleCount = 960;
-        AiPlcOpusFallBack(m_channel.get(), m_node, m_output->head);
+        m_node->opusPlcApplied = 0;
+        std::fill_n(m_node->samples, m_frame, int16_t{0});
+        AiPlcOpusFallBack(m_channel.get(), m_node, m_output);
+        return {m_output->samples[0], m_output->samples[1], m_output->samples[m_frame - 1]};
     }
-    int16_t Out(int i) const { return m_output->head->samples[i]; }
 
+    const size_t m_frame = GetParam() ? 960 : 320;
     std::unique_ptr<StAiPlcChannel> m_channel = std::make_unique<StAiPlcChannel>();
-    AiPlcRingList *m_history = nullptr;
-    AiPlcRingList *m_output = nullptr;
+    int16_t *m_look = GetParam() ? m_channel->nextPredict48K : m_channel->nextPredict;
+    AiPlcPkt *m_output = nullptr;
     AiPlcPkt *m_node = nullptr;
     AiPlcPkt *m_codec = nullptr;
 };
+INSTANTIATE_TEST_SUITE_P(Rates, PostProcessing, testing::Bool());
 
-std::vector<int16_t> Noise(size_t count, unsigned seed) {
-    std::mt19937 random(seed);
-    std::vector<int16_t> noise(count);
-    for (int16_t &sample : noise)
-        sample = static_cast<int16_t>(random() % 20000 - 10000);
-    return noise;
+// 10000 weighted by the rising half of a triangle and truncated; exact in integers.
+int Rising(size_t k, size_t length) {
+    return static_cast<int>(10000 * (2 * k + 1) / (2 * length));
 }
 
 }  // namespace
 
-TEST_F(PostProcessing, NarrowbandLowPassRunsThroughFramesAndLookAhead) {
-    std::vector<int16_t> stream = Noise(960, 2);
-    std::copy_n(stream.begin() + 640, 320, m_channel->nextPredict);
-    m_node->bandwidth = AIPLC_BANDWIDTH_NARROWBAND;
-    std::vector<int16_t> out;
-    for (int f = 0; f < 2; ++f) {
-        std::copy_n(stream.begin() + 320 * f, 320, m_node->bands[0]);
-        m_node->hasNextPredict = f == 1;
-        AiPlcPostProc(m_channel.get(), m_node);
-        out.insert(out.end(), m_node->samples, m_node->samples + 320);
+TEST(Windows, AreTrianglesOfNineDigits) {
+    for (const auto &[table, length] :
+         {std::pair(g_aiplcTriangWin16K, 320), std::pair(g_aiplcTriangWin48K, 960)}) {
+        for (int k = 0; k < length; ++k) {
+            char text[32];
+            std::snprintf(text, sizeof text, "%.9g", (k + 0.5) / length);
+            EXPECT_EQ(table[k], std::strtof(text, nullptr)) << k;
+            EXPECT_EQ(table[2 * length - 1 - k], table[k]) << k;
+        }
     }
-    out.insert(out.end(), m_channel->nextPredict, m_channel->nextPredict + 320);
-
-    float state[31] = {};
-    AiPlcFir(stream.data(), state, g_aiplcLowPassCoeff16K, 960, 31);
-    EXPECT_EQ(out, stream);
-
-    m_node->bandwidth = kWideband;
-    AiPlcPostProc(m_channel.get(), m_node);
-    EXPECT_TRUE(std::equal(m_node->samples, m_node->samples + 320, m_node->bands[0]));
-    EXPECT_EQ(*std::max_element(m_channel->postLowPassMem16K, m_channel->postLowPassMem16K + 31),
-              0);
+    EXPECT_EQ(g_aiplcTriangWin48K[14], 0.0151041672F);
 }
 
-TEST_F(PostProcessing, LookAheadAt48KContinuesTheStreamWithoutMovingIt) {
-    m_channel->is48K = 1;
-    const std::vector<int16_t> low = Noise(640, 3);
-    std::copy_n(low.begin(), 320, m_node->bands[0]);
-    std::copy_n(low.begin() + 320, 320, m_channel->nextPredict);
-    m_node->hasNextPredict = 1;
-    AiPlcPostProc(m_channel.get(), m_node);
-    const std::vector<int16_t> look(m_channel->nextPredict48K, m_channel->nextPredict48K + 960);
-
-    m_node->hasNextPredict = 0;
-    std::copy_n(low.begin() + 320, 320, m_node->bands[0]);
-    AiPlcPostProc(m_channel.get(), m_node);
-    EXPECT_TRUE(std::equal(look.begin(), look.end(), m_node->samples));
-}
-
-TEST_F(PostProcessing, SwitchesAreCrossFadedOverOneFrame) {
-    Prepare(OPUS_DECODED, AIPLC_EXTRAPOLATE, 10000, 0);
-    EXPECT_EQ(Out(0), 9984);
-    EXPECT_EQ(Out(1), 9953);
-    EXPECT_EQ(Out(319), 15);
-    EXPECT_EQ(m_output->head->fusedIntoPredict, 1);
-
-    std::fill_n(m_channel->nextPredict, 320, int16_t{10000});
-    Prepare(AIPLC_EXTRAPOLATE, OPUSPLC_PREDICT, 0, 77);
-    EXPECT_EQ(Out(0), 9984);
-    EXPECT_EQ(Out(319), 15);
-    EXPECT_EQ(m_output->head->fusedFromPredict, 1);
-    EXPECT_EQ(m_node->opusPlcApplied, 1);
-}
-
-TEST_F(PostProcessing, CodecFramesReplaceAndPredictionsFollowPlainly) {
-    struct Case {
-        AiPlcPktType before, type;
-        int16_t expected;
-    };
-    const Case cases[] = {
-        {OPUSPLC_PREDICT, OPUSPLC_PREDICT, 500}, {OPUSPLC_PREDICT, OPUS_DECODED, 500},
-        {OPUS_DECODED, OPUSPLC_PREDICT, 500},    {AIPLC_INTERPOLATE, OPUSPLC_PREDICT, 500},
-        {OPUS_DECODED, OPUS_DECODED, 700},       {AIPLC_EXTRAPOLATE, AIPLC_INTERPOLATE, 700},
-        {AIPLC_INTERPOLATE, OPUS_DECODED, 700},  {OPUSPLC_PREDICT, PKT_LOST, 700},
-        {PKT_MUTE, AIPLC_EXTRAPOLATE, 700}};
-    for (const Case &c : cases) {
-        Prepare(c.before, c.type, 500, 700);
-        EXPECT_EQ(Out(0), c.expected) << c.before << " " << c.type;
-        EXPECT_EQ(Out(319), c.expected) << c.before << " " << c.type;
+TEST(Fades, WeighWithTheWindowsAndTruncate) {
+    const Samples from(960, -10000);
+    const Samples to(960, 10000);
+    Samples out = from, in = to, fused = to, smoothed = from;
+    AiPlc16kFadeOut(out.data());
+    AiPlc16kFadeIn(in.data());
+    AiPlcFuseSmooth(from.data(), fused.data(), g_aiplcTriangWin16K, 320);
+    EXPECT_EQ(AiPlcWinSmoothing(to.data(), smoothed.data(), 960), 0);
+    EXPECT_EQ(AiPlcWinSmoothing(to.data(), smoothed.data(), 959), -1);
+    for (size_t k = 0; k < 320; ++k) {
+        EXPECT_EQ(in[k], Rising(k, 320)) << k;
+        EXPECT_EQ(out[k], -Rising(319 - k, 320)) << k;
+        EXPECT_EQ(fused[k], in[k] + out[k]) << k;
     }
-    // A frame shorter than the codec's keeps its own audio.
-    Prepare(OPUSPLC_PREDICT, OPUSPLC_PREDICT, 500, 700);
-    m_codec->sampleCount = 960;
-    std::fill_n(m_node->samples, 320, int16_t{700});
-    AiPlcOpusFallBack(m_channel.get(), m_node, m_output->head);
-    EXPECT_EQ(Out(0), 700);
+    for (size_t k = 0; k < 960; ++k)
+        EXPECT_EQ(smoothed[k], Rising(k, 960) - Rising(959 - k, 960)) << k;
+    EXPECT_EQ((Samples{in[0], in[319], fused[0], fused[319], smoothed[0]}),
+              (Samples{15, 9984, -9969, 9969, -9989}));
+}
+
+TEST_P(PostProcessing, NarrowbandIsLowPassedFromSilenceOnAndTheLookAheadIsTheNextFrame) {
+    Samples expected, out, look;
+    for (int f = 0; f < 5; ++f) {
+        const Samples frame = Process(f, false);
+        expected.insert(expected.end(), frame.begin(), frame.end());
+    }
+    // Frames 0, 1 and 4 are narrowband.
+    for (const size_t first : {0U, 4U}) {
+        float state[91] = {};
+        AiPlcFir(&expected[first * m_frame], state,
+                 GetParam() ? g_aiplcLowPassCoeff48K : g_aiplcLowPassCoeff16K,
+                 (first == 0 ? 2 : 1) * m_codec->sampleCount, GetParam() ? 91 : 31);
+    }
+    std::ranges::fill(m_channel->postSynthesisMem, 0.0F);
+    for (int f = 0; f < 5; ++f) {
+        const Samples frame = Process(f, f < 2 || f == 4);
+        EXPECT_TRUE(f % 2 == 0 || frame == look) << f;
+        look.assign(m_look, m_look + m_frame);
+        out.insert(out.end(), frame.begin(), frame.end());
+    }
+    EXPECT_EQ(out, expected);
+}
+
+TEST_P(PostProcessing, SwitchesBetweenCodecAndPredictionAreCrossFaded) {
+    const std::map<char, Samples> heard = {
+        {'n', Samples(3, 0)},      // the node
+        {'c', Samples(3, 10000)},  // the codec
+        {'f', GetParam() ? Samples{9994, 9984, 5} : Samples{9984, 9953, 15}},
+        {'t', GetParam() ? Samples{-9989, -9969, 9989} : Samples{-9969, -9907, 9969}}};
+    const AiPlcPktType types[] = {OPUS_DECODED, AIPLC_EXTRAPOLATE, AIPLC_INTERPOLATE,
+                                  PKT_LOST,     PKT_MUTE,          OPUSPLC_PREDICT};
+    // By the type of the frame before, then of the frame.
+    const char *const expected[] = {"nffnnc", "nnnnnt", "nnnnnc", "nnnnnc", "nnnnnc", "cffnnc"};
+    for (size_t i = 0; i < 36; ++i) {
+        const char letter = expected[i / 6][i % 6];
+        EXPECT_EQ(Switch(types[i / 6], types[i % 6]), heard.at(letter)) << i;
+        EXPECT_EQ(m_output->fusedIntoPredict == 1, letter == 'f') << i;
+        EXPECT_EQ(m_output->fusedFromPredict == 1, letter == 't') << i;
+        EXPECT_EQ(m_output->opusPlcApplied == 1, letter == 't' || letter == 'c') << i;
+    }
+    m_codec->sampleCount = 961;  // does not fit
+    EXPECT_EQ(Switch(OPUSPLC_PREDICT, OPUSPLC_PREDICT), heard.at('n'));
 }
