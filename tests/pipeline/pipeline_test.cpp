@@ -1,0 +1,237 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#include <gtest/gtest.h>
+
+#include <cstdarg>
+#include <string>
+#include <tuple>
+
+#include "pipeline/scripted_host.h"
+
+namespace {
+
+std::vector<std::string> logged;
+
+void Collect(const char *unit, int32_t line, const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    logged.push_back(unit + std::to_string(line) + format + va_arg(arguments, const char *));
+    va_end(arguments);
+}
+
+Samples Level(int level, size_t count = 320) {
+    return Samples(count, static_cast<int16_t>(level));
+}
+
+class Pipeline : public testing::Test {
+  protected:
+    Pipeline() {
+        logged.clear();
+        AiplcRegLog(Collect);
+    }
+    ~Pipeline() override { AiplcRegLog(nullptr); }
+    // One call with packets of these numbers, their levels too, and its output.
+    Samples Receive(const std::vector<int> &numbers) {
+        std::vector<std::pair<int, Samples>> frames;
+        std::ranges::transform(numbers, std::back_inserter(frames),
+                               [](int number) { return std::pair(number, Level(number)); });
+        EXPECT_EQ(m_host.Receive(frames), 0);
+        EXPECT_EQ(m_host.stream.inAvailable, 0);
+        return m_host.Take();
+    }
+    // The newest nodes, newest first: types and numbers.
+    static std::string Newest(const AiPlcRingList *ring, int count) {
+        std::string text;
+        for (const AiPlcPkt *node = ring->head; count > 0; --count, node = node->prev)
+            text += " DEILM C"[node->pktType] + std::to_string(node->seqNumber) + " ";
+        return text;
+    }
+
+    ScriptedHost m_host;
+    AiPlcHostContext &m_context = m_host.context;
+    AiPlcHostStream &m_stream = m_host.stream;
+    StAiPlcChannel &m_channel = m_host.channel;
+    const AiPlcRingList *m_input = m_channel.inputRing;
+    const AiPlcRingList *m_history = m_channel.historyRing;
+};
+
+}  // namespace
+
+TEST(Log, ForwardsFinishedTextsOfAtMost1023Characters) {
+    logged.clear();
+    AiplcRegLog(Collect);
+    AudAiplcLog("unit", 12, "%d%% of %s", 5, "%s");
+    AudAiplcLog("unit", 13, nullptr);
+    AudAiplcLog("unit", 14, "%s", std::string(1023, 'x').c_str());
+    AudAiplcLog("unit", 15, "%s", std::string(1024, 'x').c_str());
+    AiplcRegLog(nullptr);
+    AudAiplcLog("unit", 16, "nobody listens");
+    EXPECT_EQ(logged, (std::vector{std::string("unit12[AUDIO_AIPLC] %s5% of %s"),
+                                   "unit14[AUDIO_AIPLC] %s" + std::string(1023, 'x')}));
+}
+
+TEST(Channel, IsClearedInTheHostsBlock) {
+    std::vector<uint8_t> block(AIPLC_CHANNEL_BYTES, 0xAA);
+    StAiPlcChannel *channel = nullptr;
+    EXPECT_EQ(AiPlcCreate(&channel, block.data()), 0);
+    EXPECT_EQ(static_cast<void *>(channel), block.data());
+    EXPECT_EQ(block, std::vector<uint8_t>(AIPLC_CHANNEL_BYTES, 0));
+    EXPECT_EQ(AiPlcCreate(&channel, nullptr), -1);
+}
+
+TEST(Node, NumbersComeFromACounterThatSkips65535) {
+    const int16_t pcm = 1;
+    for (uint32_t i = 0, last = 0; i < 65540; ++i) {
+        AiPlcPkt *node = AiPlcCreatePkt(&pcm, 2, OPUS_DECODED);
+        EXPECT_TRUE(i == 0 || node->seqNumber == (last == 65534 ? 0 : last + 1)) << last;
+        last = node->seqNumber;
+        AiPlcDestroyPkt(node);
+    }
+}
+
+TEST_F(Pipeline, GapsWithinACallArePlaceheld) {
+    m_channel.bufferedFrames = 3;
+    Receive({10, 13});
+    EXPECT_EQ(Newest(m_input, 4), "D13 L12 L11 D10 ");
+    EXPECT_EQ(m_input->head->bands[0][0], 13);
+    EXPECT_EQ(m_input->head->prev->bands[0][0], 0);
+    Receive({32768, 0});
+    EXPECT_EQ(Newest(m_input, 2), "D0 D32768 ");
+    Receive({65535, 1});
+    EXPECT_EQ(Newest(m_input, 3), "D1 L0 D65535 ");
+    // 13, twelve placeholders, 0: position k lands k mod 12 nodes behind the head.
+    Receive({0, 13});
+    EXPECT_EQ(Newest(m_input, 12), "L1 D0 L11 L10 L9 L8 L7 L6 L5 L4 L3 L2 ");
+    // A hostile jump costs no more than one round of the ring.
+    Receive({0, 32768});
+    EXPECT_EQ(Newest(m_input, 9), "L8 L7 L6 L5 L4 L3 L2 L1 D0 ");
+}
+
+TEST_F(Pipeline, LateFramesReplacePlaceholdersAndNothingElse) {
+    m_channel.bufferedFrames = 3;
+    Receive({21});
+    m_channel.inputAnalysisMem[47] = 1;
+    m_host.Lose();
+    EXPECT_EQ(m_channel.inputAnalysisMem[47], 0);
+    EXPECT_EQ(Newest(m_history, 2), "L22 D21 ");
+    EXPECT_EQ(m_history->head->bandwidth, 1105U);
+    Receive({22, 23});
+    EXPECT_EQ(Newest(m_history, 3), "D23 D22 D21 ");
+    EXPECT_EQ(m_history->head->prev->samples[0], 22);
+    // The placeholders between 21 and 24 must not overwrite received or predicted audio.
+    for (const AiPlcPktType type : {OPUS_DECODED, AIPLC_EXTRAPOLATE, AIPLC_INTERPOLATE}) {
+        m_history->head->pktType = type;
+        Receive({21, 24});
+        EXPECT_EQ(m_history->head->prev->pktType, type);
+    }
+    m_history->head->pktType = OPUSPLC_PREDICT;
+    Receive({24, 25});
+    EXPECT_EQ(Newest(m_history, 2), "D25 D24 ");
+}
+
+TEST_F(Pipeline, NumbersBehindTheHeadFollowIt) {
+    m_channel.bufferedFrames = 3;
+    Receive({1});
+    EXPECT_EQ(Newest(m_history, 4), "D1 M0 M65535 M65534 ");
+    for (int position = 1; position <= 4; ++position) {
+        EXPECT_EQ(AiPlcCheckHisBuffStatus(&m_channel), position);
+        AiPlcMaintainBuff(&m_channel);
+    }
+}
+
+TEST_F(Pipeline, BufferingCallsWithSeveralPacketsRepeatTheFirst) {
+    EXPECT_EQ(Receive({1, 2}), Level(0));
+    EXPECT_EQ(Newest(m_history, 2), "D1 D1 ");
+    EXPECT_EQ(m_channel.bufferedFrames, 1);
+}
+
+TEST_F(Pipeline, PlaysThreeFramesLateAndCountsWhatTheCodecConceals) {
+    // Before anything arrives a lost call plays the fresh node's 960 zeros.
+    EXPECT_EQ(m_host.Lose(), 0);
+    EXPECT_EQ(m_host.Take(), Level(0, 960));
+    for (int i = 1; i < 20; ++i)
+        EXPECT_EQ(Receive({i}), Level(std::max(i - 3, 0)));
+    m_context.altCounterSelect = 1;
+    m_stream.inAvailable = 321;  // no whole number of frames
+    EXPECT_EQ(AiPlcApply(&m_context, 7, 0), 0);
+    m_host.stats.counterMode = 1;
+    EXPECT_EQ(m_host.Lose(), 0);
+    EXPECT_EQ(m_host.stats.concealedSamplesAlt, 320U);
+    EXPECT_EQ(m_host.stats.concealedSamples, 960U + 320U);
+    EXPECT_EQ(m_context.samplesOut, 960U + 320U * 21);
+    m_host.Take();
+    m_host.conceal = [](AiPlcDecodeRequest &) { return 5; };
+    EXPECT_EQ(m_host.Lose(), -1);
+    EXPECT_EQ(m_host.Take(), Samples());
+    EXPECT_EQ(m_context.opusPlcRequests, 4U);
+}
+
+TEST_F(Pipeline, MalformedRecordsEndTheReadingInsideTheArea) {
+    // Record length, words in the area, packets; whether the first frame is taken.
+    const std::tuple<uint16_t, size_t, int32_t, bool> cases[] = {
+        {0, 324, 1, false},     {4, 324, 1, false},    {325, 324, 1, false},
+        {65535, 324, 8, false}, {324, 320, 1, false},  {324, 323, 1, false},
+        {5, 320, 1, false},     {5, 324, 1, true},     {5, 329, 2, true},
+        {164, 648, 2, true},    {324, 324, -5, false}, {324, 324, 2000000000, true}};
+    int16_t &received = m_channel.receivedRing->head->samples[0];
+    for (const auto &[length, size, packets, taken] : cases) {
+        std::vector<uint16_t> words(size, 9);
+        words[0] = length;
+        received = 0;
+        logged.clear();
+        EXPECT_EQ(m_host.Apply(words, packets), 0) << length;
+        EXPECT_EQ(received == 9, taken) << length << " " << size;
+        EXPECT_EQ(logged.empty(), packets < 0) << length;
+    }
+    m_stream.pktCursor = nullptr;
+    m_stream.inAvailable = 320;
+    EXPECT_EQ(AiPlcApply(&m_context, 7, 0), 0);
+    // A record may be longer than its frame.
+    logged.clear();
+    m_host.bandwidth = 0x12345;
+    EXPECT_EQ(m_host.Receive({{4, Level(4, 328)}, {5, Level(5)}}), 0);
+    EXPECT_TRUE(logged.empty());
+    EXPECT_EQ(m_history->head->samples[0], 5);
+    EXPECT_EQ(m_history->head->bandwidth, 0x12345U);
+}
+
+TEST_F(Pipeline, BadHostRecordsAreRefused) {
+    m_host.conceal = [](AiPlcDecodeRequest &request) { return request.pcmOutSamples = 65535, 0; };
+    EXPECT_EQ(m_host.Lose(), 0);
+    EXPECT_EQ(m_channel.opusRing->head->sampleCount, 960);
+    EXPECT_EQ(AiPlcApply(nullptr, 7, 0), -1);
+    EXPECT_EQ(AiPlcApply(&m_context, 7, AIPLC_MAX_STREAMS), -1);
+    EXPECT_EQ(AiPlcApply(&m_context, 7, 1), -1) << "a stream of null fields has no room";
+    const std::function<void()> faults[] = {
+        [&] { m_channel.frameSamples = 0; }, [&] { m_channel.frameSamples = 961; },
+        [&] { m_context.stats = nullptr; }, [&] { m_context.decodeLost = nullptr; },
+        [&] { m_context.channel = nullptr; }};
+    for (const auto &fault : faults) {
+        const AiPlcHostContext good = m_context;
+        fault();
+        EXPECT_EQ(m_host.Lose(), -1);
+        m_context = good;
+        m_channel.frameSamples = 320;
+    }
+    EXPECT_EQ(logged.size(), 8U);  // two of them cut counts
+}
+
+TEST_F(Pipeline, OutputAreaIsCompactedOnlyWhenSixFramesDoNotFit) {
+    for (int i = 1; i <= 3; ++i)
+        Receive({i});
+    m_stream.outRead = m_stream.outWrite = m_stream.outEnd - 11520;
+    EXPECT_EQ(m_host.Receive({{4, Level(4)}}), 0);
+    EXPECT_EQ(m_stream.outWrite, m_stream.outEnd - 11520 + 640) << "room for exactly six frames";
+    // Now 11520 - 640 bytes remain: the pending frame and one more move to the front.
+    EXPECT_EQ(m_host.Receive({{5, Level(5)}}), 0);
+    EXPECT_EQ(m_stream.outRead, m_stream.outBase);
+    EXPECT_EQ(m_stream.outWrite, m_stream.outBase + 1920);
+    EXPECT_EQ(reinterpret_cast<int16_t *>(m_stream.outBase)[319], 1);
+    EXPECT_EQ(m_stream.outPending, 640);
+    // An area without room for what must be kept drops the frame and says so.
+    m_stream.outEnd = m_stream.outBase + 700;
+    m_stream.outWrite = m_stream.outBase + 640;
+    EXPECT_EQ(m_host.Receive({{6, Level(6)}}), 0);
+    EXPECT_EQ(m_stream.outWrite, m_stream.outBase + 640);
+    EXPECT_EQ(logged.size(), 2U);
+}
