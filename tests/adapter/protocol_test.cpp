@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: BSD-2-Clause
-//
-// Requests between real processes.
 
 #include <cstdlib>
 #include <optional>
@@ -46,6 +44,7 @@ int Serve(Line line, std::string fate) {
     Handle receiver = CreateNamedEvent(kWorkerReceiverName);
     Handle answer = CreateNamedEvent(kAdapterReceiverName);
     Handle started = CreateNamedEvent(kProcessStartedName);
+    line.Tell();
     while (Wait(receiver, 60000) == kWaitSignalled) {
         if (block.msgId == AIPLC_INIT) SetEvent(answer);
         if (block.msgId != AIPLC_PROCESS) continue;

@@ -181,7 +181,7 @@ TEST_F(Pipeline, MalformedRecordsEndTheReadingInsideTheArea) {
         logged.clear();
         EXPECT_EQ(m_host.Apply(words, packets), 0) << length;
         EXPECT_EQ(received == 9, taken) << length << " " << size;
-        EXPECT_EQ(logged.empty(), packets < 0) << length;
+        EXPECT_FALSE(logged.empty()) << length;
     }
     m_stream.pktCursor = nullptr;
     m_stream.inAvailable = 320;
