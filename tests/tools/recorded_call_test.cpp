@@ -1,0 +1,340 @@
+// SPDX-License-Identifier: BSD-2-Clause
+//
+// Calls that come as packets: bit streams, Ogg Opus, captures.
+
+#include <gmock/gmock.h>
+#include <pcap/dlt.h>
+
+#include <algorithm>
+
+#include "test_files.h"
+#include "tools/conceal.h"
+#include "tools/failure.h"
+#include "tools/link_layer.h"
+
+namespace aiplc::tools {
+namespace {
+
+using testing::HasSubstr;
+using testing::ThrowsMessage;
+
+class RecordedCallTest : public FolderTest {
+  protected:
+    LoadedCall Load(const Bytes &file, const StreamChoice &stream = {}) {
+        InputFile input = InputFile::Open(Write("call", file));
+        ConcealOptions options;
+        options.stream = stream;
+        const InputKind kind = CheckedKind(input, options);
+        return LoadCall(input, kind, WithDefaults(options, kind));
+    }
+
+    // Plays the call into out.wav.
+    ConcealReport Play(const Bytes &file, std::optional<int> jitterBufferMs = {}) {
+        ConcealOptions options;
+        options.input = Write("call", file);
+        options.output = Path("out.wav");
+        options.jitterBufferMs = jitterBufferMs;
+        options.noAi = options.quiet = true;
+        return Conceal(options);
+    }
+
+    // Expects Failure for every beginning of first + rest, first itself excepted.
+    void ExpectCutsFail(const Bytes &first, const Bytes &rest) {
+        const Bytes file = Join({first, rest});
+        EXPECT_NO_THROW(Load(first));
+        EXPECT_NO_THROW(Load(file));
+        for (size_t length = 1; length < file.size(); ++length) {
+            if (length == first.size()) continue;
+            const Bytes cut(file.begin(), file.begin() + static_cast<long>(length));
+            EXPECT_THROW(Load(cut), Failure) << length;
+        }
+    }
+};
+
+// An Opus packet by its table of contents (RFC 6716, 3.1), mono, with the given bytes of coded
+// sound. config: 9 and 10 are SILK wideband of 20 and 40 ms, 31 is CELT fullband of 20 ms.
+Bytes Packet(size_t soundBytes, uint8_t config = 9) {
+    return Join({Big(uint64_t{config} << 3, 1), Bytes(soundBytes, 0x5A)});
+}
+
+// One packet of a bit stream, with a final range that nobody looks at.
+Bytes Record(const Bytes &packet) {
+    return Join({Big(packet.size(), 4), Big(0xDEADBEEF, 4), packet});
+}
+
+TEST_F(RecordedCallTest, BitStreamHasPacketsAndLosses) {
+    const LoadedCall loaded = Load(Join({Record(Packet(20, 10)), Record({}), Record(Packet(1))}));
+    EXPECT_EQ(loaded.kind, InputKind::bitStream);
+    EXPECT_EQ(loaded.sampleRate, 16000);
+    const OpusCall &call = loaded.call;
+    ASSERT_EQ(call.packets.size(), 3U);
+    EXPECT_EQ(call.packets[0].payload, Packet(20, 10));
+    EXPECT_TRUE(call.packets[1].payload.empty());
+    // A lost packet lasts as long as the one before it, 40 ms.
+    EXPECT_EQ(call.packets[2].timestamp, 3840U);
+    EXPECT_EQ(call.packets[2].arrivalUs, 80000);
+    EXPECT_EQ(call.samples, 3840 + 960);
+    EXPECT_EQ(Load(Join({Record(Packet(20, 31)), Record(Packet(20))})).sampleRate, 48000);
+}
+
+TEST_F(RecordedCallTest, BitStreamThatIsNoneIsAnError) {
+    const Bytes first = Record(Packet(20));
+    ExpectCutsFail(first, Record(Packet(5)));
+    const Bytes absurdLength = Join({first, Big(0x7FFFFFFF, 4), Big(0, 4)});
+    const Bytes withoutFrameCount = Join({first, Record({0x4B})});  // which code 3 promises
+    for (const Bytes &bad : {absurdLength, withoutFrameCount, Record({}), Bytes(500, 0), Bytes(),
+                             Text("to whom it may concern")}) {
+        EXPECT_THROW(Load(bad), Failure);
+    }
+}
+
+constexpr uint8_t kFirst = 2;
+constexpr uint8_t kLast = 4;
+
+// RFC 3533, section 6: polynomial 0x04C11DB7, most significant bit first, no inversion.
+uint32_t Checksum(const Bytes &page) {
+    uint32_t crc = 0;
+    for (const uint8_t byte : page) {
+        crc ^= uint32_t{byte} << 24;
+        for (int bit = 0; bit < 8; ++bit)
+            crc = (crc << 1) ^ ((crc & 0x80000000U) != 0 ? 0x04C11DB7U : 0U);
+    }
+    return crc;
+}
+
+// A page of whole packets, each shorter than 255 bytes; position: of its end, 48 kHz samples.
+Bytes Page(uint8_t flags, uint64_t position, uint64_t number, const std::vector<Bytes> &packets) {
+    Bytes lengths;
+    for (const Bytes &packet : packets)
+        lengths.push_back(static_cast<uint8_t>(packet.size()));
+    Bytes page =
+        Join({Text("OggS"), Big(flags, 2), Little(position, 8), Little(0x1234, 4),
+              Little(number, 4), Little(0, 4), Little(packets.size(), 1), lengths, Join(packets)});
+    const Bytes checksum = Little(Checksum(page), 4);
+    std::copy(checksum.begin(), checksum.end(), page.begin() + 22);
+    return page;
+}
+
+// RFC 7845, section 5.1: version 1, one channel, mapping family 0.
+Bytes Head(uint64_t preSkip, int gainQ8 = 0) {
+    return Join({Text("OpusHead"), Big(0x0101, 2), Little(preSkip, 2), Little(48000, 4),
+                 Little(static_cast<uint16_t>(gainQ8), 2), Little(0, 1)});
+}
+
+// The pages in front of the audio.
+Bytes Headers(const Bytes &head) {
+    const Bytes tags = Join({Text("OpusTags"), Little(0, 8)});
+    return Join({Page(kFirst, 0, 0, {head}), Page(0, 0, 1, {tags})});
+}
+
+TEST_F(RecordedCallTest, OggOpusHasPreSkipGainAndTrimming) {
+    const Bytes begin = Join({Headers(Head(312, -256)), Page(0, 1920, 2, {Packet(20), {}})});
+    const LoadedCall loaded = Load(Join({begin, Page(kLast, 2500, 3, {Packet(30)})}));
+    EXPECT_EQ(loaded.kind, InputKind::oggOpus);
+    const OpusCall &call = loaded.call;
+    ASSERT_EQ(call.packets.size(), 3U);
+    EXPECT_TRUE(call.packets[1].payload.empty());
+    EXPECT_EQ(call.packets[2].payload, Packet(30));
+    EXPECT_EQ(call.packets[2].timestamp, 1920U);
+    EXPECT_EQ(call.span, 2880);
+    EXPECT_EQ(call.delaySamples, 312);
+    EXPECT_EQ(call.samples, 2500 - 312);
+    EXPECT_EQ(call.outputGainQ8, -256);
+    // A last position behind the last packet promises nothing that is not there.
+    EXPECT_EQ(Load(Join({begin, Page(kLast, 9999, 3, {Packet(30)})})).call.samples, 2880 - 312);
+    // Cut from a longer stream, the first position is not 0.
+    const Bytes late = Page(0, 480960, 2, {Packet(20)});
+    const Bytes end = Page(kLast, 481500, 3, {Packet(20)});
+    EXPECT_EQ(Load(Join({Headers(Head(0)), late, end})).call.samples, 1500);
+}
+
+TEST_F(RecordedCallTest, OggOpusGainIsApplied) {
+    const Bytes audio = Page(kLast, 2880, 2, {Packet(30, 31), Packet(40, 31), Packet(50, 31)});
+    Play(Join({Headers(Head(312)), audio}));
+    const Samples loud = ReadWav("out.wav");
+    EXPECT_THAT(loud, testing::Contains(testing::Gt(100)));
+    Play(Join({Headers(Head(312, -1541)), audio}));  // -6.02 dB
+    const Samples soft = ReadWav("out.wav");
+    ASSERT_EQ(soft.size(), loud.size());
+    for (size_t i = 0; i < loud.size(); ++i)
+        EXPECT_NEAR(soft[i], loud[i] * 0.5, 2.0) << i;
+}
+
+TEST_F(RecordedCallTest, OggOpusThatIsDamagedOrNoCallIsAnError) {
+    // A whole page less is a recording that was not finished properly.
+    const Bytes begin = Join({Headers(Head(312)), Page(0, 1920, 2, {Packet(20), {}})});
+    const Bytes end = Page(kLast, 2500, 3, {Packet(30)});
+    ExpectCutsFail(begin, end);
+    Bytes flipped = Join({begin, end});
+    flipped[flipped.size() - 5] ^= 1;
+    EXPECT_THAT(
+        [&] { Load(flipped); },
+        ThrowsMessage<Failure>(HasSubstr("damaged at byte " + std::to_string(begin.size()))));
+    EXPECT_THROW(Load(Join({begin, Page(kLast, 2880, 4, {Packet(20)})})), Failure);  // a hole
+
+    const Bytes audio = Page(kLast, 960, 2, {Packet(20)});
+    EXPECT_THROW(Load(Join({Headers(Head(960)), audio})), Failure);  // nothing behind the pre-skip
+    const std::vector<std::pair<size_t, uint8_t>> changes = {{8, 0x10}, {9, 6}, {18, 255}};
+    for (const auto &[at, value] : changes) {  // version, channels, mapping family
+        Bytes head = Head(312);
+        head[at] = value;
+        EXPECT_THROW(Load(Join({Headers(head), audio})), Failure) << at;
+    }
+}
+
+// RFC 3550, section 5.1.
+Bytes Rtp(uint32_t ssrc, uint8_t type, uint16_t sequence, uint32_t time, const Bytes &payload) {
+    return Join({Big(0x8000U | type, 2), Big(sequence, 2), Big(time, 4), Big(ssrc, 4), payload});
+}
+
+Bytes Udp(const Bytes &payload) {
+    return Join({Big(5004, 2), Big(5006, 2), Big(8 + payload.size(), 2), Big(0, 2), payload});
+}
+
+Bytes Ipv4(const Bytes &payload, uint16_t fragment = 0, uint8_t protocol = 17) {
+    return Join({Big(0x4500, 2), Big(28 + payload.size(), 2), Big(fragment, 4),
+                 Big(0x4000U | protocol, 2), Bytes(10, 10), Udp(payload)});
+}
+
+// With a hop-by-hop header of 8 bytes in front of UDP.
+Bytes Ipv6(const Bytes &payload) {
+    return Join({Big(0x60000000, 4), Big(16 + payload.size(), 2), Big(64, 2), Bytes(32, 0xFE),
+                 Big(0x1100010400000000, 8), Udp(payload)});
+}
+
+Bytes Ethernet(const Bytes &typeAndPacket) {
+    return Join({Bytes(12, 2), typeAndPacket});
+}
+
+// The classic capture format, microseconds, Intel byte order: its header, and a frame of Ethernet
+// and IPv4 of which the last bytes may be missing.
+Bytes CaptureHeader(uint32_t linkType = 1) {
+    return Join({Little(0xA1B2C3D4, 4), Little(0x00040002, 4), Little(0, 8), Little(65535, 4),
+                 Little(linkType, 4)});
+}
+
+Bytes Frame(uint64_t timeUs, const Bytes &rtp, size_t missing = 0) {
+    Bytes frame = Ethernet(Join({Big(0x0800, 2), Ipv4(rtp)}));
+    const size_t length = frame.size();
+    frame.resize(length - missing);
+    return Join({Little(1700000000 + timeUs / 1000000, 4), Little(timeUs % 1000000, 4),
+                 Little(frame.size(), 4), Little(length, 4), frame});
+}
+
+// Three packets of 0xA, the second late, the third before a clock was set back, and a probe; two of
+// 0xB; a G.711 stream that outnumbers both.
+TEST_F(RecordedCallTest, CaptureYieldsTheOpusStreamWithMostPackets) {
+    Bytes file = CaptureHeader();
+    for (uint16_t i = 0; i < 5; ++i)
+        file = Join({file, Frame(i, Rtp(0xC, 0, i, 160U * i, Bytes(160, 0xFF)))});
+    file = Join({file, Frame(100000, Rtp(0xA, 111, 65535, 0xFFFFFFFF, Packet(20))),
+                 Frame(110000, Rtp(0xB, 111, 1, 0, Packet(9))),
+                 Frame(141500, Rtp(0xA, 111, 0, 959, Packet(21))),
+                 Frame(141400, Rtp(0xA, 111, 1, 1919, Packet(22))),
+                 Frame(150000, Rtp(0xA, 111, 2, 1919, {})),
+                 Frame(191000, Rtp(0xB, 111, 2, 960, Packet(9)))});
+    const LoadedCall loaded = Load(file);
+    EXPECT_EQ(loaded.kind, InputKind::capture);
+    EXPECT_EQ(loaded.ssrc, 0xAU);
+    EXPECT_EQ(loaded.payloadType, 111);
+    EXPECT_EQ(loaded.otherStreams, 2U);
+    EXPECT_EQ(loaded.probes, 1U);
+    const OpusCall &call = loaded.call;
+    ASSERT_EQ(call.packets.size(), 3U);
+    EXPECT_EQ(call.packets[1].payload, Packet(21));
+    EXPECT_EQ(call.packets[1].sequence, 0);
+    EXPECT_EQ(call.packets[1].timestamp, 959U);
+    EXPECT_EQ(call.packets[1].arrivalUs, 41500);
+    EXPECT_EQ(call.packets[2].arrivalUs, 41500);
+    EXPECT_EQ(call.span, 3 * 960);  // across the wrap of the timestamp
+
+    EXPECT_EQ(Load(file, {.ssrc = 0xB, .payloadType = {}}).call.packets.size(), 2U);
+    EXPECT_THAT([&] { Load(file, {.ssrc = 0xD, .payloadType = {}}); },
+                ThrowsMessage<Failure>(HasSubstr("--ssrc 0x0000000b --payload-type 111")));
+}
+
+TEST_F(RecordedCallTest, CaptureIsPlayedAtItsPace) {
+    // The second packet is 70 ms late: beyond the look-ahead unless the buffer makes up for it.
+    const Bytes file = Join({CaptureHeader(), Frame(0, Rtp(1, 96, 0, 0, Packet(20))),
+                             Frame(90000, Rtp(1, 96, 1, 960, Packet(20))),
+                             Frame(91000, Rtp(1, 96, 4, 3840, Packet(20)))});
+    EXPECT_EQ(Play(file, 80).statistics.packetsDiscarded, 0U);
+    EXPECT_EQ(Play(file, 0).statistics.packetsDiscarded, 1U);
+}
+
+TEST_F(RecordedCallTest, CaptureThatCannotBePlayedIsAnError) {
+    const Bytes packet = Rtp(1, 96, 0, 0, Packet(40));
+    const Bytes good = Join({CaptureHeader(), Frame(0, packet)});
+    ExpectCutsFail(good, Frame(20000, packet));
+    const Bytes shortFrame = Join({CaptureHeader(), Frame(0, packet, 20)});
+    const Bytes usbFrame = Join({CaptureHeader(220), Frame(0, packet)});
+    const Bytes elevenMinutes = Join({good, Frame(660000000, packet)});
+    const Bytes noOpus = Join({CaptureHeader(), Frame(0, Rtp(1, 96, 0, 0, {0x4B}))});
+    for (const Bytes &bad : {shortFrame, usbFrame, elevenMinutes, noOpus})
+        EXPECT_THROW(Load(bad), Failure);
+    // A timestamp that jumps does not make the call a day long.
+    const Bytes jump = Join({good, Frame(20000, Rtp(1, 96, 1, 0x7F000000, Packet(40)))});
+    EXPECT_EQ(Load(jump).call.span, 960 + 960);
+}
+
+// Section header, interface (raw IP) and enhanced packet blocks, times in microseconds.
+TEST_F(RecordedCallTest, CaptureMayBePcapng) {
+    const auto block = [](uint64_t type, const Bytes &body) {
+        const Bytes length = Little(12 + body.size(), 4);
+        return Join({Little(type, 4), length, body, length});
+    };
+    const Bytes frame = Ipv6(Rtp(7, 96, 3, 960, Packet(15)));
+    const Bytes size = Little(frame.size(), 4);
+    const Bytes file =
+        Join({block(0x0A0D0D0A, Join({Little(0x1A2B3C4D, 4), Little(1, 4), Bytes(8, 0xFF)})),
+              block(1, Join({Little(101, 4), Little(0, 4)})),
+              block(6, Join({Little(0, 8), Little(77, 4), size, size, frame}))});
+    const OpusCall call = Load(file).call;
+    ASSERT_EQ(call.packets.size(), 1U);
+    EXPECT_EQ(call.packets[0].payload, Packet(15));
+}
+
+TEST(LinkLayerTest, FindsTheDatagramInEveryEncapsulation) {
+    const Bytes payload = {1, 2, 3, 4};
+    const Bytes v4 = Join({Big(0x0800, 2), Ipv4(payload)});
+    const std::vector<std::pair<int, Bytes>> frames = {
+        {DLT_EN10MB, Ethernet(Join({v4, Bytes(8, 0xEE)}))},  // padded to the shortest frame
+        {DLT_EN10MB, Ethernet(Join({Big(0x88A8000581000007, 8), v4}))},  // two VLAN tags
+        {DLT_LINUX_SLL, Join({Bytes(14, 0), v4})},
+        {DLT_LINUX_SLL2, Join({Big(0x86DD, 2), Bytes(18, 0), Ipv6(payload)})},
+        {DLT_NULL, Join({Little(2, 4), Ipv4(payload)})},
+        {DLT_RAW, Ipv6(payload)}};
+    for (const auto &[linkType, frame] : frames) {
+        const auto found = FindUdpPayload(linkType, frame);
+        ASSERT_TRUE(found.has_value()) << linkType;
+        EXPECT_EQ(Bytes(found->bytes.begin(), found->bytes.end()), payload) << linkType;
+        EXPECT_FALSE(found->cut) << linkType;
+        for (size_t length = 0; length < frame.size(); ++length) {
+            const auto shorter = FindUdpPayload(linkType, {frame.data(), length});
+            EXPECT_TRUE(!shorter || shorter->cut || frame[length] == 0xEE) << linkType;
+        }
+    }
+    EXPECT_FALSE(FindUdpPayload(DLT_RAW, Ipv4(payload, 0x2000)).has_value());  // first fragment
+    EXPECT_FALSE(FindUdpPayload(DLT_RAW, Ipv4(payload, 0, 6)).has_value());    // TCP
+}
+
+TEST(ParseRtpTest, LeavesOutSourcesExtensionAndPadding) {
+    Bytes packet = Rtp(0x11223344, 0x80 | 111, 5, 6, Bytes(8, 0xCC));  // two sources
+    packet = Join({packet, Big(0xBEDE000110FF0000, 8), Big(0xABCD000003, 5)});
+    packet[0] = 0xB2;  // padding, extension, two contributing sources
+    const auto view = ParseRtp(packet);
+    ASSERT_TRUE(view.has_value());
+    EXPECT_EQ(view->payloadType, 111);
+    EXPECT_EQ(view->ssrc, 0x11223344U);
+    EXPECT_EQ(Bytes(view->payload.begin(), view->payload.end()), Bytes({0xAB, 0xCD}));
+
+    EXPECT_FALSE(ParseRtp({packet.data(), 22}).has_value());    // in the extension
+    EXPECT_FALSE(ParseRtp(Rtp(1, 200, 0, 0, {})).has_value());  // an RTCP sender report
+    packet.back() = 200;
+    EXPECT_FALSE(ParseRtp(packet).has_value());
+    packet[0] = 0x40;
+    EXPECT_FALSE(ParseRtp(packet).has_value());
+}
+
+}  // namespace
+}  // namespace aiplc::tools
