@@ -129,7 +129,6 @@ CallResult CollectWindows(const CallSetup &setup, std::span<const int16_t> pcm) 
     const LowBand target = DecodeLossFree(packets, setup.outputRate);
     RequestCollector collector(setup, target);
     host::Receiver receiver({.sampleRate = setup.outputRate, .adapter = &collector});
-    std::vector<bool> received;  // by frame
     size_t next = 0;
     for (int64_t tick = 0; tick < target.Frames() + host::Receiver::kLookAheadFrames; ++tick) {
         for (; next < packets.size(); ++next) {
@@ -141,7 +140,7 @@ CallResult CollectWindows(const CallSetup &setup, std::span<const int16_t> pcm) 
         const host::OutputFrame &frame = receiver.Pull();
         collector.Settle(frame.inferMode);
         if (frame.frame < 0) continue;
-        received.push_back(IsReceived(frame.source));
+        result.sources.push_back(frame.source);
         result.output.insert(result.output.end(), frame.samples.begin(), frame.samples.end());
     }
     result.windows = std::move(collector.windows);
@@ -152,8 +151,8 @@ CallResult CollectWindows(const CallSetup &setup, std::span<const int16_t> pcm) 
     for (WindowRecord &record : result.windows) {
         for (int slot = 0; slot < kFrames; ++slot) {
             const int64_t frame = int64_t{record.newestFrame} - kFrames + 1 + slot;
-            const bool there = frame >= 0 && frame < static_cast<int64_t>(received.size()) &&
-                               received[static_cast<size_t>(frame)];
+            const bool there = frame >= 0 && frame < static_cast<int64_t>(result.sources.size()) &&
+                               IsReceived(result.sources[static_cast<size_t>(frame)]);
             if (there) record.received = static_cast<uint8_t>(record.received | (1U << slot));
         }
     }

@@ -8,6 +8,7 @@
 #include <span>
 #include <vector>
 
+#include "host/output_frame.h"
 #include "host/sender.h"
 #include "window_record.h"
 
@@ -29,8 +30,9 @@ struct CallSetup {
 
 struct CallResult {
     std::vector<WindowRecord> windows;
-    std::vector<int16_t> output;  // at outputRate, from frame 0 on
-    uint64_t ambiguous = 0;       // requests left out because silence hid which frames were lost
+    std::vector<int16_t> output;             // at outputRate, from frame 0 on
+    std::vector<host::FrameSource> sources;  // of its frames
+    uint64_t ambiguous = 0;  // requests left out because silence hid which frames were lost
 };
 
 // Encodes the call, plays it through the reference host and collects every window requested.

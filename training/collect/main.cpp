@@ -32,6 +32,7 @@ struct Options {
     int parts = 1;
     double callSeconds = 16;
     int maxCalls = 0;
+    bool noLosses = false;
 };
 
 template <typename T>
@@ -74,6 +75,7 @@ void Declare(CLI::App &app, Options &options) {
     app.add_option("--parts", options.parts)->check(CLI::PositiveNumber);
     app.add_option("--call-seconds", options.callSeconds, "length of a call at most")
         ->check(CLI::Range(1.0, 3600.0));
+    app.add_flag("--no-losses", options.noLosses, "let all packets arrive");
     app.add_option("--max-calls", options.maxCalls, "stop after so many calls; 0: all");
 }
 
@@ -96,10 +98,14 @@ void ChooseAnswer(Answers answers, CallSetup &setup) {
 void WriteAudio(const Options &options, uint32_t call, const CallSetup &setup,
                 const CallResult &result) {
     char name[64];
-    std::snprintf(name, sizeof name, "/%06u_%u.pcm", call, setup.outputRate);
-    tools::OutputFile file(options.audio + name, nullptr);
-    file.Write({reinterpret_cast<const char *>(result.output.data()), 2 * result.output.size()});
-    file.Commit();
+    std::snprintf(name, sizeof name, "/%06u_%u", call, setup.outputRate);
+    tools::OutputFile audio(options.audio + name + ".pcm", nullptr);
+    audio.Write({reinterpret_cast<const char *>(result.output.data()), 2 * result.output.size()});
+    audio.Commit();
+    tools::OutputFile sources(options.audio + name + ".sources", nullptr);
+    for (const host::FrameSource source : result.sources)
+        sources.Write(std::string(host::FrameSourceName(source)) + '\n');
+    sources.Commit();
 }
 
 // Background at either rate, loaded once.
@@ -151,6 +157,7 @@ void PlayRecording(const Options &options, const Backgrounds &backgrounds, const
         CallSetup setup = DrawCall(options.scene, speech.rate, seconds, random);
         if (background) setup.facts.flags |= WindowRecord::kBackground;
         setup.facts.call = call;
+        if (options.noLosses) setup.lost.clear();
         ChooseAnswer(options.answers, setup);
         const CallResult result = CollectWindows(setup, pcm);
         if (!options.windows.empty()) files.Write(result.windows);
