@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: BSD-2-Clause
 """Plays calls of the validation speakers through library and host, concealed by several hands.
 
-    closed_loop.py --speech FOLDER --model build/training/run/last.pt
+    closed_loop.py --speech FOLDER --model training/work/run/last.pt
 
 codec: libopus alone. classic: the autoregressive predictor. model: the network, in PyTorch, in the
 worker's place. target: the loss-free decode in every window, the most any model can reach. All
@@ -93,7 +93,7 @@ def main():
     a = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawTextHelpFormatter)
     a.add_argument("--speech", required=True)
     a.add_argument("--model", help="checkpoint of train.py; without it no model plays")
-    a.add_argument("--collector", default="build/training/bin/aiplc_collect_windows")
+    a.add_argument("--collector", default="build/release/bin/aiplc_collect_windows")
     a.add_argument("--calls", type=int, default=40, help="of 10 s each, per scene")
     a.add_argument("--seed", type=int, default=11)
     a.add_argument("--plcmos", help="Python file with a class Plcmos: score(samples, rate)")

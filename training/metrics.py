@@ -32,14 +32,13 @@ def mel_bank(bands=24):
 
 
 MEL = mel_bank()
-CEPSTRA = np.cos(np.pi / len(MEL) * (np.arange(len(MEL)) + 0.5) * np.arange(1, 14)[:, None])
-CEPSTRA *= np.sqrt(2 / len(MEL))
+CEPSTRA = np.cos(np.pi / len(MEL) * (np.arange(len(MEL)) + 0.5) * np.arange(1, 14)[:, None]) / len(MEL)
 
 
 def mel_cepstral_distance(frames, reference):
-    """dB per frame over coefficients 1 to 13 (R. Kubichek, PACRIM 1993)."""
-    c = [np.log(power_spectra(x) @ MEL.T + 1) / 2 @ CEPSTRA.T for x in (frames, reference)]
-    return 20 / np.log(10) * np.sqrt(np.sum((c[0] - c[1]) ** 2, axis=-1))
+    """dB per frame over coefficients 1 to 13 of the log mel power (R. Kubichek, PACRIM 1993)."""
+    c = [np.log(power_spectra(x) @ MEL.T + 1) @ CEPSTRA.T for x in (frames, reference)]
+    return 10 / np.log(10) * np.sqrt(2 * np.sum((c[0] - c[1]) ** 2, axis=-1))
 
 
 def snr(frames, reference):

@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: BSD-2-Clause
 """Trains the concealment network; goes on where an interrupted run stopped.
 
-    train.py --train 'build/training/train/*.windows' --valid 'build/training/valid/*.windows'
-             --out build/training/run --steps 20000
+    train.py --train 'training/work/train/*.windows' --valid 'training/work/valid/*.windows'
+             --out training/work/run --steps 20000
 
 OUT/last.pt holds weights, optimiser and step; OUT/log.tsv one line per --report steps with the
 training loss, the learning rate and, per --validate steps, the validation loss in all and by mode.
@@ -31,8 +31,8 @@ def arguments():
     a.add_argument("--rate", type=float, default=1.5e-3)
     a.add_argument("--clip", type=float, default=1.0, help="largest norm of the gradient")
     a.add_argument("--channels", type=int, default=160)
-    a.add_argument("--loss", type=float, nargs=3, default=(0.2, 2.0, 0.7),
-                   help="weights: waveform, magnitudes, complex spectra")
+    a.add_argument("--loss", type=float, nargs=4, default=losses.WEIGHTS,
+                   help="weights: waveform, magnitudes, complex spectra, levels in mel bands")
     a.add_argument("--seed", type=int, default=1)
     a.add_argument("--threads", type=int, default=os.cpu_count())
     a.add_argument("--report", type=int, default=100, help="steps between lines of the log")

@@ -64,15 +64,18 @@ def inputs(records):
 
     window, forward, backward, classic: (N, 2560), in 16-bit steps. missing, open: (N, 2560), 0 or
     1; open from the first sample of the last hole on, where the answer may differ from classic.
+    opens, ends: (N,) int64, first sample of the last hole and first behind it; 2560 without one.
     """
     window = np.ascontiguousarray(records["window"])
-    begin, _ = last_hole(window)
-    begin = np.where(begin < 0, WINDOW, begin)
+    begin, end = last_hole(window)
+    begin, end = (np.where(begin < 0, WINDOW, at) for at in (begin, end))
     signals = {name: torch.from_numpy(records[name].astype(np.float32))
                for name in ("window", "forward", "backward", "classic")}
     signals["missing"] = torch.from_numpy(missing_mask(window).astype(np.float32))
     signals["open"] = torch.from_numpy(
         (np.arange(WINDOW)[None, :] >= begin[:, None]).astype(np.float32))
+    signals["opens"] = torch.from_numpy(begin)
+    signals["ends"] = torch.from_numpy(end)
     return signals
 
 
