@@ -2,13 +2,14 @@
 # make demo   conceals a piece of speech at 20 % loss, into demo/
 # make measure  the figures of a ten-minute call
 # make test   all tests, in a Debug build with sanitizers and in the Release build
+# make train-data, train, export, model-report   the neural model again; see docs/model.md
 # Each target first installs the Debian or Ubuntu packages it lacks.
 
 JOBS := $(shell nproc)
 BUILD = cmake --preset $(1) -G Ninja --log-level=WARNING -Wno-dev && cmake --build --preset $(1) -j $(JOBS)
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 
-.PHONY: all demo measure test install format lint clean
+.PHONY: all demo measure test install format lint clean train-data train export model-report
 
 all:
 	scripts/install-packages.sh build test
@@ -43,6 +44,41 @@ lint: all
 	scripts/install-packages.sh lint
 	clang-format --dry-run --Werror $(SOURCES)
 	git ls-files -z '*.cpp' | xargs -0 -n 1 -P $(JOBS) clang-tidy --quiet -p build/release
+
+# SPEECH and BACKGROUND are folders of recordings. LICENCES leaves all others out, such as
+# LICENCES=CC0-1.0,CC-BY-4.0. An interrupted make train goes on where it stopped.
+SPEECH ?= ../shared/speech/train
+BACKGROUND ?= ../shared/speech/noise
+LICENCES ?=
+PASSES ?= 3
+STEPS ?= 100000
+RUN ?= training/work/run
+PYTHON ?= /usr/bin/python3
+COLLECT = build/release/bin/aiplc_collect_windows --speech $(SPEECH) --background $(BACKGROUND) \
+          $(if $(LICENCES),--licences $(LICENCES))
+WINDOWS = --train 'training/work/train/*.windows' --valid 'training/work/valid/*.windows'
+
+train-data: all
+	mkdir -p training/work/train training/work/valid
+	$(COLLECT) --split valid --seed 7 --windows training/work/valid/v
+	seq 0 $$(($(JOBS) - 1)) | xargs -P $(JOBS) -I PART $(COLLECT) --split train --passes $(PASSES) \
+		--part PART --parts $(JOBS) --windows training/work/train/t
+
+train:
+	scripts/install-packages.sh training
+	$(PYTHON) training/train.py $(WINDOWS) --out $(RUN) --steps $(STEPS)
+
+export:
+	scripts/install-packages.sh training
+	$(PYTHON) training/export.py --model $(RUN)/last.pt --valid 'training/work/valid/*.windows' \
+		--weights worker/model.bin --vectors tests/worker/model_vectors.bin
+
+# Add PLCMOS=FILE.py for a scorer of that measure.
+model-report: all
+	scripts/install-packages.sh training
+	$(PYTHON) training/evaluate.py --model $(RUN)/last.pt --valid 'training/work/valid/*.windows'
+	$(PYTHON) training/closed_loop.py --model $(RUN)/last.pt --speech $(SPEECH) \
+		--collector build/release/bin/aiplc_collect_windows $(if $(PLCMOS),--plcmos $(PLCMOS))
 
 clean:
 	rm -rf build demo

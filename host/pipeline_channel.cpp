@@ -49,11 +49,14 @@ uint8_t *Bytes(void *memory) {
 }  // namespace
 
 void PipelineChannel::Deleter::operator()(StAiPlcChannel *channel) const {
+    // The library deletes an adapter of its own only.
+    if (channel->sEnableAIPLC != 1) channel->adapter = nullptr;
     (void)AiPlcAsyncDestroy(channel);
     delete channel;
 }
 
-PipelineChannel::PipelineChannel(uint32_t sampleRate, bool useWorker)
+PipelineChannel::PipelineChannel(uint32_t sampleRate, bool useWorker,
+                                 AiplcAdapterInterface *adapter)
     : m_is48K(sampleRate == 48000),
       m_frameSamples(m_is48K ? AIPLC_FRAME_SAMPLES_48K : AIPLC_FRAME_SAMPLES_16K),
       m_outputArea(m_frameSamples + kOutputReserveBytes / sizeof(int16_t)) {
@@ -63,11 +66,13 @@ PipelineChannel::PipelineChannel(uint32_t sampleRate, bool useWorker)
     if (AiPlcCreate(&channel, block.get()) != 0)
         throw std::runtime_error("concealment channel: AiPlcCreate failed");
     m_channel.reset(block.release());
-    const int32_t result = AiPlcAsyncInit(m_channel.get(), useWorker ? 1 : 0);
+    const bool startWorker = useWorker && adapter == nullptr;
+    const int32_t result = AiPlcAsyncInit(m_channel.get(), startWorker ? 1 : 0);
     if (m_channel->opusRing == nullptr) {
         throw std::runtime_error("concealment channel: AiPlcAsyncInit returned " +
                                  std::to_string(result));
     }
+    if (adapter != nullptr) m_channel->adapter = adapter;
     m_channel->is48K = m_is48K ? 1 : 0;
     m_channel->frameSamples = m_frameSamples;
 

@@ -47,8 +47,8 @@ class PipelineChannel {
     };
 
     // Throws std::runtime_error when the channel cannot be made. A worker that does not start is no
-    // error.
-    PipelineChannel(uint32_t sampleRate, bool useWorker);
+    // error. adapter, when not null, is asked instead of a worker; it outlives the channel.
+    PipelineChannel(uint32_t sampleRate, bool useWorker, AiplcAdapterInterface *adapter = nullptr);
     ~PipelineChannel();
     PipelineChannel(const PipelineChannel &) = delete;
     PipelineChannel &operator=(const PipelineChannel &) = delete;

@@ -49,7 +49,7 @@ class Receiver::Engine {
     explicit Engine(const ReceiverOptions &options)
         : m_options(Checked(options)),
           m_timeline(options.sampleRate, options.decoderComplexity, options.useFec, m_buffer),
-          m_channel(options.sampleRate, options.useWorker),
+          m_channel(options.sampleRate, options.useWorker, options.adapter),
           m_frame(options.sampleRate / 50),
           m_account(options.sampleRate, m_statistics) {
         m_statistics.initTimeMs = m_channel.InitTimeMs();

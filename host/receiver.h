@@ -10,6 +10,8 @@
 #include "host/rtp_packet.h"
 #include "host/statistics.h"
 
+class AiplcAdapterInterface;
+
 namespace aiplc::host {
 
 struct ReceiverOptions {
@@ -18,6 +20,9 @@ struct ReceiverOptions {
     bool useFec = true;           // recover from the redundancy of the packet after a loss
     bool useLatePackets = true;   // take packets that come up to 60 ms after their frame was due
     int decoderComplexity = 10;   // 0..10, for libopus versions whose decoder has the setting
+    // Takes the worker's place when not null; useWorker is then ignored. The caller's, and it
+    // outlives the receiver. Only Process is called.
+    AiplcAdapterInterface *adapter = nullptr;
 };
 
 // The receiving end of one Opus call: packets in, in any order, one 20 ms frame out per Pull, three

@@ -1,6 +1,6 @@
 #!/bin/sh
 # Installs the Debian or Ubuntu packages that the named groups need and that are missing.
-#     scripts/install-packages.sh build|test|demo|measure|lint ...
+#     scripts/install-packages.sh build|test|demo|measure|lint|training ...
 # The one list of packages of the project.
 set -eu
 
@@ -12,7 +12,8 @@ packages() {
     demo) echo "fillets-ng-data-nl" ;;
     measure) echo "fillets-ng-data-nl sox libsox-fmt-base" ;;
     lint) echo "clang-format clang-tidy" ;;
-    *) echo "install-packages.sh: unknown group '$1': use build, test, demo, measure or lint" >&2; exit 2 ;;
+    training) echo "python3 python3-numpy python3-scipy python3-torch" ;;
+    *) echo "install-packages.sh: unknown group '$1': use build, test, demo, measure, lint or training" >&2; exit 2 ;;
     esac
 }
 

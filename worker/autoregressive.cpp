@@ -74,7 +74,8 @@ int16_t ToSample(float value) {
 void Autoregressive::Predict(std::span<const int16_t, kWindowSamples> window,
                              std::span<int16_t, kWindowSamples> out) noexcept {
     std::copy(window.begin(), window.end(), out.begin());
-    std::copy(window.begin(), window.end(), m_signal.begin());
+    for (Signal *signal : {&m_signal, &m_forwardFill, &m_backwardFill})
+        std::copy(window.begin(), window.end(), signal->begin());
     std::array<Hole, kMaxHoles> holes;
     const size_t count = FindHoles(window, holes);
     for (size_t h = 0; h < count; ++h) {
@@ -102,14 +103,18 @@ void Autoregressive::Fill(const Hole &hole, size_t futureEnd) noexcept {
 
     if (future.empty()) {
         const auto forward = Extrapolate(past, future, gap, m_forward);
-        for (size_t i = 0; i < gap; ++i)
+        for (size_t i = 0; i < gap; ++i) {
+            m_forwardFill[hole.begin + i] = m_backwardFill[hole.begin + i] = forward[i];
             signal[hole.begin + i] = forward[i] * FadeOutGain(i);
+        }
         return;
     }
     const auto backward = Extrapolate(future, past, gap, m_backward);
     if (past.empty()) {
-        for (size_t i = 0; i < gap; ++i)
+        for (size_t i = 0; i < gap; ++i) {
+            m_forwardFill[hole.end - 1 - i] = m_backwardFill[hole.end - 1 - i] = backward[i];
             signal[hole.end - 1 - i] = backward[i] * FadeOutGain(i);
+        }
         return;
     }
     // One fade over the hole and the join, in which the received samples carry the backward
@@ -119,6 +124,8 @@ void Autoregressive::Fill(const Hole &hole, size_t futureEnd) noexcept {
     for (size_t i = 0; i < faded; ++i) {
         float &s = signal[hole.begin + i];
         const float from = i < gap ? backward[gap - 1 - i] : s;
+        m_forwardFill[hole.begin + i] = forward[i];
+        m_backwardFill[hole.begin + i] = from;
         s = from + (forward[i] - from) * RaisedCosine(i, faded);
     }
 }

@@ -27,6 +27,13 @@ class Autoregressive : public Predictor {
     void Predict(std::span<const int16_t, kWindowSamples> window,
                  std::span<int16_t, kWindowSamples> out) noexcept override;
 
+    // The two extrapolations that the last Predict cross-faded: the window with every hole filled
+    // from before it, and from after it. A hole with one open end has the same in both, without
+    // the fade. Elsewhere they are the window, but for the join, into which Forward runs on.
+    using Signal = std::array<float, kWindowSamples>;
+    const Signal &Forward() const { return m_forwardFill; }
+    const Signal &Backward() const { return m_backwardFill; }
+
   private:
     // The samples a model predicts from, followed by those it made.
     using Line = std::array<float, Burg::kMaxOrder + kWindowSamples + kJoinSamples>;
@@ -37,7 +44,9 @@ class Autoregressive : public Predictor {
 
     Burg m_burg;
     std::array<float, Burg::kMaxOrder> m_predictor{};
-    std::array<float, kWindowSamples> m_signal{};       // the window, holes filled so far
+    Signal m_signal{};  // the window, holes filled so far
+    Signal m_forwardFill{};
+    Signal m_backwardFill{};
     std::array<float, Burg::kMaxSegment> m_reversed{};  // the samples after the hole
     Line m_forward{};
     Line m_backward{};

@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+
+#include "call_plan.h"
+#include "call_windows.h"
+#include "tests/host/call.h"
+
+namespace aiplc::training {
+namespace {
+
+constexpr size_t kFrame = AIPLC_BAND_SAMPLES;
+
+// Lost packets that lead to requests of all five modes, each with 40 received packets before it.
+std::vector<bool> LossesOfAllModes() {
+    std::vector<bool> lost;
+    for (const char *pattern : {"11", "1101", "111", "11101"}) {
+        lost.insert(lost.end(), 40, false);
+        for (const char *c = pattern; *c != 0; ++c)
+            lost.push_back(*c == '1');
+    }
+    lost.insert(lost.end(), 20, false);
+    return lost;
+}
+
+CallResult PlayAllModes(uint32_t outputRate, double truthShare) {
+    CallSetup setup;
+    setup.sender.sampleRate = outputRate;
+    // CELT alone decodes exactly again some frames after a loss.
+    setup.sender.application = host::SenderApplication::lowDelay;
+    setup.sender.bitrate = 64000;
+    setup.outputRate = outputRate;
+    setup.lost = LossesOfAllModes();
+    setup.answer = MixTruth(truthShare);
+    return CollectWindows(setup, host::SpeechLike(outputRate, 3.8));
+}
+
+size_t FirstHole(const WindowRecord &record) {
+    for (size_t slot = 0; slot < AIPLC_WINDOW_FRAMES; ++slot) {
+        const int16_t *frame = &record.window[slot * kFrame];
+        if (std::all_of(frame, frame + kFrame, [](int16_t s) { return s == 0; })) return slot;
+    }
+    return AIPLC_WINDOW_FRAMES;
+}
+
+class Collect : public testing::TestWithParam<uint32_t> {};
+
+TEST_P(Collect, WindowsOfAllModesLieOnTheirTarget) {
+    const CallResult result = PlayAllModes(GetParam(), 1);
+    std::set<int> modes;
+    EXPECT_EQ(result.ambiguous, 0U);
+    for (const WindowRecord &record : result.windows) {
+        modes.insert(record.mode);
+        const size_t hole = FirstHole(record);
+        ASSERT_LT(hole, size_t{AIPLC_WINDOW_FRAMES});
+        EXPECT_FALSE(record.received >> hole & 1);
+        // Received frames are exact, and earlier answers were the truth.
+        int worst = 0;
+        for (size_t i = 0; i < hole * kFrame; ++i)
+            worst = std::max(worst, std::abs(record.window[i] - record.target[i]));
+        EXPECT_LE(worst, 8) << "mode " << int{record.mode} << ", frame " << record.newestFrame;
+    }
+    EXPECT_EQ(modes, (std::set<int>{1, 2, 3, 4, 5}));
+}
+
+TEST_P(Collect, EarlierAnswersAreInLaterWindows) {
+    const CallResult truth = PlayAllModes(GetParam(), 1);
+    const CallResult classic = PlayAllModes(GetParam(), 0);
+    ASSERT_EQ(truth.windows.size(), classic.windows.size());
+    int different = 0;
+    for (size_t i = 0; i < truth.windows.size(); ++i) {
+        EXPECT_EQ(truth.windows[i].target, classic.windows[i].target);
+        if (truth.windows[i].window != classic.windows[i].window) ++different;
+    }
+    // Modes 1 and 2 follow a request for the frames before theirs.
+    EXPECT_GE(different, 2);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rates, Collect, testing::Values(16000U, 48000U));
+
+TEST(CollectTest, RefusedRequestsLeaveTheCallToTheCodec) {
+    CallSetup setup;
+    setup.sender.sampleRate = 16000;
+    setup.lost = LossesOfAllModes();
+    const std::vector<int16_t> speech = host::SpeechLike(16000, 3.8);
+    const std::vector<int16_t> answered = CollectWindows(setup, speech).output;
+    setup.refuse = true;
+    EXPECT_NE(CollectWindows(setup, speech).output, answered);
+}
+
+}  // namespace
+}  // namespace aiplc::training

@@ -1,0 +1,118 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: BSD-2-Clause
+"""Plays calls of the validation speakers through library and host, concealed by several hands.
+
+    closed_loop.py --speech FOLDER --model training/work/run/last.pt
+
+codec: libopus alone. classic: the autoregressive predictor. model: the network, in PyTorch, in the
+worker's place. target: the loss-free decode in every window, the most any model can reach. All
+against the loss-free output of the same calls: LSD and MCD (dB) over lost frames, the same over the
+first two received frames behind each gap, ESTOI over the call, and PLCMOS if its scorer is given.
+"""
+import argparse
+import glob
+import importlib.util
+import os
+import subprocess
+import tempfile
+
+import numpy as np
+import torch
+
+import evaluate
+import metrics
+import windows
+
+LOST = ("interpolated", "extrapolated", "codec", "muted", "lost", "partial")
+
+
+def serve(process, net):
+    """Answers the requests of a collector started with --answers ask."""
+    while len(request := process.stdout.read(windows.RECORD.itemsize)) == windows.RECORD.itemsize:
+        record = np.frombuffer(request, windows.RECORD)
+        process.stdin.write(evaluate.answers(net, record).tobytes())
+        process.stdin.flush()
+
+
+def play(args, scene, who, folder):
+    """Plays the calls into folder/NUMBER_16000.pcm and .sources."""
+    answers = {"model": ["--answers", "ask"], "loss-free": ["--answers", "codec", "--no-losses"]}
+    command = [args.collector, "--speech", args.speech, "--split", "valid", "--scene", scene,
+               "--seed", str(args.seed), "--max-calls", str(args.calls), "--call-seconds", "10",
+               "--audio", folder, *answers.get(who, ["--answers", who])]
+    process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                               stderr=subprocess.DEVNULL)
+    serve(process, args.net)
+    if process.wait() != 0:
+        raise SystemExit(f"{' '.join(command)}: failed")
+
+
+def load(folder):
+    """Calls as (samples, lost frames), by name."""
+    calls = {}
+    for name in sorted(glob.glob(f"{folder}/*_16000.pcm")):
+        with open(name[:-4] + ".sources") as sources:
+            lost = np.array([s.strip() in LOST for s in sources])
+        calls[os.path.basename(name)] = np.fromfile(name, "<i2"), lost
+    return calls
+
+
+def after_gap(lost):
+    """The first two received frames behind each gap."""
+    before = np.concatenate([[False], lost[:-1]])
+    return ~lost & (before | np.concatenate([[False], before[:-1]]))
+
+
+def measure(calls, reference, plcmos):
+    sums = []
+    frames = {"lost": [], "after": []}
+    for name, (samples, lost) in calls.items():
+        true = reference[name][0]
+        made, real = (x[:len(lost) * 320].reshape(-1, 320) for x in (samples, true))
+        speech = metrics.is_speech(real)
+        for kind, mask in (("lost", lost & speech), ("after", after_gap(lost) & speech)):
+            frames[kind].append(np.stack([
+                metrics.log_spectral_distance(made[mask], real[mask]),
+                metrics.mel_cepstral_distance(made[mask], real[mask])]))
+        sums.append([metrics.estoi(samples, true),
+                     plcmos.score(samples, 16000) if plcmos else np.nan])
+    distances = [np.concatenate(frames[kind], axis=1).mean(1) for kind in ("lost", "after")]
+    return [*np.concatenate(distances), *np.nanmean(sums, axis=0)]
+
+
+def load_plcmos(path):
+    if not path:
+        return None
+    spec = importlib.util.spec_from_file_location("plcmos", path)
+    module = importlib.util.module_from_spec(spec)
+    spec.loader.exec_module(module)
+    return module.Plcmos()
+
+
+def main():
+    a = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawTextHelpFormatter)
+    a.add_argument("--speech", required=True)
+    a.add_argument("--model", help="checkpoint of train.py; without it no model plays")
+    a.add_argument("--collector", default="build/release/bin/aiplc_collect_windows")
+    a.add_argument("--calls", type=int, default=40, help="of 10 s each, per scene")
+    a.add_argument("--seed", type=int, default=11)
+    a.add_argument("--plcmos", help="Python file with a class Plcmos: score(samples, rate)")
+    a = a.parse_args()
+    torch.set_num_threads(1)
+    a.net = evaluate.load(a.model) if a.model else None
+    plcmos = load_plcmos(a.plcmos)
+    print("scene", "who", "LSD lost", "MCD lost", "LSD after", "MCD after", "ESTOI", "PLCMOS", sep="\t")
+    for scene in ("bursts2-3", "bursts4-6", "mixed"):
+        reference = None
+        for who in ("loss-free", "codec", "classic", *(["model"] if a.net else []), "target"):
+            with tempfile.TemporaryDirectory() as folder:
+                play(a, scene, who, folder)
+                calls = load(folder)
+            reference = reference or calls
+            if who != "loss-free":
+                print(scene, who, *(f"{x:.3f}" for x in measure(calls, reference, plcmos)), sep="\t",
+                      flush=True)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,162 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#include "call_windows.h"
+
+#include <aiplc/adapter.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "autoregressive.h"
+#include "host/receiver.h"
+#include "loss_free_decode.h"
+
+namespace aiplc::training {
+namespace {
+
+constexpr int64_t kFrameClock = 960;  // 20 ms of RTP time
+constexpr int kRefused = -1;          // what an adapter says whose worker gives no answer
+constexpr int kFrames = AIPLC_WINDOW_FRAMES;
+
+std::span<const int16_t> Frame(const Window &window, size_t slot) {
+    return std::span(window).subspan(slot * AIPLC_BAND_SAMPLES, AIPLC_BAND_SAMPLES);
+}
+
+bool IsHole(const Window &window, size_t slot) {
+    return std::ranges::all_of(Frame(window, slot), [](int16_t s) { return s == 0; });
+}
+
+// The mode that requests a window with such holes at its end; 0: none does. Wrong only where a
+// received frame is digital silence.
+int ModeOfHoles(const Window &window) {
+    if (IsHole(window, 7)) return AIPLC_INFER_BURST;
+    if (IsHole(window, 6)) {
+        return IsHole(window, 5) ? AIPLC_INFER_GAP2_AHEAD1 : AIPLC_INFER_GAP1_AHEAD1;
+    }
+    if (!IsHole(window, 5)) return AIPLC_INFER_NONE;
+    return IsHole(window, 4) ? AIPLC_INFER_GAP2_AHEAD2 : AIPLC_INFER_GAP1_AHEAD2;
+}
+
+// Frames by which a window of the mode ends before the newest frame handed in.
+int64_t FramesBehind(int mode) {
+    switch (mode) {
+        case AIPLC_INFER_GAP1_AHEAD1:
+            return 2;
+        case AIPLC_INFER_GAP2_AHEAD2:
+            return 0;
+        default:
+            return 1;
+    }
+}
+
+void ToSamples(const worker::Autoregressive::Signal &signal, Window &samples) {
+    std::ranges::transform(signal, samples.begin(), [](float value) {
+        return static_cast<int16_t>(std::lrint(std::clamp(value, -32768.0F, 32767.0F)));
+    });
+}
+
+// Stands where the worker would: answers the requests of one call and keeps them.
+class RequestCollector : public AiplcAdapterInterface {
+  public:
+    RequestCollector(const CallSetup &setup, const LowBand &target)
+        : m_setup(setup), m_target(target) {}
+
+    int Create() override { return 0; }
+    int Init() override { return 0; }
+    int Delete() override { return 0; }
+    int Process(InoutDetail &record, int timeoutMs) override;
+
+    void SetTick(int64_t tick) { m_tick = tick; }
+    // Drops the request of this tick if the library made it in another mode.
+    void Settle(int mode);
+
+    std::vector<WindowRecord> windows;
+    uint64_t ambiguous = 0;
+
+  private:
+    const CallSetup &m_setup;
+    const LowBand &m_target;
+    worker::Autoregressive m_autoregressive;
+    int64_t m_tick = 0;
+    bool m_asked = false;
+};
+
+int RequestCollector::Process(InoutDetail &record, int /*timeoutMs*/) {
+    WindowRecord request = m_setup.facts;
+    std::memcpy(request.window.data(), record.AudioIn, sizeof record.AudioIn);
+    m_autoregressive.Predict(request.window, request.classic);
+    ToSamples(m_autoregressive.Forward(), request.forward);
+    ToSamples(m_autoregressive.Backward(), request.backward);
+    request.mode = static_cast<uint8_t>(ModeOfHoles(request.window));
+    const int64_t newest = m_tick - FramesBehind(request.mode);
+    request.newestFrame = static_cast<uint32_t>(newest);
+    for (int64_t slot = 0; slot < kFrames; ++slot)
+        m_target.CopyFrame(newest - kFrames + 1 + slot,
+                           &request.target[static_cast<size_t>(slot * AIPLC_BAND_SAMPLES)]);
+    Window answer = request.classic;
+    windows.push_back(request);
+    m_asked = true;
+    if (m_setup.refuse) return kRefused;
+    if (m_setup.answer) m_setup.answer(request, answer);
+    std::memcpy(record.AudioOut, answer.data(), sizeof record.AudioOut);
+    return 0;
+}
+
+void RequestCollector::Settle(int mode) {
+    if (m_asked && windows.back().mode != mode) {
+        windows.pop_back();
+        ++ambiguous;
+    }
+    m_asked = false;
+}
+
+bool IsReceived(host::FrameSource source) {
+    return source == host::FrameSource::decoded || source == host::FrameSource::late ||
+           source == host::FrameSource::fec || source == host::FrameSource::dtx;
+}
+
+}  // namespace
+
+CallResult CollectWindows(const CallSetup &setup, std::span<const int16_t> pcm) {
+    host::Sender sender(setup.sender);
+    std::vector<host::RtpPacket> packets = sender.Push(pcm);
+    for (host::RtpPacket &packet : sender.Flush())
+        packets.push_back(std::move(packet));
+    CallResult result;
+    if (packets.empty()) return result;
+
+    const LowBand target = DecodeLossFree(packets, setup.outputRate);
+    RequestCollector collector(setup, target);
+    host::Receiver receiver({.sampleRate = setup.outputRate, .adapter = &collector});
+    size_t next = 0;
+    for (int64_t tick = 0; tick < target.Frames() + host::Receiver::kLookAheadFrames; ++tick) {
+        for (; next < packets.size(); ++next) {
+            const int64_t due = (packets[next].timestamp - packets[0].timestamp) / kFrameClock;
+            if (due > tick) break;
+            if (next >= setup.lost.size() || !setup.lost[next]) receiver.Push(packets[next]);
+        }
+        collector.SetTick(tick);
+        const host::OutputFrame &frame = receiver.Pull();
+        collector.Settle(frame.inferMode);
+        if (frame.frame < 0) continue;
+        result.sources.push_back(frame.source);
+        result.output.insert(result.output.end(), frame.samples.begin(), frame.samples.end());
+    }
+    result.windows = std::move(collector.windows);
+    std::erase_if(result.windows, [&target](const WindowRecord &record) {
+        return record.newestFrame >= target.Frames();  // the silence after the call
+    });
+    result.ambiguous = collector.ambiguous;
+    for (WindowRecord &record : result.windows) {
+        for (int slot = 0; slot < kFrames; ++slot) {
+            const int64_t frame = int64_t{record.newestFrame} - kFrames + 1 + slot;
+            const bool there = frame >= 0 && frame < static_cast<int64_t>(result.sources.size()) &&
+                               IsReceived(result.sources[static_cast<size_t>(frame)]);
+            if (there) record.received = static_cast<uint8_t>(record.received | (1U << slot));
+        }
+    }
+    return result;
+}
+
+}  // namespace aiplc::training

@@ -1,0 +1,212 @@
+// SPDX-License-Identifier: BSD-2-Clause
+//
+// aiplc_collect_windows: plays simulated calls and writes the windows that the library requests.
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <map>
+#include <numeric>
+
+#include "call_plan.h"
+#include "failure.h"
+#include "speech_collection.h"
+#include "window_file.h"
+
+namespace aiplc::training {
+namespace {
+
+enum class Answers { drawn, classic, target, codec, ask };
+
+struct Options {
+    std::string speech;
+    std::string background;
+    std::string windows;
+    std::string audio;
+    std::vector<std::string> licences;
+    Split split = Split::train;
+    Scene scene = Scene::drawn;
+    Answers answers = Answers::drawn;
+    uint32_t seed = 1;
+    int passes = 1;
+    int part = 0;
+    int parts = 1;
+    double callSeconds = 16;
+    int maxCalls = 0;
+    bool noLosses = false;
+};
+
+template <typename T>
+void AddChoice(CLI::App &app, const char *name, T &value, std::map<std::string, T> choices,
+               const char *help) {
+    app.add_option(name, value, help)->transform(CLI::CheckedTransformer(std::move(choices)));
+}
+
+void Declare(CLI::App &app, Options &options) {
+    app.add_option("--speech", options.speech, "folder of recordings")->required();
+    app.add_option("--background", options.background, "folder of noise and music");
+    app.add_option("--windows", options.windows,
+                   "write the windows to files with this path and beginning");
+    app.add_option("--audio", options.audio,
+                   "write what is heard to NUMBER_RATE.pcm (16-bit) here");
+    app.add_option("--licences", options.licences, "take only recordings with these licences")
+        ->delimiter(',');
+    AddChoice<Split>(app, "--split", options.split,
+                     {{"train", Split::train}, {"valid", Split::valid}},
+                     "recordings to train on or to validate with");
+    AddChoice<Scene>(app, "--scene", options.scene,
+                     {{"drawn", Scene::drawn},
+                      {"bursts2-3", Scene::shortBursts},
+                      {"bursts4-6", Scene::longBursts},
+                      {"mixed", Scene::mixed}},
+                     "what happens in the calls");
+    AddChoice<Answers>(app, "--answers", options.answers,
+                       {{"drawn", Answers::drawn},
+                        {"classic", Answers::classic},
+                        {"target", Answers::target},
+                        {"codec", Answers::codec},
+                        {"ask", Answers::ask}},
+                       "who answers requests; ask: whoever reads requests from standard output "
+                       "and writes answers of 2560 samples to standard input");
+    app.add_option("--seed", options.seed, "the same seed gives the same data");
+    app.add_option("--passes", options.passes, "times that each recording is used")
+        ->check(CLI::PositiveNumber);
+    app.add_option("--part", options.part, "do every PARTS-th call, from this one")
+        ->check(CLI::NonNegativeNumber);
+    app.add_option("--parts", options.parts)->check(CLI::PositiveNumber);
+    app.add_option("--call-seconds", options.callSeconds, "length of a call at most")
+        ->check(CLI::Range(1.0, 3600.0));
+    app.add_flag("--no-losses", options.noLosses, "let all packets arrive");
+    app.add_option("--max-calls", options.maxCalls, "stop after so many calls; 0: all");
+}
+
+void Ask(const WindowRecord &request, Window &answer) {
+    if (std::fwrite(&request, sizeof request, 1, stdout) != 1 || std::fflush(stdout) != 0 ||
+        std::fread(answer.data(), sizeof answer, 1, stdin) != 1) {
+        throw std::runtime_error("whoever answers the requests has gone");
+    }
+}
+
+void ChooseAnswer(Answers answers, CallSetup &setup) {
+    if (answers == Answers::drawn) return;
+    setup.facts.flags &= static_cast<uint16_t>(~WindowRecord::kTruthMixed);
+    setup.answer = nullptr;
+    if (answers == Answers::target) setup.answer = MixTruth(1);
+    if (answers == Answers::ask) setup.answer = Ask;
+    setup.refuse = answers == Answers::codec;
+}
+
+void WriteAudio(const Options &options, uint32_t call, const CallSetup &setup,
+                const CallResult &result) {
+    char name[64];
+    std::snprintf(name, sizeof name, "/%06u_%u", call, setup.outputRate);
+    tools::OutputFile audio(options.audio + name + ".pcm", nullptr);
+    audio.Write({reinterpret_cast<const char *>(result.output.data()), 2 * result.output.size()});
+    audio.Commit();
+    tools::OutputFile sources(options.audio + name + ".sources", nullptr);
+    for (const host::FrameSource source : result.sources)
+        sources.Write(std::string(host::FrameSourceName(source)) + '\n');
+    sources.Commit();
+}
+
+// Background at either rate, loaded once.
+class Backgrounds {
+  public:
+    explicit Backgrounds(const std::string &folder) {
+        if (folder.empty()) return;
+        for (const Split split : {Split::train, Split::valid})
+            for (const std::string &path : FindSpeech(folder, split, {}))
+                m_recordings.push_back(LoadRecording(path));
+    }
+    // Draws one; empty when there is none at this rate.
+    std::span<const int16_t> Draw(int rate, Random &random) const {
+        if (m_recordings.empty()) return {};
+        const auto last = static_cast<int>(m_recordings.size()) - 1;
+        const Recording &one = m_recordings[static_cast<size_t>(random.Integer(0, last))];
+        return one.rate == rate ? std::span<const int16_t>(one.samples)
+                                : std::span<const int16_t>{};
+    }
+
+  private:
+    std::vector<Recording> m_recordings;
+};
+
+struct Totals {
+    uint32_t calls = 0;
+    uint64_t ambiguous = 0;
+    double seconds = 0;
+};
+
+void PlayRecording(const Options &options, const Backgrounds &backgrounds, const Recording &speech,
+                   uint32_t file, uint32_t pass, WindowFiles &files, Totals &totals) {
+    const auto length = static_cast<size_t>(options.callSeconds * speech.rate);
+    for (size_t start = 0; start < speech.samples.size(); start += length) {
+        if (options.maxCalls > 0 && totals.calls >= static_cast<uint32_t>(options.maxCalls)) return;
+        const uint32_t call = totals.calls++;
+        if (call % static_cast<uint32_t>(options.parts) != static_cast<uint32_t>(options.part))
+            continue;
+        Random random({options.seed, pass, file, static_cast<uint32_t>(start)});
+        const size_t end = std::min(start + length, speech.samples.size());
+        const auto at = [&speech](size_t i) {
+            return speech.samples.begin() + static_cast<std::ptrdiff_t>(i);
+        };
+        std::vector<int16_t> pcm(at(start), at(end));
+        const double seconds = static_cast<double>(pcm.size()) / speech.rate;
+        bool background = false;
+        if (options.scene == Scene::drawn)
+            background = MixScene(pcm, backgrounds.Draw(speech.rate, random), random);
+        CallSetup setup = DrawCall(options.scene, speech.rate, seconds, random);
+        if (background) setup.facts.flags |= WindowRecord::kBackground;
+        setup.facts.call = call;
+        if (options.noLosses) setup.lost.clear();
+        ChooseAnswer(options.answers, setup);
+        const CallResult result = CollectWindows(setup, pcm);
+        if (!options.windows.empty()) files.Write(result.windows);
+        if (!options.audio.empty()) WriteAudio(options, call, setup, result);
+        totals.ambiguous += result.ambiguous;
+        totals.seconds += seconds;
+    }
+}
+
+// All files in an order that differs from pass to pass: any beginning of the data is a mixture.
+std::vector<uint32_t> DrawOrder(size_t files, uint32_t seed, uint32_t pass) {
+    std::vector<uint32_t> order(files);
+    std::iota(order.begin(), order.end(), 0U);
+    Random random({seed, pass});
+    for (size_t i = files; i > 1; --i)
+        std::swap(order[i - 1], order[random.Bits() % i]);
+    return order;
+}
+
+void Run(const Options &options) {
+    const Backgrounds backgrounds(options.background);
+    const auto paths = FindSpeech(options.speech, options.split, options.licences);
+    WindowFiles files(options.windows + '_' + std::to_string(options.part));
+    Totals totals;
+    for (uint32_t pass = 0; pass < static_cast<uint32_t>(options.passes); ++pass) {
+        for (const uint32_t file : DrawOrder(paths.size(), options.seed, pass)) {
+            PlayRecording(options, backgrounds, LoadRecording(paths[file]), file, pass, files,
+                          totals);
+        }
+        std::fprintf(stderr, "pass %u: %llu windows from %.0f s, %llu left out as ambiguous\n",
+                     pass + 1, static_cast<unsigned long long>(files.Records()), totals.seconds,
+                     static_cast<unsigned long long>(totals.ambiguous));
+    }
+    files.Close();
+}
+
+}  // namespace
+}  // namespace aiplc::training
+
+int main(int argc, char **argv) {
+    CLI::App app("Plays simulated calls and writes the windows that the library requests.");
+    aiplc::training::Options options;
+    aiplc::training::Declare(app, options);
+    CLI11_PARSE(app, argc, argv);
+    try {
+        aiplc::training::Run(options);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "aiplc_collect_windows: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,88 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: BSD-2-Clause
+"""How near a model's answers are to the loss-free decode, by mode, beside the autoregressive ones.
+
+    evaluate.py --model training/work/run/last.pt --valid 'training/work/valid/*.windows'
+
+lost: frames of the last hole. after: the first two received frames behind it, "none" unrepaired.
+LSD: log-spectral distance, MCD: mel-cepstral distance, both in dB; HF: level above 4 kHz relative to
+the target's, in dB; SNR in dB. Means over the frames that hold speech.
+"""
+import argparse
+
+import numpy as np
+import torch
+
+import metrics
+import model as models
+import windows
+
+
+def load(path):
+    """The network of a checkpoint of train.py, ready to answer."""
+    state = torch.load(path, map_location="cpu")
+    net = models.Concealer(**state["shape"])
+    net.load_state_dict(state["weights"])
+    return net.eval()
+
+
+def answers(net, records, batch=128):
+    """(N, 2560) int16 as the worker would send them."""
+    made = []
+    with torch.no_grad():
+        for i in range(0, len(records), batch):
+            made.append(net(windows.inputs(records[i:i + batch])).round().clamp(-32768, 32767))
+    return torch.cat(made).numpy().astype(np.int16)
+
+
+def frames_of(signal):
+    return signal.reshape(-1, windows.FRAMES, windows.FRAME)
+
+
+def line(name, frames, reference):
+    speech = metrics.is_speech(reference)
+    frames, reference = frames[speech], reference[speech]
+    figures = [metrics.log_spectral_distance(frames, reference).mean(),
+               metrics.mel_cepstral_distance(frames, reference).mean(),
+               metrics.snr(frames, reference).mean(),
+               metrics.band_level(frames, reference).mean()]
+    return [name, len(frames), *(f"{f:.2f}" for f in figures)]
+
+
+def report(net, records):
+    made = {"model": answers(net, records), "classic": records["classic"],
+            "none": records["window"]}
+    begin, end = windows.last_hole(records["window"])
+    slot = np.arange(windows.FRAMES)[None, :]
+    lost = (slot * 320 >= begin[:, None]) & (slot * 320 < end[:, None] - windows.UNSETTLED)
+    after = (slot * 320 >= end[:, None] - windows.UNSETTLED)
+    target = frames_of(records["target"])
+    print("mode", "frames", "of", "count", "LSD", "MCD", "SNR", "HF", sep="\t")
+    for mode in (1, 2, 3, 4, 5, 0):
+        rows = (records["mode"] == mode) | (mode == 0)
+        first = np.argmax(after, axis=1)
+        kinds = {"lost": lost, "after 1": after & (slot == first[:, None]),
+                 "after 2": after & (slot == first[:, None] + 1)}
+        for kind, mask in kinds.items():
+            mask = mask & rows[:, None]
+            if not mask.any():
+                continue
+            for name in ("classic", "model") if kind == "lost" else ("none", "classic", "model"):
+                print(mode or "all", kind,
+                      *line(name, frames_of(made[name])[mask], target[mask]), sep="\t")
+
+
+def main():
+    a = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawTextHelpFormatter)
+    a.add_argument("--model", required=True)
+    a.add_argument("--valid", required=True)
+    a.add_argument("--count", type=int, default=6000, help="windows, spread over the files")
+    a = a.parse_args()
+    maps = windows.open_windows(a.valid)
+    total = sum(len(m) for m in maps)
+    records = windows.gather(maps, np.linspace(0, total - 1, min(a.count, total)).astype(int))
+    report(load(a.model), records)
+
+
+if __name__ == "__main__":
+    main()

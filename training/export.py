@@ -1,0 +1,127 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: BSD-2-Clause
+"""Writes the weights of a checkpoint, and windows with their answers for tests of the inference.
+
+    export.py --model training/work/run/last.pt --valid 'training/work/valid/*.windows'
+              --weights worker/model.bin --vectors tests/worker/model_vectors.bin
+
+Both files, little endian:
+
+    8 bytes  "AIPLCNN1"
+    u32      version of the model
+    u32      number of tensors
+    u32      CRC-32 (ISO 3309, as zlib's) of everything behind this field
+    u32      0
+    per tensor:
+      u16    length of its name, then the name in ASCII
+      u8     0 = float32, 1 = int16
+      u8     number of dimensions, then a u32 for each
+      values in row-major order, without padding
+
+Besides the weights, model.bin holds what the network is built of: dilations, bands (48 x 161), and
+noise_re and noise_im (161 x 33), the spectra of its noise. The vectors hold window, forward,
+backward, classic and answer (N x 2560) and, for window 0, what comes out of each layer in float32:
+features, enter, block0.., leave.
+"""
+import argparse
+import struct
+import zlib
+
+import numpy as np
+import torch
+
+import evaluate
+import windows
+
+MAGIC = b"AIPLCNN1"
+CODES = {np.dtype("<f4"): 0, np.dtype("<i2"): 1}
+
+
+def write(path, version, tensors):
+    body = b""
+    for name, values in tensors.items():
+        values = np.ascontiguousarray(values)
+        body += struct.pack("<H", len(name)) + name.encode("ascii")
+        body += struct.pack("<BB", CODES[values.dtype], values.ndim)
+        body += struct.pack(f"<{values.ndim}I", *values.shape) + values.tobytes()
+    with open(path, "wb") as file:
+        file.write(MAGIC + struct.pack("<IIII", version, len(tensors),
+                                       zlib.crc32(struct.pack("<I", 0) + body), 0) + body)
+
+
+def read(path):
+    """(version, tensors by name); SystemExit when the file is damaged."""
+    data = open(path, "rb").read()
+    version, count, checksum = struct.unpack_from("<III", data, 8)
+    if data[:8] != MAGIC or zlib.crc32(data[20:]) != checksum:
+        raise SystemExit(f"{path}: damaged, or not written by export.py")
+    at, tensors = 24, {}
+    for _ in range(count):
+        length, = struct.unpack_from("<H", data, at)
+        name = data[at + 2:at + 2 + length].decode("ascii")
+        code, dims = struct.unpack_from("<BB", data, at + 2 + length)
+        shape = struct.unpack_from(f"<{dims}I", data, at + 4 + length)
+        at += 4 + length + 4 * dims
+        kind = next(k for k, c in CODES.items() if c == code)
+        size = int(np.prod(shape))
+        tensors[name] = np.frombuffer(data, kind, size, at).reshape(shape)
+        at += size * kind.itemsize
+    return version, tensors
+
+
+def weights_of(net):
+    tensors = {name: value.numpy().astype("<f4") for name, value in net.state_dict().items()}
+    tensors["dilations"] = np.array(net.shape["dilations"], "<f4")
+    tensors["bands"] = net.bands.numpy()
+    tensors["noise_re"] = net.noise.real.contiguous().numpy()
+    tensors["noise_im"] = net.noise.imag.contiguous().numpy()
+    return tensors
+
+
+def layers_of(net, record):
+    """What each layer makes of one record, by name."""
+    seen = {}
+    modules = {"enter": net.enter, "leave": net.leave,
+               **{f"block{i}": b for i, b in enumerate(net.blocks)}}
+    hooks = [module.register_forward_hook(
+        lambda _, inputs, output, name=name: seen.update({name: (inputs[0][0], output[0])}))
+        for name, module in modules.items()]
+    evaluate.answers(net, record)
+    for hook in hooks:
+        hook.remove()
+    layers = {"features": seen["enter"][0], **{name: out for name, (_, out) in seen.items()}}
+    return {name: value.numpy().astype("<f4") for name, value in layers.items()}
+
+
+def choose(maps, count):
+    """Windows of all modes and both rates, spread over the files."""
+    every = windows.gather(maps, np.linspace(0, sum(map(len, maps)) - 1, 3000).astype(int))
+    loud = every[np.abs(every["target"]).max(1) > 500]
+    kinds = [(m, r) for m in (1, 3, 5, 2, 4) for r in (16, 48)]
+    chosen = [loud[(loud["mode"] == m) & (loud["rate_khz"] == r)][:1] for m, r in kinds]
+    return np.concatenate(chosen)[:count]
+
+
+def main():
+    a = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawTextHelpFormatter)
+    a.add_argument("--model", required=True)
+    a.add_argument("--valid", required=True)
+    a.add_argument("--weights", required=True)
+    a.add_argument("--vectors", required=True)
+    a.add_argument("--version", type=int, default=1)
+    a = a.parse_args()
+    torch.set_num_threads(1)
+    net = evaluate.load(a.model)
+    write(a.weights, a.version, weights_of(net))
+    records = choose(windows.open_windows(a.valid), 10)
+    vectors = {name: np.ascontiguousarray(records[name])
+               for name in ("window", "forward", "backward", "classic")}
+    vectors["answer"] = evaluate.answers(net, records)
+    write(a.vectors, a.version, {**vectors, **layers_of(net, records[:1])})
+    for path in (a.weights, a.vectors):
+        version, tensors = read(path)
+        print(f"{path}: version {version}, {len(tensors)} tensors")
+
+
+if __name__ == "__main__":
+    main()
