@@ -95,6 +95,7 @@ def main():
     a.add_argument("--model", help="checkpoint of train.py; without it no model plays")
     a.add_argument("--collector", default="build/release/bin/aiplc_collect_windows")
     a.add_argument("--calls", type=int, default=40, help="of 10 s each, per scene")
+    a.add_argument("--scenes", nargs="+", default=["bursts2-3", "bursts4-6", "mixed"])
     a.add_argument("--seed", type=int, default=11)
     a.add_argument("--plcmos", help="Python file with a class Plcmos: score(samples, rate)")
     a = a.parse_args()
@@ -102,7 +103,7 @@ def main():
     a.net = evaluate.load(a.model) if a.model else None
     plcmos = load_plcmos(a.plcmos)
     print("scene", "who", "LSD lost", "MCD lost", "LSD after", "MCD after", "ESTOI", "PLCMOS", sep="\t")
-    for scene in ("bursts2-3", "bursts4-6", "mixed"):
+    for scene in a.scenes:
         reference = None
         for who in ("loss-free", "codec", "classic", *(["model"] if a.net else []), "target"):
             with tempfile.TemporaryDirectory() as folder:
