@@ -52,17 +52,17 @@ BACKGROUND ?= ../shared/speech/noise
 LICENCES ?=
 PASSES ?= 3
 STEPS ?= 100000
-RUN ?= training/work/run
+RUN ?= training/runs/run
 PYTHON ?= /usr/bin/python3
 COLLECT = build/release/bin/aiplc_collect_windows --speech $(SPEECH) --background $(BACKGROUND) \
           $(if $(LICENCES),--licences $(LICENCES))
-WINDOWS = --train 'training/work/train/*.windows' --valid 'training/work/valid/*.windows'
+WINDOWS = --train 'training/runs/train/*.windows' --valid 'training/runs/valid/*.windows'
 
 train-data: all
-	mkdir -p training/work/train training/work/valid
-	$(COLLECT) --split valid --seed 7 --windows training/work/valid/v
+	mkdir -p training/runs/train training/runs/valid
+	$(COLLECT) --split valid --seed 7 --windows training/runs/valid/v
 	seq 0 $$(($(JOBS) - 1)) | xargs -P $(JOBS) -I PART $(COLLECT) --split train --passes $(PASSES) \
-		--part PART --parts $(JOBS) --windows training/work/train/t
+		--part PART --parts $(JOBS) --windows training/runs/train/t
 
 train:
 	scripts/install-packages.sh training
@@ -70,13 +70,13 @@ train:
 
 export:
 	scripts/install-packages.sh training
-	$(PYTHON) training/export.py --model $(RUN)/last.pt --valid 'training/work/valid/*.windows' \
-		--weights worker/model.bin --vectors tests/worker/model_vectors.bin
+	$(PYTHON) training/export.py --model $(RUN)/last.pt --valid 'training/runs/valid/*.windows' \
+		--weights training/weights/model.bin --vectors training/weights/model_vectors.bin
 
 # Add PLCMOS=FILE.py for a scorer of that measure.
 model-report: all
 	scripts/install-packages.sh training
-	$(PYTHON) training/evaluate.py --model $(RUN)/last.pt --valid 'training/work/valid/*.windows'
+	$(PYTHON) training/evaluate.py --model $(RUN)/last.pt --valid 'training/runs/valid/*.windows'
 	$(PYTHON) training/closed_loop.py --model $(RUN)/last.pt --speech $(SPEECH) \
 		--collector build/release/bin/aiplc_collect_windows $(if $(PLCMOS),--plcmos $(PLCMOS))
 

@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: BSD-2-Clause
 """Plays calls of the validation speakers through library and host, concealed by several hands.
 
-    closed_loop.py --speech FOLDER --model training/work/run/last.pt
+    closed_loop.py --speech FOLDER --model training/runs/run/last.pt
 
 codec: libopus alone. classic: the autoregressive predictor. model: the network, in PyTorch, in the
 worker's place. target: the loss-free decode in every window, the most any model can reach. All

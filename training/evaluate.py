@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: BSD-2-Clause
 """How near a model's answers are to the loss-free decode, by mode, beside the autoregressive ones.
 
-    evaluate.py --model training/work/run/last.pt --valid 'training/work/valid/*.windows'
+    evaluate.py --model training/runs/run/last.pt --valid 'training/runs/valid/*.windows'
 
 lost: frames of the last hole. after: the first two received frames behind it, "none" unrepaired.
 LSD: log-spectral distance, MCD: mel-cepstral distance, both in dB; HF: level above 4 kHz relative to

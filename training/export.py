@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: BSD-2-Clause
 """Writes the weights of a checkpoint, and windows with their answers for tests of the inference.
 
-    export.py --model training/work/run/last.pt --valid 'training/work/valid/*.windows'
-              --weights worker/model.bin --vectors tests/worker/model_vectors.bin
+    export.py --model training/runs/run/last.pt --valid 'training/runs/valid/*.windows'
+              --weights training/weights/model.bin --vectors training/weights/model_vectors.bin
 
 Both files, little endian:
 

@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: BSD-2-Clause
 """Trains the concealment network; goes on where an interrupted run stopped.
 
-    train.py --train 'training/work/train/*.windows' --valid 'training/work/valid/*.windows'
-             --out training/work/run --steps 20000
+    train.py --train 'training/runs/train/*.windows' --valid 'training/runs/valid/*.windows'
+             --out training/runs/run --steps 20000
 
 OUT/last.pt holds weights, optimiser and step; OUT/log.tsv one line per --report steps with the
 training loss, the learning rate and, per --validate steps, the validation loss in all and by mode.
