@@ -1,43 +1,37 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "scripted_platform.h"
-
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <new>
-#include <set>
 
+#include "fixtures.h"
 #include "platform/platform.h"
-
-ScriptedPlatform scripted;
 
 namespace aiplc::platform {
 
 namespace {
 
-uint32_t Answer(const std::string &call, uint32_t usual) {
-    std::deque<uint32_t> &answers = scripted.answers[call];
-    if (answers.empty()) return usual;
-    const uint32_t answer = answers.front();
-    answers.pop_front();
-    if (answer == ScriptedPlatform::kOutOfMemory) throw std::bad_alloc();
-    return answer;
+int64_t Record(const std::string &call, int64_t usual = 1) {
+    std::vector<std::string> &calls = scripted.calls;
+    calls.push_back(call);
+    auto answer = scripted.answers.find({call, std::count(calls.begin(), calls.end(), call)});
+    if (answer == scripted.answers.end()) answer = scripted.answers.find({call, 0});
+    if (answer == scripted.answers.end()) return usual;
+    if (answer->second == kOutOfMemory) throw std::bad_alloc();
+    return answer->second;
 }
 
-uint32_t Record(const std::string &call, uint32_t usual = 1) {
-    scripted.calls.push_back(call);
-    return Answer(call, usual);
+bool Succeeds(const char *verb, Handle name) {
+    return Record(std::string(verb) + static_cast<char *>(name)) != 0;
 }
 
-// A handle is its object's name.
-Handle Create(const char *verb, const std::string &name) {
-    static std::set<std::string> names;
-    if (Record(verb + name) == 0) return nullptr;
-    return const_cast<std::string *>(&*names.insert(name).first);
-}
-
-std::string Name(Handle handle) {
-    return handle == nullptr ? "null" : *static_cast<std::string *>(handle);
+// A handle is its object's name, a constant of the protocol.
+Handle Open(const char *verb, const char *name) {
+    char *const handle = const_cast<char *>(name);
+    if (!Succeeds(verb, handle)) return nullptr;
+    ++scripted.held;
+    return handle;
 }
 
 }  // namespace
@@ -47,83 +41,71 @@ uint32_t LastError() {
 }
 
 Handle OpenMapping(const char *name) {
-    return Create("OpenMapping ", name);
+    return Open("OpenMapping ", name);
 }
 Handle CreateMapping(const char *name, size_t) {
-    return Create("CreateMapping ", name);
+    return Open("CreateMapping ", name);
 }
 void *MapView(Handle, size_t *size) {
-    *size = scripted.viewBytes;
-    return Record("MapView") != 0 ? &scripted.block : nullptr;
+    *size = static_cast<size_t>(Record("MapView", sizeof scripted.block));
+    scripted.held += *size == 0 ? 0 : 1;
+    return *size == 0 ? nullptr : &scripted.block;
 }
 bool UnmapView(void *) {
-    return Record("UnmapView") != 0;
+    return scripted.held-- > 0;
 }
-
 Handle CreateNamedEvent(const char *name) {
-    return Create("CreateEvent ", name);
+    return Open("CreateEvent ", name);
 }
 Handle CreateNamedMutex(const char *name) {
-    return Create("CreateMutex ", name);
+    return Open("CreateMutex ", name);
 }
+bool CloseHandle(Handle) {
+    return scripted.held-- > 0;
+}
+
 bool SetEvent(Handle event) {
-    return Record("SetEvent " + Name(event)) != 0;
+    return Succeeds("SetEvent ", event);
 }
 bool ResetEvent(Handle event) {
-    return Record("ResetEvent " + Name(event)) != 0;
+    return Succeeds("ResetEvent ", event);
 }
-bool CloseHandle(Handle handle) {
-    return Record("Close " + Name(handle)) != 0;
-}
-
 bool ReleaseMutex(Handle mutex) {
     --scripted.mutexDepth;
-    return Record("Release " + Name(mutex)) != 0;
+    return Succeeds("Release ", mutex);
 }
-
 uint32_t Wait(Handle handle, uint32_t timeoutMs) {
-    const std::string name = Name(handle);
-    const uint32_t outcome =
-        Record("Wait " + name + " " + std::to_string(timeoutMs), kWaitSignalled);
-    const bool taken = outcome == kWaitSignalled || outcome == kWaitAbandoned;
-    if (name == protocol::kInferMutexName && taken) ++scripted.mutexDepth;
-    return outcome;
+    const std::string name = static_cast<char *>(handle);
+    const int64_t outcome = Record("Wait " + name + ' ' + std::to_string(timeoutMs), 0);
+    const bool isTaken = outcome == kWaitSignalled || outcome == kWaitAbandoned;
+    if (isTaken && name == protocol::kInferMutexName) ++scripted.mutexDepth;
+    return static_cast<uint32_t>(outcome);
 }
 
 bool StartDetachedProcess(const char *path) {
     return Record(std::string("Start ") + path) != 0;
 }
-
 FindStatus FindProcess(const char *, uint32_t *id) {
-    if (scripted.processIds.empty()) return FindStatus::failed;
-    *id = scripted.processIds.front();
-    scripted.processIds.pop_front();
-    return *id == 0 ? FindStatus::absent : FindStatus::found;
+    *id = static_cast<uint32_t>(Record("FindProcess", 4711));
+    if (*id == 0) return FindStatus::absent;
+    return *id == kNoProcessList ? FindStatus::failed : FindStatus::found;
 }
-
 uint32_t ExecutablePath(char *buffer, uint32_t capacity) {
-    return static_cast<uint32_t>(
-        std::snprintf(buffer, capacity, "%chost%cengine", kPathSeparator, kPathSeparator));
+    return static_cast<uint32_t>(std::snprintf(buffer, capacity, "/host/engine"));
 }
 
-void Sleep(uint32_t milliseconds) {
-    Record("Sleep " + std::to_string(milliseconds));
-}
-
+void Sleep(uint32_t) {}
 int64_t PerformanceCounter() {
-    if (scripted.counter.empty()) return 0;
-    const int64_t reading = scripted.counter.front();
-    if (scripted.counter.size() > 1) scripted.counter.pop_front();
-    return reading;
+    return Record("PerformanceCounter", 0);
 }
 int64_t PerformanceFrequency() {
-    return scripted.frequency;
+    return Record("PerformanceFrequency", 1'000'000);
 }
 
 int CopyBounded(void *destination, size_t, const void *source, size_t count) {
-    const uint32_t error = Answer("CopyBounded " + std::to_string(count), 0);
+    const auto error = static_cast<int>(Record("CopyBounded " + std::to_string(count), 0));
     if (error == 0) std::memcpy(destination, source, count);
-    return static_cast<int>(error);
+    return error;
 }
 int FillBounded(void *destination, size_t, int value, size_t count) {
     std::memset(destination, value, count);

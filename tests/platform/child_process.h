@@ -9,7 +9,6 @@
 
 #include <csignal>
 #include <fstream>
-#include <iterator>
 #include <string>
 
 namespace aiplc::platform {
@@ -24,8 +23,9 @@ struct Line {
     }
 };
 
-// A real process that runs a function and exits with its result. Start it before the test opens a
-// handle: a forked child keeps what it inherits alive.
+// A real process that runs a function and exits with its result. The constructor returns once the
+// child has told that it is ready (or has ended, or executes another program). Start it before the
+// test opens a handle: a forked child keeps what it inherits alive.
 class Child {
   public:
     template <typename Body>
@@ -36,13 +36,13 @@ class Child {
         if (id == 0) _exit(close(ends[0]) + body(Line{ends[1]}));
         close(ends[1]);
         line.end = ends[0];
+        isReady = line.Await();
     }
     ~Child() {
         if (id > 0) Kill();
         close(line.end);
     }
     Child(const Child &) = delete;
-    Child &operator=(const Child &) = delete;
 
     int Join() {
         int status = -1;
@@ -54,18 +54,15 @@ class Child {
         kill(id, SIGKILL);
         Join();
     }
-    // Returns once the child, whose next step is a wait, has told so and sleeps in the kernel.
+    // Returns once the child, whose next step is a wait, sleeps in the kernel.
     void AwaitAsleep() const {
-        line.Await();
-        for (char state = 'R'; state != 'S'; usleep(200)) {
-            std::ifstream file("/proc/" + std::to_string(id) + "/stat");
-            const std::string text(std::istreambuf_iterator<char>(file), {});
-            state = text[text.rfind(") ") + 2];
-        }
+        for (std::string state; state != "S"; usleep(200))
+            std::ifstream("/proc/" + std::to_string(id) + "/stat") >> state >> state >> state;
     }
 
     Line line;
     pid_t id = -1;
+    bool isReady = false;
 };
 
 }  // namespace aiplc::platform

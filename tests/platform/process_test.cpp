@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 
-#include "child_process.h"
 #include "platform/platform.h"
 
 namespace aiplc::platform {
@@ -27,76 +30,59 @@ read pid name state parent group session rest < /proc/$$/stat
 exec ./*.exe 600
 )";
 
-class ProcessTest : public testing::Test {
-  protected:
+struct ProcessTest : testing::Test {
     ProcessTest() {
-        fs::copy_file("/bin/sleep", m_path);
-        std::ofstream(m_script) << kScript;
-        fs::permissions(m_script, fs::perms::owner_all);
-        mkfifo(m_pipe.c_str(), 0600);
+        fs::copy_file("/bin/sleep", folder / name);
+        std::ofstream(folder / "script") << kScript;
+        fs::permissions(folder / "script", fs::perms::owner_all);
+        mkfifo((folder / "report").c_str(), 0600);
     }
-    ~ProcessTest() override { fs::remove_all(m_folder); }
-    FindStatus Find() { return FindProcess(m_name.c_str(), &m_id); }
+    ~ProcessTest() override { fs::remove_all(folder); }
+    FindStatus Find(const std::string &wanted) { return FindProcess(wanted.c_str(), &id); }
 
-    const std::string m_name = "started " + std::to_string(getpid()) + ".exe";
-    const fs::path m_folder = mkdtemp((fs::temp_directory_path() / "aiplc-XXXXXX").string().data());
-    const fs::path m_path = m_folder / m_name;
-    const fs::path m_script = m_folder / "script";
-    const fs::path m_pipe = m_folder / "report";
-    const std::string m_space = std::getenv("AIPLC_NAMESPACE");
-    uint32_t m_id = 0;
+    const std::string name = "started " + std::to_string(getpid()) + ".exe";
+    const fs::path folder = mkdtemp((fs::temp_directory_path() / "aiplc-XXXXXX").string().data());
+    const std::string space = std::getenv("AIPLC_NAMESPACE");
+    uint32_t id = 0;
 };
 
-TEST_F(ProcessTest, StartsDetachedAndLeavesNothingBehind) {
+TEST_F(ProcessTest, StartsDetachedAndIsFoundByExactNameAsLongAsItLives) {
+    prctl(PR_SET_CHILD_SUBREAPER, 1);  // what belongs to the system belongs to this test
     dup2(STDERR_FILENO, 100);
     sigset_t blocked;
     sigemptyset(&blocked);
     sigaddset(&blocked, SIGUSR1);
     sigprocmask(SIG_BLOCK, &blocked, nullptr);
     std::signal(SIGUSR2, SIG_IGN);
-    ASSERT_TRUE(StartDetachedProcess(m_script.c_str())) << LastError();
-    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child, ended or not";
-    std::ifstream pipe(m_pipe);
+    ASSERT_TRUE(StartDetachedProcess((folder / "script").c_str())) << LastError();
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), 0) << "none has ended";
+    std::ifstream pipe(folder / "report");
     const std::string report(std::istreambuf_iterator<char>(pipe), {});
-    EXPECT_EQ(report, "0 " + fs::current_path().string() + ' ' + m_space +
+    EXPECT_EQ(report, "0 " + fs::current_path().string() + ' ' + space +
                           " 0\n/dev/null\n/dev/null\n"
                           "SigBlk:0000000000000000SigIgn:0000000000000000");
-    while (Find() == FindStatus::absent)
+    while (Find(name) == FindStatus::absent)
         Sleep(1);
-    kill(static_cast<pid_t>(m_id), SIGKILL);
-    while (Find() == FindStatus::found)
-        Sleep(1);
+    for (const std::string &other : {name + "x", name.substr(1), (folder / name).string()})
+        EXPECT_EQ(Find(other), FindStatus::absent) << other;
+    setenv("AIPLC_NAMESPACE", "elsewhere", 1);
+    EXPECT_EQ(Find(name), FindStatus::absent);
+    setenv("AIPLC_NAMESPACE", space.c_str(), 1);
+    fs::remove(folder / name);
+    EXPECT_EQ(Find(name), FindStatus::found) << "its file has been removed";
+    kill(static_cast<pid_t>(id), SIGKILL);
+    siginfo_t info{};
+    waitid(P_PID, id, &info, WEXITED | WNOWAIT);
+    EXPECT_EQ(info.si_pid, static_cast<pid_t>(id));
+    EXPECT_EQ(Find(name), FindStatus::absent) << "a zombie";
 }
 
 TEST_F(ProcessTest, ReportsWhyAStartFailed) {
     std::signal(SIGCHLD, SIG_IGN);
-    const auto errorOf = [](const fs::path &path) {
-        return StartDetachedProcess(path.c_str()) ? 0 : static_cast<int>(LastError());
-    };
-    EXPECT_EQ(errorOf(m_folder / "missing"), ENOENT);
-    EXPECT_EQ(errorOf(m_folder), EACCES);
-    EXPECT_EQ(errorOf(m_pipe), EACCES);
-    std::signal(SIGCHLD, SIG_DFL);
-}
-
-TEST_F(ProcessTest, FindsLivingProcessesOfThisNamespaceByExactName) {
-    EXPECT_EQ(Find(), FindStatus::absent);
-    Child child([&](Line) { return execl(m_path.c_str(), "x", "600", nullptr); });
-    while (Find() == FindStatus::absent)
-        Sleep(1);
-    EXPECT_EQ(m_id, static_cast<uint32_t>(child.id));
-    fs::remove(m_path);
-    EXPECT_EQ(Find(), FindStatus::found) << "also when its file has been removed";
-    for (const std::string &other : {m_name + "x", m_name.substr(1), m_path.string()}) {
-        EXPECT_EQ(FindProcess(other.c_str(), &m_id), FindStatus::absent) << other;
-    }
-    setenv("AIPLC_NAMESPACE", "elsewhere", 1);
-    EXPECT_EQ(Find(), FindStatus::absent);
-    setenv("AIPLC_NAMESPACE", m_space.c_str(), 1);
-    kill(child.id, SIGKILL);
-    siginfo_t info{};
-    waitid(P_PID, static_cast<id_t>(child.id), &info, WEXITED | WNOWAIT);
-    EXPECT_EQ(Find(), FindStatus::absent) << "a zombie";
+    EXPECT_FALSE(StartDetachedProcess((folder / "missing").c_str()));
+    EXPECT_EQ(LastError(), uint32_t{ENOENT});
+    EXPECT_FALSE(StartDetachedProcess(folder.c_str()));
+    EXPECT_EQ(LastError(), uint32_t{EACCES});
 }
 
 TEST_F(ProcessTest, KnowsItsOwnExecutable) {

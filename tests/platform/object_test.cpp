@@ -1,0 +1,201 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <thread>
+
+#include "child_process.h"
+#include "platform/platform.h"
+
+namespace aiplc::platform {
+namespace {
+
+constexpr auto kHoldBlock = [](Line line) {
+    size_t size = 0;
+    auto *bytes = static_cast<char *>(MapView(CreateMapping("Block", 10776), &size));
+    if (bytes == nullptr || size < 10776 || bytes[0] != 0 || bytes[size - 1] != 0) return 1;
+    bytes[10770] = 7;
+    return line.Tell() && line.Await() ? 0 : 1;
+};
+
+TEST(NamedObject, VanishesWithItsLastHandleAlsoWhenTheHolderIsKilled) {
+    EXPECT_TRUE(Child(kHoldBlock).isReady);
+    EXPECT_EQ(OpenMapping("Block"), nullptr);
+    EXPECT_EQ(LastError(), uint32_t{ENOENT});
+    Child holder(kHoldBlock);
+    EXPECT_TRUE(holder.isReady) << "new and zero again";
+    EXPECT_EQ(CreateNamedMutex("Block"), nullptr) << "another kind";
+    EXPECT_EQ(LastError(), uint32_t{EEXIST});
+    const Handle opened = OpenMapping("Block");
+    const Handle created = CreateMapping("Block", 100000);
+    EXPECT_EQ(CreateNamedMutex("Block"), nullptr);
+    holder.Kill();
+    size_t size = 0;
+    auto *bytes = static_cast<char *>(MapView(created, &size));
+    EXPECT_LT(size, 100000U) << "an existing mapping keeps its size";
+    EXPECT_TRUE(CloseHandle(created) && CloseHandle(opened));
+    EXPECT_EQ(OpenMapping("Block"), nullptr) << "a view alone does not keep the name";
+    EXPECT_EQ(bytes[10770], 7);
+    EXPECT_TRUE(UnmapView(bytes));
+    EXPECT_FALSE(UnmapView(bytes) || CloseHandle(created));
+}
+
+TEST(NamedObject, RefusesWhatIsNoNameNoHandleOrTooBig) {
+    const std::string tooLong(65, 'a');
+    for (const char *name : {"", ".hosts", "a/b", "a b", "\xC3\xA4", tooLong.c_str()}) {
+        EXPECT_EQ(CreateNamedEvent(name), nullptr) << name;
+        EXPECT_EQ(LastError(), uint32_t{EINVAL}) << name;
+    }
+    for (const size_t size : {size_t{0}, size_t{1} << 50, size_t{1} << 62, SIZE_MAX}) {
+        EXPECT_EQ(CreateMapping("Huge", size), nullptr) << "its memory is there or it is an error";
+        EXPECT_EQ(OpenMapping("Huge"), nullptr);
+    }
+    for (const Handle bad : {Handle{nullptr}, InvalidHandle(), CreateMapping("Block", 1)}) {
+        EXPECT_EQ(Wait(bad, 0), kWaitFailed);
+        EXPECT_FALSE(SetEvent(bad) || ResetEvent(bad) || ReleaseMutex(bad));
+        EXPECT_EQ(LastError(), uint32_t{EBADF});
+    }
+    EXPECT_FALSE(CloseHandle(nullptr) || CloseHandle(InvalidHandle()));
+}
+
+// Creation, removal and the directory's own coming and going race with one another.
+TEST(NamedObject, OpensWhileOthersOpenCloseAndDie) {
+    const auto churn = [](Line line) {
+        line.Tell();
+        for (int i = 0; i < 200; ++i) {
+            const Handle event = CreateNamedEvent("E");
+            if (!SetEvent(event) || !CloseHandle(event)) return 1;
+        }
+        return 0;
+    };
+    Child children[] = {Child(churn), Child(churn), Child(churn)};
+    for (int i = 0; i < 20; ++i)
+        Child(kHoldBlock).Kill();
+    for (Child &child : children)
+        EXPECT_EQ(child.Join(), 0);
+    EXPECT_EQ(OpenMapping("Block"), nullptr);
+}
+
+TEST(Event, ReleasesOneOfManyWaitersForEachSet) {
+    auto &count = *static_cast<std::atomic<int> *>(mmap(nullptr, sizeof(std::atomic<int>),
+                                                        PROT_READ | PROT_WRITE,
+                                                        MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    const auto consume = [&](Line line) {
+        const Handle ping = CreateNamedEvent("Ping");
+        const Handle pong = CreateNamedEvent("Pong");
+        for (line.Tell(); Wait(ping, kWaitForever) == kWaitSignalled; SetEvent(pong))
+            ++count;
+        return 1;
+    };
+    const Child children[] = {Child(consume), Child(consume), Child(consume)};
+    for (const Child &child : children)
+        child.AwaitAsleep();
+    const Handle ping = CreateNamedEvent("Ping");
+    const Handle pong = CreateNamedEvent("Pong");
+    for (int sets = 1; sets <= 1000; ++sets) {
+        SetEvent(ping);
+        ASSERT_EQ(Wait(pong, 60000), kWaitSignalled);
+        ASSERT_EQ(count.load(), sets);
+    }
+    EXPECT_TRUE(SetEvent(pong) && SetEvent(pong));
+    EXPECT_EQ(Wait(CreateNamedEvent("Pong"), 0), kWaitSignalled);
+    EXPECT_EQ(Wait(pong, 0), kWaitTimeout) << "two sets before a wait are one signal";
+    EXPECT_EQ(LastError(), uint32_t{ETIMEDOUT});
+    EXPECT_TRUE(SetEvent(pong) && ResetEvent(pong));
+    EXPECT_EQ(Wait(pong, 1), kWaitTimeout);
+}
+
+constexpr auto kOwn = [](Line line) {
+    const bool isOwned = Wait(CreateNamedMutex("M"), 0) == kWaitSignalled;
+    return isOwned && line.Tell() && line.Await() ? 0 : 1;
+};
+
+// The best of many tries shows the wait's own error, the others the load of the machine.
+TEST(Wait, TimesOutWithinAMillisecond) {
+    Child owner(kOwn);
+    for (const Handle handle : {CreateNamedEvent("E"), CreateNamedMutex("M"), Handle{nullptr}}) {
+        int64_t least = INT64_MAX;
+        for (int i = 0; i < 50; ++i) {
+            const int64_t start = PerformanceCounter();
+            EXPECT_EQ(handle == nullptr ? (Sleep(5), kWaitTimeout) : Wait(handle, 5), kWaitTimeout);
+            least = std::min(least, PerformanceCounter() - start);
+        }
+        EXPECT_GE(least * 1000, 5 * PerformanceFrequency());
+        EXPECT_LT(least * 1000, 6 * PerformanceFrequency());
+    }
+}
+
+TEST(Mutex, BelongsToAThreadThatMayTakeItAgainAndIsAbandonedWithIt) {
+    Child owner(kOwn);
+    const Handle mutex = CreateNamedMutex("M");
+    const Handle same = CreateNamedMutex("M");
+    EXPECT_EQ(Wait(mutex, 0), kWaitTimeout);
+    owner.Kill();
+    EXPECT_EQ(Wait(mutex, 60000), kWaitAbandoned) << "by a process";
+    EXPECT_EQ(Wait(same, 1), kWaitSignalled);
+    for (int depth = 2; depth > 0; --depth) {
+        std::thread([&] {
+            EXPECT_EQ(Wait(same, 0), kWaitTimeout);
+            EXPECT_FALSE(ReleaseMutex(mutex));
+            EXPECT_EQ(LastError(), uint32_t{EPERM});
+        }).join();
+        EXPECT_TRUE(ReleaseMutex(same)) << "taken by one handle, given back by the other";
+    }
+    EXPECT_FALSE(ReleaseMutex(same));
+    std::thread(Wait, same, 0).join();
+    EXPECT_EQ(Wait(mutex, 0), kWaitAbandoned) << "by a thread";
+    EXPECT_TRUE(ReleaseMutex(mutex));
+    EXPECT_EQ(Wait(mutex, 1), kWaitSignalled) << "abandoned once";
+}
+
+TEST(Mutex, ClosingTheLastHandleReleasesOwnAndKeepsAnothersOwnership) {
+    Child other([](Line line) {
+        const Handle mutex = CreateNamedMutex("M");
+        line.Tell();
+        for (const uint32_t outcome : {kWaitSignalled, kWaitTimeout, kWaitAbandoned}) {
+            if (!line.Await() || Wait(mutex, 0) != outcome) return 1;
+            ReleaseMutex(mutex);
+            line.Tell();
+        }
+        return 0;
+    });
+    const auto letOtherTry = [&] { return other.line.Tell() && other.line.Await(); };
+    Handle mutex = CreateNamedMutex("M");
+    EXPECT_EQ(Wait(mutex, 0) + Wait(mutex, 0), kWaitSignalled);
+    CloseHandle(mutex);
+    EXPECT_TRUE(letOtherTry());
+    std::thread([&] {
+        mutex = CreateNamedMutex("M");
+        EXPECT_EQ(Wait(mutex, 0), kWaitSignalled);
+        std::thread(CloseHandle, mutex).join();
+        EXPECT_TRUE(letOtherTry());
+        mutex = CreateNamedMutex("M");
+        EXPECT_TRUE(ReleaseMutex(mutex)) << "still the owner by a new handle";
+        EXPECT_EQ(Wait(mutex, 0), kWaitSignalled);
+        std::thread(CloseHandle, mutex).join();
+    }).join();
+    other.line.Tell();
+    EXPECT_EQ(other.Join(), 0);
+}
+
+TEST(Bounded, KeepsWithinTheDestinationAndClearsItOnFailure) {
+    char text[] = "abcdefgh|";
+    EXPECT_EQ(CopyBounded(text, 4, text + 4, 4), 0) << "neighbours do not overlap";
+    EXPECT_EQ(FillBounded(text, 8, 'z', 2), 0);
+    EXPECT_STREQ(text, "zzghefgh|");
+    EXPECT_NE(CopyBounded(text, 8, text + 3, 4), 0);
+    EXPECT_EQ(std::string(text, 9), std::string(8, '\0') + '|');
+    text[1] = 'x';
+    EXPECT_NE(CopyBounded(text, 8, "123456789", 9), 0);
+    EXPECT_EQ(text[1], '\0');
+    EXPECT_NE(FillBounded(text, 8, 'y', 9), 0);
+    EXPECT_EQ(text[8], '|');
+}
+
+}  // namespace
+}  // namespace aiplc::platform
