@@ -77,6 +77,7 @@ bool Service::Open() {
 int Service::Run() {
     FlushDenormals();
     if (m_startedByHost) StartHostWatch();
+    bool isFirst = true;  // message
     for (;;) {
         const uint32_t outcome = platform::Wait(m_watch->workerReceiver.get(),
                                                 m_watching ? platform::kWaitForever : kFirstHostMs);
@@ -103,10 +104,14 @@ int Service::Run() {
                 ServeRequest();
                 break;
             case protocol::AIPLC_DELETE:
-                return 0;
+                // The first message may be one that a worker before this one did not take. Whoever
+                // means this one asks again.
+                if (!isFirst) return 0;
+                break;
             default:  // AIPLC_NONE, or no message of this protocol
                 break;
         }
+        isFirst = false;
     }
 }
 
