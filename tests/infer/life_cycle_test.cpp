@@ -52,16 +52,16 @@ TEST_F(LifeCycle, StopsTheWorkerItStarted) {
 TEST_F(LifeCycle, UndoesAFailedStartAndKeepsTheRings) {
     const struct {
         const char *call;
-        int nth;  // 0 all
         int64_t answer;
+        int nth;  // 0 all
         int result;
         const char *line;
     } cases[] = {
-        {"CreateEvent AIPLC_WORKER_RECEIVER", 1, kOutOfMemory, -4, "new adapter failed"},
-        {"CreateEvent AIPLC_INPUT_READY", 1, 0, -14, "create adapter failed: ret = 204"},
-        {"CreateMutex AiplcInferMutex", 1, kOutOfMemory, -15, "init adapter failed: ret =-1"},
-        {"Wait AIPLC_ADAPTER_RECEIVER 200", 0, 258, -15, "init adapter failed: ret =201"},
-        {"Wait AIPLC_ADAPTER_RECEIVER 5000", 1, 258, -15, "init adapter failed: ret =-1"},
+        {"CreateEvent AIPLC_WORKER_RECEIVER", kOutOfMemory, 1, -4, "new adapter failed"},
+        {"CreateEvent AIPLC_INPUT_READY", 0, 1, -14, "create adapter failed: ret = 204"},
+        {"CreateMutex AiplcInferMutex", kOutOfMemory, 1, -15, "init adapter failed: ret =-1"},
+        {"Wait AIPLC_ADAPTER_RECEIVER 200", 258, 0, -15, "init adapter failed: ret =201"},
+        {"Wait AIPLC_ADAPTER_RECEIVER 5000", 258, 1, -15, "init adapter failed: ret =-1"},
     };
     for (const auto &each : cases) {
         SCOPED_TRACE(each.call);
