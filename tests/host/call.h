@@ -3,8 +3,12 @@
 #ifndef AIPLC_TESTS_HOST_CALL_H
 #define AIPLC_TESTS_HOST_CALL_H
 
-#include <cstdint>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
 #include <functional>
+#include <numbers>
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,37 +18,86 @@
 
 namespace aiplc::host {
 
+using Pcm = std::vector<int16_t>;
+using Packets = std::vector<RtpPacket>;
+
 // Voiced sound with a moving pitch, noise and pauses between syllables.
-std::vector<int16_t> SpeechLike(uint32_t sampleRate, double seconds);
+inline Pcm SpeechLike(uint32_t sampleRate, double seconds) {
+    Pcm pcm(static_cast<size_t>(seconds * sampleRate));
+    double phase = 0;
+    uint32_t noise = 1;
+    for (size_t i = 0; i < pcm.size(); ++i) {
+        const double time = static_cast<double>(i) / sampleRate;
+        phase += 2 * std::numbers::pi * (140 + 25 * std::sin(5 * time)) / sampleRate;
+        noise = noise * 1664525U + 1013904223U;
+        double sample = static_cast<double>(noise >> 16) / 65536 - 0.5;
+        for (int harmonic = 1; harmonic <= 12; ++harmonic)
+            sample += std::sin(harmonic * phase) / harmonic;
+        const double syllable = std::max(0.05, std::sin(2 * std::numbers::pi * 3 * time));
+        pcm[i] = static_cast<int16_t>(5000 * syllable * sample);
+    }
+    return pcm;
+}
 
-std::vector<RtpPacket> Encode(const SenderOptions &options, const std::vector<int16_t> &pcm);
+inline Packets Encode(const SenderOptions &options, const Pcm &pcm) {
+    Sender sender(options);
+    Packets packets = sender.Push(pcm);
+    std::ranges::move(sender.Flush(), std::back_inserter(packets));
+    return packets;
+}
 
-// What a decoder makes of the packets, one after the other.
-std::vector<int16_t> DecodeAll(const std::vector<RtpPacket> &packets, uint32_t sampleRate);
+inline Packets Speech(const SenderOptions &options, double seconds) {
+    return Encode(options, SpeechLike(options.sampleRate, seconds));
+}
 
-// A receiver's output. Start-up frames are left out, so that frame 0 comes first.
-struct PlayedCall {
-    std::vector<int16_t> pcm;
-    std::vector<FrameSource> sources;
-    std::vector<OutputFrame> frames;  // without samples
-    Statistics statistics;
+inline ReceiverOptions NoWorker(uint32_t sampleRate) {
+    return {.sampleRate = sampleRate, .useWorker = false};
+}
 
-    // One letter a frame: decoded, late, fec, x = dtx, partial, interpolated, extrapolated, codec,
-    // muted, o = lost.
-    std::string Sources() const;
-};
-
-// The tick at which a packet arrives; nothing: lost. A packet sent at time t is due at tick t / 20
-// ms and arrives in time when it is pushed before that tick.
+// The tick at which a packet arrives, in time when it is the one that it is due; nothing: lost.
 using Arrival = std::function<std::optional<int64_t>(size_t index, int64_t due)>;
 
-// Plays a call to its end. With stop, so many frames.
-PlayedCall Play(const std::vector<RtpPacket> &packets, const ReceiverOptions &options,
-                const Arrival &arrival, int64_t frames = 0);
+// All packets in time but the lost ones, and the first to last of some that are delayed.
+inline Arrival Losing(const std::vector<size_t> &lost, size_t first = 0, size_t last = 0,
+                      int64_t delay = 0) {
+    return [=](size_t index, int64_t due) -> std::optional<int64_t> {
+        if (std::ranges::count(lost, index) > 0) return std::nullopt;
+        return index >= first && index <= last ? due + delay : due;
+    };
+}
 
-Arrival InTime();
-// Loses the packets with these indices.
-Arrival Losing(std::vector<size_t> lost);
+// A receiver's output from frame 0 on.
+struct PlayedCall {
+    // Plays a call to its end or, where frames are given, so many.
+    PlayedCall(const Packets &packets, const ReceiverOptions &options,
+               const Arrival &arrival = Losing({}), int64_t count = 0) {
+        std::vector<std::vector<size_t>> arriving(1000);
+        for (size_t i = 0; i < packets.size(); ++i) {
+            const int64_t due = (packets[i].timestamp - packets[0].timestamp) / 960;
+            const std::optional<int64_t> tick = arrival(i, due);
+            if (tick) arriving.at(static_cast<size_t>(*tick)).push_back(i);
+        }
+        if (count == 0) count = (packets.back().timestamp - packets[0].timestamp) / 960 + 1;
+        Receiver receiver(options);
+        for (size_t tick = 0; frames.size() < static_cast<size_t>(count); ++tick) {
+            for (const size_t index : arriving.at(tick))
+                receiver.Push(packets[index]);
+            OutputFrame frame = receiver.Pull();
+            if (frame.frame < 0) continue;
+            std::ranges::copy(frame.samples, std::back_inserter(pcm));
+            // Decoded, late, fec, x = dtx, partial, interpolated, extrapolated, codec, muted,
+            // o = lost.
+            sources += "sdlfxpiecmo"[static_cast<size_t>(frame.source)];
+            frame.samples = {};
+            frames.push_back(frame);
+        }
+        statistics = receiver.GetStatistics();
+    }
+    Pcm pcm;
+    std::string sources;              // one letter a frame
+    std::vector<OutputFrame> frames;  // without samples
+    Statistics statistics;
+};
 
 }  // namespace aiplc::host
 

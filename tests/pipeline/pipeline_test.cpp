@@ -184,6 +184,7 @@ TEST_F(Pipeline, MalformedRecordsEndTheReadingInsideTheArea) {
         EXPECT_FALSE(logged.empty()) << length;
     }
     m_stream.pktCursor = nullptr;
+    m_stream.pktWordsLeft = 400;
     m_stream.inAvailable = 320;
     EXPECT_EQ(AiPlcApply(&m_context, 7, 0), 0);
     // A record may be longer than its frame.
