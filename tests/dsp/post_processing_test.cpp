@@ -34,9 +34,8 @@ class PostProcessing : public testing::TestWithParam<bool> {
     // The PCM of a frame of noise in the lowest band, with the frame after it as its look-ahead.
     Samples Process(int frame, bool narrowband) {
         for (int i = 0; i < 640; ++i) {
-            const int noise = 7919 * (320 * frame + i) % 20011 - 10000;
-            (i < 320 ? m_node->bands[0] : m_channel->nextPredict)[i % 320] =
-                static_cast<int16_t>(noise);
+            int16_t *half = i < 320 ? m_node->bands[0] : m_channel->nextPredict;
+            half[i % 320] = static_cast<int16_t>(7919 * (320 * frame + i) % 20011 - 10000);
         }
         m_node->bandwidth = narrowband ? 1101 : 1103;
         m_node->hasNextPredict = 1;

@@ -18,6 +18,10 @@ static size_t allocations = 0;
     if (void *memory = std::malloc(size)) return memory;
     throw std::bad_alloc();
 }
+[[gnu::noinline]] void *operator new(size_t size, const std::nothrow_t &) noexcept {
+    ++allocations;
+    return std::malloc(size);
+}
 [[gnu::noinline]] void operator delete(void *memory) noexcept {
     std::free(memory);
 }
