@@ -10,7 +10,7 @@ namespace aiplc::pipeline {
 namespace {
 
 constexpr char kUnit[] = "aiplc_process";
-constexpr std::ptrdiff_t kReserveBytes = 6 * AIPLC_FRAME_SAMPLES_48K * sizeof(int16_t);
+constexpr std::ptrdiff_t kReserveBytes = 11520;  // six frames at 48 kHz
 constexpr uint32_t kFrameMs = 20;
 
 // Bytes from a position to the end of its area; negative when the position lies outside.

@@ -47,7 +47,7 @@ bool IsReadable(const RecordHeader &header, uint32_t wordsLeft, uint32_t frameSa
 // Copies one record's frame into node and moves the cursor past the record.
 Take TakeRecord(AiPlcHostStream &stream, uint32_t frameSamples, AiPlcPkt *node,
                 uint32_t &samplesTaken) {
-    RecordHeader header;
+    RecordHeader header{};
     if (stream.pktCursor == nullptr || stream.pktWordsLeft < kHeaderWords) return Take::malformed;
     std::memcpy(&header, stream.pktCursor, sizeof header);
     if (!IsReadable(header, stream.pktWordsLeft, frameSamples)) return Take::malformed;
@@ -72,7 +72,7 @@ void AdvanceInput(AiPlcHostStream &stream, uint64_t frames, uint32_t frameSample
     const uint64_t bytes = frames * frameSamples * sizeof(int16_t);
     const uintptr_t position =
         reinterpret_cast<uintptr_t>(stream.inReadPos) + static_cast<uintptr_t>(bytes);
-    stream.inReadPos = reinterpret_cast<uint8_t *>(position);
+    stream.inReadPos = std::bit_cast<uint8_t *>(position);
     const auto left =
         static_cast<intptr_t>(reinterpret_cast<uintptr_t>(stream.inEndPos) - position);
     stream.inAvailable = static_cast<uint16_t>(left / static_cast<intptr_t>(sizeof(int16_t)));
