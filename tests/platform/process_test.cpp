@@ -61,7 +61,7 @@ TEST_F(ProcessTest, StartsDetachedAndIsFoundByExactNameAsLongAsItLives) {
     EXPECT_EQ(report, "0 " + fs::current_path().string() + ' ' + space +
                           " 0\n/dev/null\n/dev/null\n"
                           "SigBlk:0000000000000000SigIgn:0000000000000000");
-    while (Find(name) == FindStatus::absent)
+    while (Find(name) != FindStatus::found)
         Sleep(1);
     for (const std::string &other : {name + "x", name.substr(1), (folder / name).string()})
         EXPECT_EQ(Find(other), FindStatus::absent) << other;
