@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: BSD-2-Clause
-//
-// IPC and AiplcAdapter over a platform that fails on demand.
 
 #include <gmock/gmock.h>
 

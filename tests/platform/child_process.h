@@ -39,7 +39,7 @@ class Child {
         isReady = line.Await();
     }
     ~Child() {
-        if (id > 0) Kill();
+        Kill();
         close(line.end);
     }
     Child(const Child &) = delete;
@@ -51,6 +51,7 @@ class Child {
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
     void Kill() {
+        if (id <= 0) return;  // not a process: every one
         kill(id, SIGKILL);
         Join();
     }

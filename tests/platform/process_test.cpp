@@ -64,7 +64,7 @@ TEST_F(ProcessTest, StartsDetachedAndIsFoundByExactNameAsLongAsItLives) {
                                              "SigBlk:0000000000000000");
     // 32 and 33 are the C library's own, which stay as this process got them.
     EXPECT_EQ(std::stoull(report.substr(ignored + 7), nullptr, 16) & ~0x180000000ULL, 0U);
-    while (Find(name) == FindStatus::absent)
+    while (Find(name) != FindStatus::found)
         Sleep(1);
     for (const std::string &other : {name + "x", name.substr(1), (folder / name).string()})
         EXPECT_EQ(Find(other), FindStatus::absent) << other;
