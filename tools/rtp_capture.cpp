@@ -5,6 +5,7 @@
 #include <pcap/pcap.h>
 
 #include <algorithm>
+#include <compare>
 #include <cstdio>
 #include <map>
 #include <memory>
@@ -25,9 +26,7 @@ constexpr int64_t kLastSecond = 9'000'000'000;  // so that nanoseconds fit
 struct StreamKey {
     uint32_t ssrc;
     int payloadType;
-    bool operator<(const StreamKey &other) const {
-        return ssrc != other.ssrc ? ssrc < other.ssrc : payloadType < other.payloadType;
-    }
+    auto operator<=>(const StreamKey &) const = default;
 };
 using StreamCounts = std::map<StreamKey, uint64_t>;
 
@@ -193,9 +192,7 @@ CapturedCall ReadCapture(const InputFile &input, const StreamChoice &choice) {
     StreamCounts streams;
     const StreamKey chosen = ChooseStream(input, choice, streams);
     CapturedCall captured;
-    captured.ssrc = chosen.ssrc;
-    captured.payloadType = chosen.payloadType;
-    captured.otherStreams = streams.size() - 1;
+    captured.stream = {chosen.ssrc, chosen.payloadType, 0, streams.size() - 1};
     OpusCall &call = captured.call;
     call.hasArrivalTimes = true;
 
@@ -207,14 +204,14 @@ CapturedCall ReadCapture(const InputFile &input, const StreamChoice &choice) {
     bool cut = false;
     bool anyOpus = false;
     while (capture.Next(packet, timeNs, cut)) {
-        if (packet.ssrc != chosen.ssrc || packet.payloadType != chosen.payloadType) continue;
+        if (StreamKey{packet.ssrc, packet.payloadType} != chosen) continue;
         if (cut) {
             throw Failure(input.Name(),
                           "holds only the beginning of some packets; capture whole "
                           "packets (tcpdump -s 0)");
         }
         if (packet.payload.empty()) {  // padding that probes the network
-            ++captured.probes;
+            ++captured.stream.probes;
             continue;
         }
         if (call.packets.empty()) firstNs = timeNs;
