@@ -5,7 +5,6 @@
 #include <pcap/pcap.h>
 
 #include <algorithm>
-#include <compare>
 #include <cstdio>
 #include <map>
 #include <memory>
@@ -26,7 +25,9 @@ constexpr int64_t kLastSecond = 9'000'000'000;  // so that nanoseconds fit
 struct StreamKey {
     uint32_t ssrc;
     int payloadType;
-    auto operator<=>(const StreamKey &) const = default;
+    bool operator<(const StreamKey &other) const {
+        return ssrc != other.ssrc ? ssrc < other.ssrc : payloadType < other.payloadType;
+    }
 };
 using StreamCounts = std::map<StreamKey, uint64_t>;
 
@@ -204,7 +205,7 @@ CapturedCall ReadCapture(const InputFile &input, const StreamChoice &choice) {
     bool cut = false;
     bool anyOpus = false;
     while (capture.Next(packet, timeNs, cut)) {
-        if (StreamKey{packet.ssrc, packet.payloadType} != chosen) continue;
+        if (packet.ssrc != chosen.ssrc || packet.payloadType != chosen.payloadType) continue;
         if (cut) {
             throw Failure(input.Name(),
                           "holds only the beginning of some packets; capture whole "
