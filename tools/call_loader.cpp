@@ -102,8 +102,8 @@ void TakePackets(OpusCall &call, std::vector<host::RtpPacket> packets) {
 LoadedCall Encode(InputFile &input, const ConcealOptions &options) {
     SpeechAudio audio(input);
     LoadedCall loaded;
-    loaded.audioRate = audio.SampleRate();
-    loaded.audioChannels = audio.Channels();
+    loaded.source.audioRate = audio.SampleRate();
+    loaded.source.audioChannels = audio.Channels();
     loaded.sampleRate = RateOfSpeech(options, audio.SampleRate());
     audio.ConvertTo(loaded.sampleRate);
 
@@ -138,10 +138,7 @@ LoadedCall ReadPackets(InputFile &input, InputKind kind, const ConcealOptions &o
     } else {
         CapturedCall captured = ReadCapture(input, options.stream);
         loaded.call = std::move(captured.call);
-        loaded.ssrc = captured.ssrc;
-        loaded.payloadType = captured.payloadType;
-        loaded.otherStreams = captured.otherStreams;
-        loaded.probes = captured.probes;
+        loaded.source.stream = captured.stream;
     }
     const bool wide = WidestBandwidth(loaded.call) > OPUS_BANDWIDTH_WIDEBAND;
     loaded.sampleRate = options.sampleRate.value_or(wide ? 48000 : 16000);
@@ -193,7 +190,7 @@ ConcealOptions WithDefaults(ConcealOptions options, InputKind kind) {
 LoadedCall LoadCall(InputFile &input, InputKind kind, const ConcealOptions &options) {
     LoadedCall loaded =
         kind == InputKind::speechAudio ? Encode(input, options) : ReadPackets(input, kind, options);
-    loaded.kind = kind;
+    loaded.source.kind = kind;
     return loaded;
 }
 

@@ -13,19 +13,19 @@
 
 namespace aiplc::tools {
 
-// A call ready to be played, and where it came from.
+// Where a call came from.
+struct CallSource {
+    InputKind kind = InputKind::unknown;
+    int audioRate = 0;      // Hz, speech audio only
+    int audioChannels = 0;  // speech audio only
+    CapturedStream stream;  // captures only
+};
+
+// A call ready to be played.
 struct LoadedCall {
     OpusCall call;
-    InputKind kind = InputKind::unknown;
+    CallSource source;
     int sampleRate = 16000;  // of the output: 16000 or 48000 Hz
-    // Speech audio only.
-    int audioRate = 0;
-    int audioChannels = 0;
-    // Captures only.
-    uint32_t ssrc = 0;
-    int payloadType = 0;
-    uint64_t otherStreams = 0;
-    uint64_t probes = 0;
 };
 
 // "speech audio", "Ogg Opus" and so on.

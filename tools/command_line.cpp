@@ -55,62 +55,50 @@ std::string RateInHz(const std::string &text) {
 }
 
 void AddEncoding(CLI::App &app, EncodingOptions &encoding) {
-    const char *group = "Encoding of speech audio";
+    app.option_defaults()->group("Encoding of speech audio");
     app.add_option("--bitrate", encoding.bitrate, "bit/s, 6000 to 510000 (24000)")
         ->check(CLI::Range(6000, 510000).description(""))
-        ->type_name("N")
-        ->group(group);
+        ->type_name("N");
     app.add_option("--frame-ms", encoding.frameMs, "packet length: 10, 20, 40 or 60 ms (20)")
         ->check(CLI::IsMember({10, 20, 40, 60}).description(""))
-        ->type_name("MS")
-        ->group(group);
+        ->type_name("MS");
     app.add_option("--bandwidth", encoding.bandwidth,
                    "at most nb (4 kHz), mb (6), wb (8), swb (12) or fb (20); auto")
         ->check(CLI::IsMember({"auto", "nb", "mb", "wb", "swb", "fb"}).description(""))
-        ->type_name("NAME")
-        ->group(group);
+        ->type_name("NAME");
     app.add_option("--complexity", encoding.complexity, "0 to 10 (10)")
         ->check(CLI::Range(0, 10).description(""))
-        ->type_name("N")
-        ->group(group);
-    app.add_flag("--fec", encoding.fec, "in-band redundancy, prepared for the --loss given")
-        ->group(group);
-    app.add_flag("--dtx", encoding.dtx, "send nothing in pauses")->group(group);
+        ->type_name("N");
+    app.add_flag("--fec", encoding.fec, "in-band redundancy, prepared for the --loss given");
+    app.add_flag("--dtx", encoding.dtx, "send nothing in pauses");
 }
 
 void AddLoss(CLI::App &app, LossOptions &loss) {
-    const char *group = "Loss";
+    app.option_defaults()->group("Loss");
     app.add_option("--loss", loss.lossPercent, "percent of packets to lose, 0 to below 100")
-        ->type_name("PERCENT")
-        ->group(group);
+        ->type_name("PERCENT");
     app.add_option("--burst", loss.meanBurst,
                    "mean length of a loss in packets, 1 or more (independent losses)")
         ->check(CLI::Range(1.0, 1e6).description(""))
-        ->type_name("MEAN")
-        ->group(group);
+        ->type_name("MEAN");
     app.add_option("--seed", loss.seed, "of the losses; the same seed, the same losses (1)")
-        ->type_name("N")
-        ->group(group);
+        ->type_name("N");
     app.add_option("--loss-trace", loss.tracePath,
                    "file of 0 (received) and 1 (lost), one per packet; repeats")
-        ->type_name("FILE")
-        ->group(group);
+        ->type_name("FILE");
 }
 
 void AddCapture(CLI::App &app, ConcealOptions &options) {
-    const char *group = "Captures";
+    app.option_defaults()->group("Captures");
     app.add_option("--ssrc", options.stream.ssrc, "of the stream, 0x... or decimal")
-        ->type_name("N")
-        ->group(group);
+        ->type_name("N");
     app.add_option("--payload-type", options.stream.payloadType, "of the stream, 0 to 127")
         ->check(CLI::Range(0, 127).description(""))
-        ->type_name("N")
-        ->group(group);
+        ->type_name("N");
     app.add_option("--jitter-buffer", options.jitterBufferMs,
                    "ms from the first packet to playing, 0 to 10000 (40)")
         ->check(CLI::Range(0, kMaxJitterBufferMs).description(""))
-        ->type_name("MS")
-        ->group(group);
+        ->type_name("MS");
 }
 
 CLI::App *AddConceal(CLI::App &program, ConcealOptions &options) {
@@ -146,26 +134,25 @@ CLI::App *AddConceal(CLI::App &program, ConcealOptions &options) {
     return app;
 }
 
-void PrintError(const char *command, const std::string &message) {
-    std::fprintf(stderr, "aiplc: %s: %s\n", command, message.c_str());
+void PrintError(const char *message) {
+    std::fprintf(stderr, "aiplc: conceal: %s\n", message);
 }
 
 int RunConceal(const ConcealOptions &options) {
-    const char *command = "conceal";
     try {
         Conceal(options);
         return 0;
     } catch (const UsageError &error) {
-        PrintError(command, error.what());
+        PrintError(error.what());
         return kExitUsage;
     } catch (const Interrupted &) {
-        PrintError(command, "interrupted; nothing was written");
+        PrintError("interrupted; nothing was written");
         return kExitInterrupted;
     } catch (const std::bad_alloc &) {
-        PrintError(command, "not enough memory");
+        PrintError("not enough memory");
         return kExitFailure;
     } catch (const std::exception &error) {
-        PrintError(command, error.what());
+        PrintError(error.what());
         return kExitFailure;
     }
 }

@@ -185,18 +185,6 @@ class Run {
     std::unique_ptr<LogSpectralDistance> m_distance;
 };
 
-void DescribeInput(const InputFile &input, const LoadedCall &loaded, ConcealReport &report) {
-    report.inputName = input.Name();
-    report.kind = loaded.kind;
-    report.audioRate = loaded.audioRate;
-    report.audioChannels = loaded.audioChannels;
-    report.ssrc = loaded.ssrc;
-    report.payloadType = loaded.payloadType;
-    report.otherStreams = loaded.otherStreams;
-    report.probes = loaded.probes;
-    report.sampleRate = loaded.sampleRate;
-}
-
 void CheckWorker(const ConcealOptions &options, bool running) {
     if (options.noAi || running) return;
     if (options.requireAi) {
@@ -224,7 +212,9 @@ ConcealReport Conceal(const ConcealOptions &given) {
     options.sampleRate = loaded.sampleRate;
     const OpusCall &call = loaded.call;
     ConcealReport report;
-    DescribeInput(input, loaded, report);
+    report.inputName = input.Name();
+    report.source = loaded.source;
+    report.sampleRate = loaded.sampleRate;
     const int jitterBufferMs = options.jitterBufferMs.value_or(0);
     const std::vector<bool> lost = DrawLosses(call, model.get(), report);
     const CallTimeline timeline(call, lost, loaded.sampleRate, jitterBufferMs);

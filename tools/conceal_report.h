@@ -16,14 +16,7 @@ namespace aiplc::tools {
 // What came of one run of `aiplc conceal`.
 struct ConcealReport {
     std::string inputName;
-    InputKind kind = InputKind::unknown;
-    int audioRate = 0;      // Hz, speech audio only
-    int audioChannels = 0;  // speech audio only
-    uint32_t ssrc = 0;      // captures only, like the three below
-    int payloadType = 0;
-    uint64_t otherStreams = 0;
-    uint64_t probes = 0;
-
+    CallSource source;
     int sampleRate = 0;  // Hz, of the output
     int64_t samples = 0;
     int64_t delay = 0;            // samples by which the output trails the input

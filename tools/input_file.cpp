@@ -83,7 +83,6 @@ InputFile InputFile::Open(const std::string &name) {
     InputFile input;
     const bool standardInput = name == "-";
     input.m_name = standardInput ? "standard input" : name;
-    if (!standardInput) input.m_path = name;
     const int descriptor = standardInput ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3)
                                          : open(name.c_str(), O_RDONLY | O_CLOEXEC);
     struct stat status {};

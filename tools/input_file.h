@@ -31,8 +31,6 @@ class InputFile {
     // What messages call it.
     [[nodiscard]] const std::string &Name() const { return m_name; }
     [[nodiscard]] uint64_t Size() const { return m_size; }
-    // Path as given; empty for standard input.
-    [[nodiscard]] const std::string &Path() const { return m_path; }
     [[nodiscard]] InputKind Kind() const;
 
     void Rewind();
@@ -51,7 +49,6 @@ class InputFile {
 
     std::unique_ptr<std::FILE, Close> m_file;
     std::string m_name;
-    std::string m_path;
     uint64_t m_size = 0;
 };
 

@@ -35,7 +35,8 @@ Bytes Unwrap(Bytes frame, size_t typeAt, size_t headerBytes) {
     return type == kEtherIpv4 || type == kEtherIpv6 ? frame.subspan(headerBytes) : Bytes();
 }
 
-Bytes NetworkPacket(int linkType, Bytes frame) {
+// Nothing for a link type that is not known; empty when the frame has no network packet.
+std::optional<Bytes> NetworkPacket(int linkType, Bytes frame) {
     switch (linkType) {
         case DLT_EN10MB:
             return Unwrap(frame, 12, 14);
@@ -52,7 +53,7 @@ Bytes NetworkPacket(int linkType, Bytes frame) {
         case DLT_IPV6:
             return frame;
         default:
-            return {};
+            return std::nullopt;
     }
 }
 
@@ -102,27 +103,15 @@ std::optional<UdpPayload> Ipv6(Bytes packet) {
 }  // namespace
 
 bool IsKnownLinkType(int linkType) {
-    switch (linkType) {
-        case DLT_EN10MB:
-        case DLT_LINUX_SLL:
-        case DLT_LINUX_SLL2:
-        case DLT_NULL:
-        case DLT_LOOP:
-        case DLT_RAW:
-        case DLT_IPV4:
-        case DLT_IPV6:
-            return true;
-        default:
-            return false;
-    }
+    return NetworkPacket(linkType, {}).has_value();
 }
 
 std::optional<UdpPayload> FindUdpPayload(int linkType, std::span<const uint8_t> frame) {
-    const Bytes packet = NetworkPacket(linkType, frame);
-    if (packet.empty()) return std::nullopt;
-    const int version = packet[0] >> 4;
-    if (version == 4) return Ipv4(packet);
-    if (version == 6) return Ipv6(packet);
+    const std::optional<Bytes> packet = NetworkPacket(linkType, frame);
+    if (!packet || packet->empty()) return std::nullopt;
+    const int version = packet->front() >> 4;
+    if (version == 4) return Ipv4(*packet);
+    if (version == 6) return Ipv6(*packet);
     return std::nullopt;
 }
 

@@ -21,8 +21,8 @@ namespace {
 
 bool SameFile(const struct stat &target, const InputFile &input) {
     struct stat source {};
-    return !input.Path().empty() && stat(input.Path().c_str(), &source) == 0 &&
-           source.st_dev == target.st_dev && source.st_ino == target.st_ino;
+    return fstat(input.Descriptor(), &source) == 0 && source.st_dev == target.st_dev &&
+           source.st_ino == target.st_ino;
 }
 
 // The rights a new file gets from the shell's umask; mkstemp gives fewer.
@@ -32,17 +32,19 @@ mode_t NewFileMode() {
     return 0666 & ~mask;
 }
 
-void WriteAll(int descriptor, const char *bytes, size_t count) {
+// False, with errno set, when the bytes do not fit. Throws Interrupted.
+bool WriteAll(int descriptor, const char *bytes, size_t count) {
     while (count > 0) {
         const ssize_t done = write(descriptor, bytes, count);
         if (done < 0 && errno == EINTR) {
             ThrowIfInterrupted();
             continue;
         }
-        if (done < 0) throw Failure(strerror(errno));
+        if (done < 0) return false;
         bytes += done;
         count -= static_cast<size_t>(done);
     }
+    return true;
 }
 
 }  // namespace
@@ -95,11 +97,7 @@ void OutputFile::Fail(const char *what) const {
 }
 
 void OutputFile::Write(const std::string &text) {
-    try {
-        WriteAll(m_descriptor, text.data(), text.size());
-    } catch (const Failure &) {
-        Fail("cannot be written");
-    }
+    if (!WriteAll(m_descriptor, text.data(), text.size())) Fail("cannot be written");
 }
 
 void OutputFile::CopyTo(int descriptor) {
@@ -109,11 +107,8 @@ void OutputFile::CopyTo(int descriptor) {
         const ssize_t got = pread(m_descriptor, block.data(), block.size(), at);
         if (got < 0) Fail("the temporary copy cannot be read");
         if (got == 0) return;
-        try {
-            WriteAll(descriptor, block.data(), static_cast<size_t>(got));
-        } catch (const Failure &) {
+        if (!WriteAll(descriptor, block.data(), static_cast<size_t>(got)))
             Fail("cannot be written");
-        }
         at += got;
     }
 }

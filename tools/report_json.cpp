@@ -55,16 +55,16 @@ Json OptionsJson(const ConcealOptions &options) {
 Json InputJson(const ConcealReport &report) {
     Json json;
     json["name"] = report.inputName;
-    json["kind"] = InputKindName(report.kind);
-    if (report.kind == InputKind::speechAudio) {
-        json["sampleRate"] = report.audioRate;
-        json["channels"] = report.audioChannels;
+    json["kind"] = InputKindName(report.source.kind);
+    if (report.source.kind == InputKind::speechAudio) {
+        json["sampleRate"] = report.source.audioRate;
+        json["channels"] = report.source.audioChannels;
     }
-    if (report.kind == InputKind::capture) {
-        json["ssrc"] = report.ssrc;
-        json["payloadType"] = report.payloadType;
-        json["otherStreams"] = report.otherStreams;
-        json["paddingOnlyPackets"] = report.probes;
+    if (report.source.kind == InputKind::capture) {
+        json["ssrc"] = report.source.stream.ssrc;
+        json["payloadType"] = report.source.stream.payloadType;
+        json["otherStreams"] = report.source.stream.otherStreams;
+        json["paddingOnlyPackets"] = report.source.stream.probes;
     }
     json["packets"] = report.packets;
     json["packetsMissing"] = report.packetsMissing;

@@ -25,13 +25,14 @@ double Percent(double part, double whole) {
 }
 
 void AddInput(std::string &text, const ConcealReport &report) {
-    Add(text, "input     %s: %s", report.inputName.c_str(), InputKindName(report.kind));
-    if (report.kind == InputKind::speechAudio) {
-        Add(text, ", %d Hz, %d channel%s", report.audioRate, report.audioChannels,
-            report.audioChannels == 1 ? "" : "s");
+    Add(text, "input     %s: %s", report.inputName.c_str(), InputKindName(report.source.kind));
+    if (report.source.kind == InputKind::speechAudio) {
+        Add(text, ", %d Hz, %d channel%s", report.source.audioRate, report.source.audioChannels,
+            report.source.audioChannels == 1 ? "" : "s");
     }
-    if (report.kind == InputKind::capture) {
-        Add(text, ", SSRC 0x%08x, payload type %d", report.ssrc, report.payloadType);
+    if (report.source.kind == InputKind::capture) {
+        Add(text, ", SSRC 0x%08x, payload type %d", report.source.stream.ssrc,
+            report.source.stream.payloadType);
     }
     text += '\n';
 }
@@ -40,7 +41,7 @@ void AddPackets(std::string &text, const ConcealReport &report) {
     const auto packets = static_cast<unsigned long long>(report.packets);
     unsigned long long lost = report.packetsMissing;
     lost += report.packetsDropped;
-    if (report.kind == InputKind::capture) {
+    if (report.source.kind == InputKind::capture) {
         Add(text,
             "packets   %llu captured, %llu of them lost by simulation; in all %lld missing, "
             "%llu too late\n",

@@ -193,9 +193,7 @@ CapturedCall ReadCapture(const InputFile &input, const StreamChoice &choice) {
     StreamCounts streams;
     const StreamKey chosen = ChooseStream(input, choice, streams);
     CapturedCall captured;
-    captured.ssrc = chosen.ssrc;
-    captured.payloadType = chosen.payloadType;
-    captured.otherStreams = streams.size() - 1;
+    captured.stream = {chosen.ssrc, chosen.payloadType, 0, streams.size() - 1};
     OpusCall &call = captured.call;
     call.hasArrivalTimes = true;
 
@@ -214,7 +212,7 @@ CapturedCall ReadCapture(const InputFile &input, const StreamChoice &choice) {
                           "packets (tcpdump -s 0)");
         }
         if (packet.payload.empty()) {  // padding that probes the network
-            ++captured.probes;
+            ++captured.stream.probes;
             continue;
         }
         if (call.packets.empty()) firstNs = timeNs;

@@ -30,12 +30,17 @@ struct StreamChoice {
     std::optional<int> payloadType;  // 0..127
 };
 
-struct CapturedCall {
-    OpusCall call;
+// The stream that was chosen.
+struct CapturedStream {
     uint32_t ssrc = 0;
     int payloadType = 0;
     uint64_t probes = 0;        // packets of nothing but padding, left out
     uint64_t otherStreams = 0;  // RTP streams that were not chosen
+};
+
+struct CapturedCall {
+    OpusCall call;
+    CapturedStream stream;
 };
 
 // Reads the RTP stream with the most packets among those that fit the choice; payload types below

@@ -79,8 +79,6 @@ SpeechAudio::SpeechAudio(InputFile &input) : m_name(input.Name()), m_file(input)
     ConvertTo(m_sampleRate);
 }
 
-SpeechAudio::~SpeechAudio() = default;
-
 void SpeechAudio::ConvertTo(int sampleRate) {
     m_totalSamples = (m_fileFrames * sampleRate + m_sampleRate / 2) / m_sampleRate;
     m_totalSamples = std::max<int64_t>(m_totalSamples, 1);

@@ -24,9 +24,6 @@ class SpeechAudio {
     // Throws Failure when the audio cannot be decoded, is empty, truncated or longer than 12 hours.
     // input must outlive this object.
     explicit SpeechAudio(InputFile &input);
-    ~SpeechAudio();
-    SpeechAudio(const SpeechAudio &) = delete;
-    SpeechAudio &operator=(const SpeechAudio &) = delete;
 
     [[nodiscard]] int SampleRate() const { return m_sampleRate; }
     [[nodiscard]] int Channels() const { return m_channels; }

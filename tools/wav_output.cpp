@@ -9,10 +9,6 @@
 
 namespace aiplc::tools {
 
-void WavOutput::Close::operator()(SNDFILE *file) const {
-    sf_close(file);
-}
-
 WavOutput::WavOutput(const std::string &target, const InputFile &input, int sampleRate,
                      int64_t skip, int64_t length, double gain)
     : m_file(target, &input), m_skip(skip), m_left(length), m_gain(gain) {
@@ -24,8 +20,6 @@ WavOutput::WavOutput(const std::string &target, const InputFile &input, int samp
     if (!m_wav)
         throw Failure(m_file.Name(), std::string("cannot be written: ") + sf_strerror(nullptr));
 }
-
-WavOutput::~WavOutput() = default;
 
 void WavOutput::Write(std::span<const int16_t> samples) {
     const auto skipped =

@@ -24,7 +24,6 @@ class WavOutput {
     // factor. Throws Failure when the target cannot be written or is the input.
     WavOutput(const std::string &target, const InputFile &input, int sampleRate, int64_t skip,
               int64_t length, double gain);
-    ~WavOutput();
 
     // Throws Failure when the disk is full.
     void Write(std::span<const int16_t> samples);
@@ -33,7 +32,7 @@ class WavOutput {
 
   private:
     struct Close {
-        void operator()(SNDFILE *file) const;
+        void operator()(SNDFILE *file) const { sf_close(file); }
     };
 
     OutputFile m_file;

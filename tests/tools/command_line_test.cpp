@@ -13,16 +13,14 @@ namespace aiplc::tools {
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 class CommandLineTest : public FolderTest {
   protected:
     CommandLineTest() { Write("in.wav", WavFile(Chirps(16000, 1.0), 16000)); }
 
     // Runs a shell command in the folder, $A being the program, and expects its exit code and
-    // something of its output.
-    void Shell(const std::string &command, int exitCode,
-               const testing::Matcher<std::string> &matcher = testing::_) {
+    // part of its output; returns all of it.
+    std::string Shell(const std::string &command, int exitCode, const std::string &part = "") {
         const std::string prepare = "cd '" + Path("") + "'; A='" AIPLC_PROGRAM "'; ";
         std::FILE *pipe = popen((prepare + "unset AIPLC_NAMESPACE; " + command).c_str(), "r");
         std::string output;
@@ -30,7 +28,8 @@ class CommandLineTest : public FolderTest {
             output += static_cast<char>(c);
         const int status = pipe != nullptr ? pclose(pipe) : -1;
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == exitCode) << command << output;
-        EXPECT_THAT(output, matcher) << command;
+        EXPECT_THAT(output, testing::HasSubstr(part)) << command;
+        return output;
     }
 };
 
@@ -56,37 +55,37 @@ TEST_F(CommandLineTest, WrongUsageIsTwoAndFailureIsOne) {
              {"conceal in.wav -o - --no-ai >/dev/full", 1, "standard output: cannot be written"},
              {"conceal --help", 0, "Examples:"},
              {"--version", 0, "libopus"}}) {
-        Shell("exec 2>&1; $A " + std::string(arguments), exitCode, HasSubstr(message));
+        Shell("exec 2>&1; $A " + std::string(arguments), exitCode, message);
     }
     EXPECT_THAT(Names(), ElementsAre("in.wav"));
 }
 
 TEST_F(CommandLineTest, PipesCarryTheSameAsFiles) {
     const std::string options = " --loss 10 --no-ai ";
-    Shell("$A conceal in.wav -o out.wav 2>&1" + options, 0, HasSubstr("of those lost"));
-    Shell("cat in.wav | $A conceal - -o - --seed 1 -q 2>&1" + options, 0, Read("out.wav"));
-    Shell("$A conceal in.wav -o /dev/fd/1 -q 2>&1" + options, 0, Read("out.wav"));
+    Shell("$A conceal in.wav -o out.wav 2>&1" + options, 0, "of those lost");
+    const std::string wav = Read("out.wav");
+    EXPECT_TRUE(Shell("cat in.wav | $A conceal - -o - --seed 1 -q 2>&1" + options, 0) == wav);
+    EXPECT_TRUE(Shell("$A conceal in.wav -o /dev/fd/1 -q 2>&1" + options, 0) == wav);
     // A name that is no UTF-8 does not spoil the report.
-    Shell("cp in.wav \xFF; $A conceal \xFF -o out.wav --json - -q" + options, 0,
-          testing::StartsWith("{"));
+    Shell("cp in.wav \xFF; $A conceal \xFF -o out.wav --json - -q" + options, 0, "\"version\"");
 }
 
 TEST_F(CommandLineTest, UsesTheWorkerOrSaysThatItCannot) {
     const std::string arguments = " conceal in.wav -o out.wav --loss 30 --burst 3 2>&1 ";
-    Shell("$A" + arguments + "--require-ai --verbose", 0, HasSubstr(" requests, "));
+    Shell("$A" + arguments + "--require-ai --verbose", 0, " requests, ");
     // The program alone, without the worker's folder beside it.
     Shell("rm out.wav; mkdir bin; cp $A bin; bin/aiplc" + arguments + "--require-ai", 1);
     EXPECT_THAT(Names(), ElementsAre("bin", "in.wav"));
-    Shell("bin/aiplc" + arguments, 0, HasSubstr("warning: the worker did not start"));
+    Shell("bin/aiplc" + arguments, 0, "warning: the worker did not start");
     EXPECT_THAT(Names(), ElementsAre("bin", "in.wav", "out.wav"));
 }
 
 TEST_F(CommandLineTest, InterruptLeavesNothingBehind) {
-    Write("in.wav", WavFile(Samples(20 * 16000, 0), 16000));
+    Write("in.wav", WavFile(Samples(320000, 0), 16000));
     Shell(
         "$A conceal in.wav -o out.wav --realtime --no-ai 2>&1 & "
         "until [ -e .out.wav.* ] || ! kill -0 $!; do :; done; kill -INT $!; wait $!",
-        130, HasSubstr("interrupted"));
+        130, "interrupted");
     EXPECT_THAT(Names(), ElementsAre("in.wav"));
 }
 

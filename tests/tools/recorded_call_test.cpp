@@ -64,7 +64,7 @@ Bytes Record(const Bytes &packet) {
 
 TEST_F(RecordedCallTest, BitStreamHasPacketsAndLosses) {
     const LoadedCall loaded = Load(Join({Record(Packet(20, 10)), Record({}), Record(Packet(1))}));
-    EXPECT_EQ(loaded.kind, InputKind::bitStream);
+    EXPECT_EQ(loaded.source.kind, InputKind::bitStream);
     EXPECT_EQ(loaded.sampleRate, 16000);
     const OpusCall &call = loaded.call;
     ASSERT_EQ(call.packets.size(), 3U);
@@ -130,7 +130,7 @@ Bytes Headers(const Bytes &head) {
 TEST_F(RecordedCallTest, OggOpusHasPreSkipGainAndTrimming) {
     const Bytes begin = Join({Headers(Head(312, -256)), Page(0, 1920, 2, {Packet(20), {}})});
     const LoadedCall loaded = Load(Join({begin, Page(kLast, 2500, 3, {Packet(30)})}));
-    EXPECT_EQ(loaded.kind, InputKind::oggOpus);
+    EXPECT_EQ(loaded.source.kind, InputKind::oggOpus);
     const OpusCall &call = loaded.call;
     ASSERT_EQ(call.packets.size(), 3U);
     EXPECT_TRUE(call.packets[1].payload.empty());
@@ -234,11 +234,11 @@ TEST_F(RecordedCallTest, CaptureYieldsTheOpusStreamWithMostPackets) {
                  Frame(150000, Rtp(0xA, 111, 2, 1919, {})),
                  Frame(191000, Rtp(0xB, 111, 2, 960, Packet(9)))});
     const LoadedCall loaded = Load(file);
-    EXPECT_EQ(loaded.kind, InputKind::capture);
-    EXPECT_EQ(loaded.ssrc, 0xAU);
-    EXPECT_EQ(loaded.payloadType, 111);
-    EXPECT_EQ(loaded.otherStreams, 2U);
-    EXPECT_EQ(loaded.probes, 1U);
+    EXPECT_EQ(loaded.source.kind, InputKind::capture);
+    EXPECT_EQ(loaded.source.stream.ssrc, 0xAU);
+    EXPECT_EQ(loaded.source.stream.payloadType, 111);
+    EXPECT_EQ(loaded.source.stream.otherStreams, 2U);
+    EXPECT_EQ(loaded.source.stream.probes, 1U);
     const OpusCall &call = loaded.call;
     ASSERT_EQ(call.packets.size(), 3U);
     EXPECT_EQ(call.packets[1].payload, Packet(21));
