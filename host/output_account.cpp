@@ -50,7 +50,8 @@ OutputFrame DescribeOutput(const PipelineChannel &channel, int64_t frame, FrameS
     output.decidedNow =
         node.inferMode != AIPLC_INFER_NONE && channel.LastInferMode() == node.inferMode;
     const bool asks = output.decidedNow && AsksWorker(node.inferMode);
-    output.requested = asks && node.inferTimeMs > 0;
+    // A request that is refused because the worker is still busy takes less than a microsecond.
+    output.requested = asks && (node.inferTimeMs > 0 || node.inferFailed == 1);
     output.heldOff = asks && !output.requested && channel.WorkerRunning();
     if (output.requested) {
         output.requestFailed = node.inferFailed == 1;
