@@ -47,7 +47,7 @@ TEST(NamedObject, VanishesWithItsLastHandleAlsoWhenTheHolderIsKilled) {
 
 TEST(NamedObject, RefusesWhatIsNoNameNoHandleOrTooBig) {
     const std::string tooLong(65, 'a');
-    for (const char *name : {"", ".hosts", "a/b", "a b", "\xC3\xA4", tooLong.c_str()}) {
+    for (const char *name : {"", ".x", "a/b", "a b", "\xC3\xA4", tooLong.c_str()}) {
         EXPECT_EQ(CreateNamedEvent(name), nullptr) << name;
         EXPECT_EQ(LastError(), uint32_t{EINVAL}) << name;
     }
