@@ -62,12 +62,13 @@ TEST_F(CommandLineTest, WrongUsageIsTwoAndFailureIsOne) {
 
 TEST_F(CommandLineTest, PipesCarryTheSameAsFiles) {
     const std::string options = " --loss 10 --no-ai ";
-    Shell("$A conceal in.wav -o out.wav 2>&1" + options, 0, "of those lost");
+    Shell("$A conceal in.wav -o out.wav 2>&1" + options, 0, "1 channel\npackets   51,");
     const std::string wav = Read("out.wav");
     EXPECT_TRUE(Shell("cat in.wav | $A conceal - -o - --seed 1 -q 2>&1" + options, 0) == wav);
     EXPECT_TRUE(Shell("$A conceal in.wav -o /dev/fd/1 -q 2>&1" + options, 0) == wav);
     // A name that is no UTF-8 does not spoil the report.
-    Shell("cp in.wav \xFF; $A conceal \xFF -o out.wav --json - -q" + options, 0, "\"version\"");
+    Shell("N=$(printf '\\377'); cp in.wav $N; $A conceal $N -o o.wav --json - -q" + options, 0,
+          "{");
 }
 
 TEST_F(CommandLineTest, UsesTheWorkerOrSaysThatItCannot) {
