@@ -55,9 +55,9 @@ class Child {
         kill(id, SIGKILL);
         Join();
     }
-    // Returns once the child, whose next step is a wait, sleeps in the kernel.
+    // Returns once the child, whose next step is a wait, sleeps in the kernel, or has ended.
     void AwaitAsleep() const {
-        for (std::string state; state != "S"; usleep(200))
+        for (std::string state; state != "S" && state != "Z"; usleep(200))
             std::ifstream("/proc/" + std::to_string(id) + "/stat") >> state >> state >> state;
     }
 

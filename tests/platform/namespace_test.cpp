@@ -118,6 +118,7 @@ TEST_F(NamespaceTest, ANewHostDoesNotWaitForADyingServerAndIsSeenByTheOthers) {
     Child second(kBeHost);
     EXPECT_TRUE(second.isReady);
     dying.Kill();
+    server.AwaitAsleep();  // again, for the second one
     second.line.Tell();
     EXPECT_EQ(server.Join(), 0);
 }
