@@ -30,7 +30,8 @@ def serve(process, net):
     """Answers the requests of a collector started with --answers ask."""
     while len(request := process.stdout.read(windows.RECORD.itemsize)) == windows.RECORD.itemsize:
         record = np.frombuffer(request, windows.RECORD)
-        process.stdin.write(evaluate.answers(net, record).tobytes())
+        process.stdin.write(record["window"][:, :windows.BEGIN].tobytes()
+                            + evaluate.answers(net, record).tobytes())
         process.stdin.flush()
 
 

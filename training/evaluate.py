@@ -22,12 +22,12 @@ def load(path):
     """The network of a checkpoint of train.py, ready to answer."""
     state = torch.load(path, map_location="cpu")
     net = models.Concealer(**state["shape"])
-    net.load_state_dict(state["weights"])
+    net.load_state_dict(state["mean"])
     return net.eval()
 
 
 def answers(net, records, batch=128):
-    """(N, 2560) int16 as the worker would send them."""
+    """(N, SEEN) int16: the end of what the worker would send."""
     made = []
     with torch.no_grad():
         for i in range(0, len(records), batch):
@@ -36,7 +36,7 @@ def answers(net, records, batch=128):
 
 
 def frames_of(signal):
-    return signal.reshape(-1, windows.FRAMES, windows.FRAME)
+    return signal.reshape(len(signal), -1, windows.FRAME)
 
 
 def line(name, frames, reference):
@@ -50,13 +50,13 @@ def line(name, frames, reference):
 
 
 def report(net, records):
-    made = {"model": answers(net, records), "classic": records["classic"],
-            "none": records["window"]}
-    begin, end = windows.last_hole(records["window"])
-    slot = np.arange(windows.FRAMES)[None, :]
+    made = {"model": answers(net, records), "classic": records["signals"][:, 0],
+            "none": records["window"][:, windows.BEGIN:]}
+    begin, end = (at - windows.BEGIN for at in windows.last_hole(records["window"]))
+    slot = np.arange(windows.SEEN // windows.FRAME)[None, :]
     lost = (slot * 320 >= begin[:, None]) & (slot * 320 < end[:, None] - windows.UNSETTLED)
     after = (slot * 320 >= end[:, None] - windows.UNSETTLED)
-    target = frames_of(records["target"])
+    target = frames_of(records["target"][:, windows.BEGIN:])
     print("mode", "frames", "of", "count", "LSD", "MCD", "SNR", "HF", sep="\t")
     for mode in (1, 2, 3, 4, 5, 0):
         rows = (records["mode"] == mode) | (mode == 0)

@@ -18,10 +18,9 @@ Both files, little endian:
       u8     number of dimensions, then a u32 for each
       values in row-major order, without padding
 
-Besides the weights, model.bin holds what the network is built of: dilations, bands (48 x 161), and
-noise_re and noise_im (161 x 33), the spectra of its noise. The vectors hold window, forward,
-backward, classic and answer (N x 2560) and, for window 0, what comes out of each layer in float32:
-features, enter, block0.., leave.
+Besides the weights, model.bin holds the dilations of the blocks. The vectors hold window (N x
+2560), signals (N x 6 x 1920) and answer (N x 1920) and, for window 0, what comes out of each layer
+in float32: features, enter, block0.., leave.
 """
 import argparse
 import struct
@@ -72,9 +71,6 @@ def read(path):
 def weights_of(net):
     tensors = {name: value.numpy().astype("<f4") for name, value in net.state_dict().items()}
     tensors["dilations"] = np.array(net.shape["dilations"], "<f4")
-    tensors["bands"] = net.bands.numpy()
-    tensors["noise_re"] = net.noise.real.contiguous().numpy()
-    tensors["noise_im"] = net.noise.imag.contiguous().numpy()
     return tensors
 
 
@@ -115,7 +111,7 @@ def main():
     write(a.weights, a.version, weights_of(net))
     records = choose(windows.open_windows(a.valid), 10)
     vectors = {name: np.ascontiguousarray(records[name])
-               for name in ("window", "forward", "backward", "classic")}
+               for name in ("window", "signals")}
     vectors["answer"] = evaluate.answers(net, records)
     write(a.vectors, a.version, {**vectors, **layers_of(net, records[:1])})
     for path in (a.weights, a.vectors):

@@ -4,19 +4,29 @@ import torch
 from torch.nn import functional as F
 
 import metrics
+import windows
 
 WINDOWS = (128, 320, 640)   # samples; hop a quarter
 EXPONENT = 0.3
-WEIGHTS = (0.05, 2.0, 0.2, 0.1)
-FIRST = 640                 # no last hole begins before 1280, and no spectrum of it before 640
+NAMES = ("waveform", "magnitude", "complex", "mel", "gap", "after")
+WEIGHTS = (0.2, 1.0, 0.7, 0.1, 0.0, 0.1)
+FIRST = 320                 # of the samples seen: no last hole begins before 640 of them
 QUIETEST = 30.0             # 16-bit steps: targets below it are not scaled up further
 FLOOR = 1e-6                # of the scaled spectrum's power, so that its root has a slope at 0
+UNHEARD = 0.2               # weight of what a mode-5 window has behind its second missing frame
 
 
 def level(target, opened):
     """RMS of the target in the open part, (N, 1), at least QUIETEST."""
     power = (target.square() * opened).sum(1, keepdim=True)
     return (power / opened.sum(1, keepdim=True).clamp(min=1)).sqrt().clamp(min=QUIETEST)
+
+
+def importance(batch):
+    """(N, SEEN): open, less where the answer is heard in a fade only: the last frame of mode 5."""
+    weight = batch["open"].clone()
+    weight[batch["mode"] == 5, windows.SEEN - windows.FRAME + windows.FRAME // 4:] = UNHEARD
+    return weight
 
 
 def spectra(x, size):
@@ -35,32 +45,44 @@ def compressed(spectrum):
     return magnitude, spectrum * (magnitude / power.sqrt()).unsqueeze(-1)
 
 
-def mel_distance(answer, target, opened):
-    """Mean |difference| of the natural log power in 24 mel bands, over spectra of 20 ms that touch
-    the open part; powers are in squared 16-bit steps, plus one."""
-    bank = torch.from_numpy(metrics.MEL.astype("float32")).to(answer.device)
+def log_spectra(x):
+    """Natural log power of 20 ms every 5 ms, in squared 16-bit steps plus one; and in mel bands."""
     size, hop = metrics.FRAME, metrics.FRAME // 4
-    window = torch.hann_window(size, device=answer.device)
-    levels = []
-    for x in (answer, target):
-        frames = F.pad(x, (0, size // 2)).unfold(1, size, hop) * window
-        spectrum = torch.fft.rfft(frames, metrics.FFT) / window.square().sum().sqrt()
-        levels.append(torch.log((spectrum.real.square() + spectrum.imag.square()) @ bank.T + 1))
-    touched = F.pad(opened, (0, size // 2)).unfold(1, size, hop).amax(2)
-    return ((levels[0] - levels[1]).abs().mean(2) * touched).sum() / touched.sum()
+    window = torch.hann_window(size, device=x.device)
+    frames = F.pad(x, (0, size // 2)).unfold(1, size, hop) * window
+    spectrum = torch.fft.rfft(frames, metrics.FFT) / window.square().sum().sqrt()
+    power = spectrum.real.square() + spectrum.imag.square()
+    bank = torch.from_numpy(metrics.MEL.astype("float32")).to(x.device)
+    return torch.log(power + 1), torch.log(power @ bank.T + 1)
+
+
+def log_distances(answer, target, opened, ends):
+    """Mean |difference| of the log power in 24 mel bands over spectra that touch the open part, and
+    bin by bin over those in the hole and over those behind it."""
+    size, hop = metrics.FRAME, metrics.FRAME // 4
+    bins, mels = zip(log_spectra(answer), log_spectra(target))
+    weight = F.pad(opened, (0, size // 2)).unfold(1, size, hop).amax(2)
+    at = torch.arange(weight.shape[1], device=weight.device)[None, :] * hop
+    behind = weight * (at >= ends[:, None] - size // 8)
+    inside = weight - behind
+    per_mel = (mels[0] - mels[1]).abs().mean(2)
+    per_bin = (bins[0] - bins[1]).abs().mean(2)
+    mean = lambda x, w: (x * w).sum() / w.sum().clamp(min=1)
+    return mean(per_mel, weight), mean(per_bin, inside), mean(per_bin, behind)
 
 
 def loss(answer, batch, weights=WEIGHTS):
-    """Mean over the batch. weights: of the waveform, the magnitudes, the complex spectra and the
-    levels in mel bands."""
-    opened = batch["open"][:, FIRST:]
+    """Mean over the batch. weights: as NAMES; the last two are of the log power bin by bin, in the
+    hole and behind it."""
+    opened = importance(batch)[:, FIRST:]
     scale = level(batch["target"], batch["open"])
-    made = (answer / scale)[:, FIRST:]
-    true = (batch["target"] / scale)[:, FIRST:]
+    answer, target = answer[:, FIRST:], batch["target"][:, FIRST:]
+    made, true = answer / scale, target / scale
     total = weights[0] * ((made - true).abs() * opened).sum() / opened.sum()
-    if weights[3] > 0:
-        total = total + weights[3] * mel_distance(answer[:, FIRST:], batch["target"][:, FIRST:],
-                                                  opened)
+    logs = log_distances(answer, target, opened, batch["ends"] - FIRST)
+    for weight, distance in zip(weights[3:], logs):
+        if weight > 0:
+            total = total + weight * distance
     for size in WINDOWS:
         touched = F.pad(opened, (0, size // 2)).unfold(1, size, size // 4).amax(2).unsqueeze(1)
         magnitude, complex_ = compressed(spectra(made, size))

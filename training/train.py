@@ -3,12 +3,14 @@
 """Trains the concealment network; goes on where an interrupted run stopped.
 
     train.py --train 'training/runs/train/*.windows' --valid 'training/runs/valid/*.windows'
-             --out training/runs/run --steps 20000
+             --out training/runs/run --steps 20000 --adversarial-from 10000
 
-OUT/last.pt holds weights, optimiser and step; OUT/log.tsv one line per --report steps with the
-training loss, the learning rate and, per --validate steps, the validation loss in all and by mode.
+OUT/last.pt holds weights, their running mean, optimisers and step; OUT/log.tsv one line per
+--report steps with the training loss, the learning rate and, per --validate steps, the validation
+loss of the mean weights in all and by mode.
 """
 import argparse
+import copy
 import math
 import os
 import time
@@ -16,6 +18,7 @@ import time
 import numpy as np
 import torch
 
+import discriminators
 import losses
 import model as models
 import windows
@@ -26,13 +29,20 @@ def arguments():
     a.add_argument("--train", required=True, help="files to train on; new ones join the run")
     a.add_argument("--valid", required=True)
     a.add_argument("--out", required=True)
+    a.add_argument("--start", help="checkpoint whose weights a new run starts from")
     a.add_argument("--steps", type=int, default=20000, help="length of the cosine schedule")
-    a.add_argument("--batch", type=int, default=16)
+    a.add_argument("--batch", type=int, default=32)
     a.add_argument("--rate", type=float, default=1.5e-3)
     a.add_argument("--clip", type=float, default=1.0, help="largest norm of the gradient")
-    a.add_argument("--channels", type=int, default=160)
-    a.add_argument("--loss", type=float, nargs=4, default=losses.WEIGHTS,
-                   help="weights: waveform, magnitudes, complex spectra, levels in mel bands")
+    a.add_argument("--channels", type=int, default=192)
+    a.add_argument("--loss", type=float, nargs=6, default=losses.WEIGHTS,
+                   help="weights: " + ", ".join(losses.NAMES))
+    a.add_argument("--adversarial-from", type=int, default=10**9, help="step; 0: from the start")
+    a.add_argument("--adversarial", type=float, nargs=2, default=(0.05, 0.1),
+                   help="weights of the jury's verdict and of feature matching")
+    a.add_argument("--jury-rate", type=float, default=3e-4)
+    a.add_argument("--without", nargs="*", default=[], choices=windows.SIGNALS,
+                   help="signals that are replaced by the autoregressive answer")
     a.add_argument("--seed", type=int, default=1)
     a.add_argument("--threads", type=int, default=os.cpu_count())
     a.add_argument("--report", type=int, default=100, help="steps between lines of the log")
@@ -42,39 +52,95 @@ def arguments():
     return a.parse_args()
 
 
-def to_device(batch, device):
-    return {name: tensor.to(device) for name, tensor in batch.items()}
+class Run:
+    """Everything that a checkpoint holds."""
 
+    MEAN_OVER = 1000    # steps of the running mean of the weights
 
-def learning_rate(args, step):
-    """Linear over the first 200 steps, then a half cosine down to a hundredth."""
-    cosine = 0.505 + 0.495 * math.cos(math.pi * min(step / args.steps, 1))
-    return args.rate * min((step + 1) / 200, cosine)
+    def __init__(self, args, device):
+        self.args, self.device, self.step = args, device, 0
+        self.net = models.Concealer(args.channels).to(device)
+        self.jury = discriminators.Jury().to(device)
+        self.optimiser = torch.optim.AdamW(self.net.parameters(), args.rate, weight_decay=0.01)
+        self.jury_optimiser = torch.optim.AdamW(self.jury.parameters(), args.jury_rate, (0.5, 0.9))
+        self.path = os.path.join(args.out, "last.pt")
+        if args.start:
+            self.net.load_state_dict(torch.load(args.start, map_location=device)["mean"])
+        self.mean = copy.deepcopy(self.net)
+        if os.path.exists(self.path):
+            state = torch.load(self.path, map_location=device)
+            self.step = state["step"]
+            for name in ("net", "mean", "jury", "optimiser", "jury_optimiser"):
+                getattr(self, name).load_state_dict(state[name])
 
+    def save(self):
+        state = {name: getattr(self, name).state_dict()
+                 for name in ("net", "mean", "jury", "optimiser", "jury_optimiser")}
+        torch.save({**state, "shape": self.net.shape, "step": self.step, "args": vars(self.args)},
+                   self.path + ".new")
+        os.replace(self.path + ".new", self.path)
 
-def validate(net, maps, device, weights, count=2048):
-    """Validation loss in all and by mode 1..5, over count windows spread evenly."""
-    total = sum(len(m) for m in maps)
-    records = windows.gather(maps, np.linspace(0, total - 1, min(count, total)).astype(int))
-    net.eval()
-    sums = {}
-    with torch.no_grad():
-        for mode in range(1, 6):
-            chosen = records[records["mode"] == mode]
-            parts = [chosen[i:i + 64] for i in range(0, len(chosen), 64)]
-            batches = [to_device(windows.batch_of(p), device) for p in parts]
-            sums[mode] = (sum(losses.loss(net(b), b, weights).item() * len(p)
-                              for b, p in zip(batches, parts)), len(chosen))
-    net.train()
-    overall = sum(s for s, _ in sums.values()) / len(records)
-    return overall, {mode: s / max(n, 1) for mode, (s, n) in sums.items()}
+    def learning_rate(self):
+        """Linear over the first 200 steps, then a half cosine down to a hundredth."""
+        cosine = 0.505 + 0.495 * math.cos(math.pi * min(self.step / self.args.steps, 1))
+        return self.args.rate * min((self.step + 1) / 200, cosine)
 
+    def load_batch(self, records):
+        batch = {k: v.to(self.device) for k, v in windows.batch_of(records).items()}
+        for name in self.args.without:
+            batch["signals"][:, windows.SIGNALS.index(name)] = batch["signals"][:, 0]
+        return batch
 
-def save(path, net, optimiser, step, args):
-    torch.save({"shape": net.shape, "weights": net.state_dict(),
-                "optimiser": optimiser.state_dict(), "step": step, "args": vars(args)},
-               path + ".new")
-    os.replace(path + ".new", path)
+    def advance(self, batch):
+        """One step; returns the loss and its adversarial part."""
+        for group in self.optimiser.param_groups:
+            group["lr"] = self.learning_rate()
+        answer = self.net(batch)
+        value = losses.loss(answer, batch, self.args.loss)
+        adversarial = torch.zeros(())
+        if self.step >= self.args.adversarial_from:
+            adversarial = self.judge(*discriminators.heard(answer, batch))
+        self.optimiser.zero_grad(set_to_none=True)
+        (value + adversarial).backward()
+        torch.nn.utils.clip_grad_norm_(self.net.parameters(), self.args.clip)
+        self.optimiser.step()
+        self.step += 1
+        keep = min(1 - 1 / self.MEAN_OVER, self.step / (self.step + 10))
+        with torch.no_grad():
+            for mean, now in zip(self.mean.parameters(), self.net.parameters()):
+                mean.lerp_(now, 1 - keep)
+        return value.item(), adversarial.item()
+
+    def judge(self, made, true):
+        """Trains the jury; returns what the network is charged for being told."""
+        seen = self.jury(true)
+        wrong = discriminators.jury_loss(seen, self.jury(made.detach()))
+        self.jury_optimiser.zero_grad(set_to_none=True)
+        wrong.backward()
+        self.jury_optimiser.step()
+        for p in self.jury.parameters():
+            p.requires_grad_(False)
+        told = self.jury(made)
+        for p in self.jury.parameters():
+            p.requires_grad_(True)
+        weights = self.args.adversarial
+        return (weights[0] * discriminators.adversarial_loss(told)
+                + weights[1] * discriminators.matching_loss(seen, told))
+
+    def validate(self, maps, count=2048):
+        """Validation loss in all and by mode 1..5, over count windows spread evenly."""
+        total = sum(len(m) for m in maps)
+        records = windows.gather(maps, np.linspace(0, total - 1, min(count, total)).astype(int))
+        sums = {}
+        with torch.no_grad():
+            for mode in range(1, 6):
+                chosen = records[records["mode"] == mode]
+                parts = [chosen[i:i + 64] for i in range(0, len(chosen), 64)]
+                batches = [self.load_batch(p) for p in parts]
+                sums[mode] = (sum(losses.loss(self.mean(b), b, self.args.loss).item() * len(p)
+                                  for b, p in zip(batches, parts)), len(chosen))
+        overall = sum(s for s, _ in sums.values()) / len(records)
+        return overall, {mode: s / max(n, 1) for mode, (s, n) in sums.items()}
 
 
 def main():
@@ -83,50 +149,33 @@ def main():
     torch.manual_seed(args.seed)
     device = torch.device("cuda" if torch.cuda.is_available() else "cpu")
     os.makedirs(args.out, exist_ok=True)
-    checkpoint = os.path.join(args.out, "last.pt")
-    net = models.Concealer(args.channels).to(device)
-    optimiser = torch.optim.AdamW(net.parameters(), args.rate, weight_decay=0.01)
-    step = 0
-    if os.path.exists(checkpoint):
-        state = torch.load(checkpoint, map_location=device)
-        net.load_state_dict(state["weights"])
-        optimiser.load_state_dict(state["optimiser"])
-        step = state["step"]
+    run = Run(args, device)
     valid = windows.open_windows(args.valid)
     log = open(os.path.join(args.out, "log.tsv"), "a", buffering=1)
     if log.tell() == 0:
-        print("step", "seconds", "windows", "rate", "loss", "valid",
+        print("step", "seconds", "windows", "rate", "loss", "adversarial", "valid",
               *(f"mode{m}" for m in range(1, 6)), sep="\t", file=log)
     started = saved = time.monotonic()
     recent = []
-    while step < args.steps and time.monotonic() - started < 60 * args.max_minutes:
-        if step % 200 == 0 or not recent:
+    while run.step < args.steps and time.monotonic() - started < 60 * args.max_minutes:
+        if run.step % 200 == 0 or not recent:
             train = windows.open_windows(args.train)
             total = sum(len(m) for m in train)
-        random = np.random.RandomState((args.seed * 1000003 + step) % 2**32)
-        records = windows.gather(train, random.randint(0, total, args.batch))
-        batch = to_device(windows.batch_of(records), device)
-        for group in optimiser.param_groups:
-            group["lr"] = learning_rate(args, step)
-        value = losses.loss(net(batch), batch, args.loss)
-        optimiser.zero_grad(set_to_none=True)
-        value.backward()
-        torch.nn.utils.clip_grad_norm_(net.parameters(), args.clip)
-        optimiser.step()
-        recent.append(value.item())
-        step += 1
-        if step % args.report == 0:
-            row = [step, f"{time.monotonic() - started:.0f}", total,
-                   f"{learning_rate(args, step):.2e}", f"{np.mean(recent):.4f}"]
+        random = np.random.RandomState((args.seed * 1000003 + run.step) % 2**32)
+        recent.append(run.advance(
+            run.load_batch(windows.gather(train, random.randint(0, total, args.batch)))))
+        if run.step % args.report == 0:
+            row = [run.step, f"{time.monotonic() - started:.0f}", total,
+                   f"{run.learning_rate():.2e}", *(f"{v:.4f}" for v in np.mean(recent, axis=0))]
             recent = []
-            if step % args.validate == 0:
-                overall, modes = validate(net, valid, device, args.loss)
+            if run.step % args.validate == 0:
+                overall, modes = run.validate(valid)
                 row += [f"{overall:.4f}", *(f"{v:.4f}" for v in modes.values())]
             print(*row, sep="\t", file=log)
         if time.monotonic() - saved > 60 * args.save_minutes:
-            save(checkpoint, net, optimiser, step, args)
+            run.save()
             saved = time.monotonic()
-    save(checkpoint, net, optimiser, step, args)
+    run.save()
 
 
 if __name__ == "__main__":

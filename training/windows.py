@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: BSD-2-Clause
 """The windows that aiplc_collect_windows wrote, as batches of tensors."""
 import glob
+import zlib
 
 import numpy as np
 import torch
@@ -8,12 +9,14 @@ import torch
 FRAME = 320            # samples, 20 ms at 16 kHz
 FRAMES = 8
 WINDOW = FRAME * FRAMES
+BEGIN = 640            # the first sample the network sees
+SEEN = WINDOW - BEGIN
 UNSETTLED = 16         # samples that the library clears after a gap at 48 kHz
+SIGNALS = ("answer", "forward", "backward", "late", "pitch_forward", "pitch_backward")
 
-# WindowRecord of training/collect/window_record.h.
+# WindowRecord of training/collect/window_record.h; the signals are those of worker/candidates.h.
 RECORD = np.dtype([
-    ("window", "<i2", WINDOW), ("target", "<i2", WINDOW), ("forward", "<i2", WINDOW),
-    ("backward", "<i2", WINDOW), ("classic", "<i2", WINDOW),
+    ("window", "<i2", WINDOW), ("target", "<i2", WINDOW), ("signals", "<i2", (len(SIGNALS), SEEN)),
     ("mode", "u1"), ("rate_khz", "u1"), ("received", "u1"), ("bandwidth", "u1"),
     ("bitrate", "<u2"), ("flags", "<u2"), ("call", "<u4"), ("newest_frame", "<u4")])
 
@@ -59,30 +62,47 @@ def missing_mask(window):
     return mask
 
 
+def noise_of(window):
+    """(N, SEEN) float32 white noise of variance 1, another one for each window: sample i is the
+    "lowbias32" hash (C. Wellons, "Prospecting for hash functions", 2018) of the CRC-32 of the
+    window's bytes plus 0x9e3779b9 * i, scaled to +-sqrt(3)."""
+    seeds = np.array([zlib.crc32(np.ascontiguousarray(w, "<i2").tobytes()) for w in window], np.uint32)
+    h = seeds[:, None] + np.arange(SEEN, dtype=np.uint32) * np.uint32(0x9e3779b9)
+    h ^= h >> np.uint32(16)
+    h *= np.uint32(0x7feb352d)
+    h ^= h >> np.uint32(15)
+    h *= np.uint32(0x846ca68b)
+    h ^= h >> np.uint32(16)
+    return h.view(np.int32).astype(np.float32) * np.float32(3 ** 0.5 / 2 ** 31)
+
+
 def inputs(records):
     """What the worker knows of windows, as a dict of float32 tensors.
 
-    window, forward, backward, classic: (N, 2560), in 16-bit steps. missing, open: (N, 2560), 0 or
-    1; open from the first sample of the last hole on, where the answer may differ from classic.
-    opens, ends: (N,) int64, first sample of the last hole and first behind it; 2560 without one.
+    signals: (N, 6, SEEN), in 16-bit steps; noise: (N, SEEN); rms: (N, 1) of the window's known
+    samples; missing, open: (N, SEEN), 0 or 1, open from the first sample of the last hole on, where
+    the answer may differ from the autoregressive one. opens, ends: (N,) int64, first sample of the
+    last hole and first behind it, counted from BEGIN.
     """
     window = np.ascontiguousarray(records["window"])
     begin, end = last_hole(window)
-    begin, end = (np.where(begin < 0, WINDOW, at) for at in (begin, end))
-    signals = {name: torch.from_numpy(records[name].astype(np.float32))
-               for name in ("window", "forward", "backward", "classic")}
-    signals["missing"] = torch.from_numpy(missing_mask(window).astype(np.float32))
-    signals["open"] = torch.from_numpy(
-        (np.arange(WINDOW)[None, :] >= begin[:, None]).astype(np.float32))
-    signals["opens"] = torch.from_numpy(begin)
-    signals["ends"] = torch.from_numpy(end)
-    return signals
+    missing = missing_mask(window)
+    power = np.square(window.astype(np.float32)).sum(1)  # missing samples are zero
+    rms = np.sqrt(power / np.maximum((~missing).sum(1), 1))
+    open_ = np.arange(WINDOW)[None, :] >= begin[:, None]
+    return {"signals": torch.from_numpy(records["signals"].astype(np.float32)),
+            "noise": torch.from_numpy(noise_of(window)),
+            "rms": torch.from_numpy(rms[:, None].astype(np.float32)),
+            "missing": torch.from_numpy(missing[:, BEGIN:].astype(np.float32)),
+            "open": torch.from_numpy(open_[:, BEGIN:].astype(np.float32)),
+            "opens": torch.from_numpy(begin - BEGIN), "ends": torch.from_numpy(end - BEGIN)}
 
 
 def batch_of(records):
-    """inputs() with the target, (N, 2560) in 16-bit steps."""
+    """inputs() with the target, (N, SEEN) in 16-bit steps, and the mode."""
     batch = inputs(records)
-    batch["target"] = torch.from_numpy(records["target"].astype(np.float32))
+    batch["target"] = torch.from_numpy(records["target"][:, BEGIN:].astype(np.float32))
+    batch["mode"] = torch.from_numpy(records["mode"].astype(np.int64))
     return batch
 
 

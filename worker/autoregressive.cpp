@@ -74,7 +74,7 @@ int16_t ToSample(float value) {
 void Autoregressive::Predict(std::span<const int16_t, kWindowSamples> window,
                              std::span<int16_t, kWindowSamples> out) noexcept {
     std::copy(window.begin(), window.end(), out.begin());
-    for (Signal *signal : {&m_signal, &m_forwardFill, &m_backwardFill})
+    for (Signal *signal : {&m_signal, &m_forwardFill, &m_backwardFill, &m_lateFill})
         std::copy(window.begin(), window.end(), signal->begin());
     std::array<Hole, kMaxHoles> holes;
     const size_t count = FindHoles(window, holes);
@@ -87,6 +87,7 @@ void Autoregressive::Predict(std::span<const int16_t, kWindowSamples> window,
         std::transform(m_signal.begin() + static_cast<std::ptrdiff_t>(hole.begin),
                        m_signal.begin() + static_cast<std::ptrdiff_t>(changedEnd),
                        out.begin() + static_cast<std::ptrdiff_t>(hole.begin), ToSample);
+        if (h + 1 == count) FillLate(hole);
     }
 }
 
@@ -104,30 +105,49 @@ void Autoregressive::Fill(const Hole &hole, size_t futureEnd) noexcept {
     if (future.empty()) {
         const auto forward = Extrapolate(past, future, gap, m_forward);
         for (size_t i = 0; i < gap; ++i) {
-            m_forwardFill[hole.begin + i] = m_backwardFill[hole.begin + i] = forward[i];
-            signal[hole.begin + i] = forward[i] * FadeOutGain(i);
+            const size_t at = hole.begin + i;
+            m_forwardFill[at] = m_backwardFill[at] = m_lateFill[at] = forward[i];
+            signal[at] = forward[i] * FadeOutGain(i);
         }
         return;
     }
     const auto backward = Extrapolate(future, past, gap, m_backward);
     if (past.empty()) {
         for (size_t i = 0; i < gap; ++i) {
-            m_forwardFill[hole.end - 1 - i] = m_backwardFill[hole.end - 1 - i] = backward[i];
-            signal[hole.end - 1 - i] = backward[i] * FadeOutGain(i);
+            const size_t at = hole.end - 1 - i;
+            m_forwardFill[at] = m_backwardFill[at] = m_lateFill[at] = backward[i];
+            signal[at] = backward[i] * FadeOutGain(i);
         }
         return;
     }
     // One fade over the hole and the join, in which the received samples carry the backward
     // extrapolation on: the output has no step at the end of the hole.
     const size_t faded = gap + kJoinSamples;
-    const auto forward = Extrapolate(past, future, faded, m_forward);
+    const auto forward = Extrapolate(past, future, futureEnd - hole.begin, m_forward);
+    std::ranges::copy(forward, m_forwardFill.begin() + static_cast<std::ptrdiff_t>(hole.begin));
     for (size_t i = 0; i < faded; ++i) {
         float &s = signal[hole.begin + i];
         const float from = i < gap ? backward[gap - 1 - i] : s;
-        m_forwardFill[hole.begin + i] = forward[i];
-        m_backwardFill[hole.begin + i] = from;
+        m_backwardFill[hole.begin + i] = m_lateFill[hole.begin + i] = from;
         s = from + (forward[i] - from) * RaisedCosine(i, faded);
     }
+}
+
+// The last hole again, and the frame after it, from the frames behind; where there are none, Late
+// stays what Backward is.
+void Autoregressive::FillLate(const Hole &hole) noexcept {
+    const size_t begin = (hole.end + kFrameSamples - 1) / kFrameSamples * kFrameSamples +
+                         (hole.end % kFrameSamples == 0 ? kFrameSamples : 0);
+    if (begin >= kWindowSamples) return;
+    const size_t size = std::min(kWindowSamples - begin, Burg::kMaxSegment);
+    const auto received = std::span<const float>(m_backwardFill).subspan(begin, size);
+    const auto future = std::span(m_reversed).first(received.size());
+    std::reverse_copy(received.begin(), received.end(), future.begin());
+    const size_t pastSize = std::min(hole.begin, Burg::kMaxSegment);
+    const auto past = std::span<const float>(m_signal).subspan(hole.begin - pastSize, pastSize);
+    const auto made = Extrapolate(future, past, begin - hole.begin, m_backward);
+    std::reverse_copy(made.begin(), made.end(),
+                      m_lateFill.begin() + static_cast<std::ptrdiff_t>(hole.begin));
 }
 
 // Continues the near samples, which end at the hole, into it. The far samples lie on the other side

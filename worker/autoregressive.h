@@ -27,18 +27,27 @@ class Autoregressive : public Predictor {
     void Predict(std::span<const int16_t, kWindowSamples> window,
                  std::span<int16_t, kWindowSamples> out) noexcept override;
 
-    // The two extrapolations that the last Predict cross-faded: the window with every hole filled
-    // from before it, and from after it. A hole with one open end has the same in both, without
-    // the fade. Elsewhere they are the window, but for the join, into which Forward runs on.
     using Signal = std::array<float, kWindowSamples>;
+
+    // What the last Predict knew of the last hole, each the window with earlier holes filled and
+    // from this hole's start on:
+    // - Forward: extrapolated from before it, through the hole and on to the end of the window;
+    // - Backward: the hole extrapolated from the received audio after it, which follows;
+    // - Late: hole and the frame after it extrapolated from the frames behind that one. The first
+    //   frame after a loss is the codec's worst: its decoder has lost its state.
+    // Where a side has no audio, each is what the other sides give, without the fade.
     const Signal &Forward() const { return m_forwardFill; }
     const Signal &Backward() const { return m_backwardFill; }
+    const Signal &Late() const { return m_lateFill; }
+    // The window with all holes filled, not rounded.
+    const Signal &Filled() const { return m_signal; }
 
   private:
     // The samples a model predicts from, followed by those it made.
     using Line = std::array<float, Burg::kMaxOrder + kWindowSamples + kJoinSamples>;
 
     void Fill(const Hole &hole, size_t futureEnd) noexcept;
+    void FillLate(const Hole &hole) noexcept;
     std::span<float> Extrapolate(std::span<const float> near, std::span<const float> far,
                                  size_t count, Line &line) noexcept;
 
@@ -47,6 +56,7 @@ class Autoregressive : public Predictor {
     Signal m_signal{};  // the window, holes filled so far
     Signal m_forwardFill{};
     Signal m_backwardFill{};
+    Signal m_lateFill{};
     std::array<float, Burg::kMaxSegment> m_reversed{};  // the samples after the hole
     Line m_forward{};
     Line m_backward{};

@@ -8,7 +8,6 @@
 #include <cmath>
 #include <cstring>
 
-#include "autoregressive.h"
 #include "host/receiver.h"
 #include "loss_free_decode.h"
 
@@ -50,12 +49,6 @@ int64_t FramesBehind(int mode) {
     }
 }
 
-void ToSamples(const worker::Autoregressive::Signal &signal, Window &samples) {
-    std::ranges::transform(signal, samples.begin(), [](float value) {
-        return static_cast<int16_t>(std::lrint(std::clamp(value, -32768.0F, 32767.0F)));
-    });
-}
-
 // Stands where the worker would: answers the requests of one call and keeps them.
 class RequestCollector : public AiplcAdapterInterface {
   public:
@@ -77,7 +70,7 @@ class RequestCollector : public AiplcAdapterInterface {
   private:
     const CallSetup &m_setup;
     const LowBand &m_target;
-    worker::Autoregressive m_autoregressive;
+    worker::Candidates m_candidates;
     int64_t m_tick = 0;
     bool m_asked = false;
 };
@@ -85,20 +78,20 @@ class RequestCollector : public AiplcAdapterInterface {
 int RequestCollector::Process(InoutDetail &record, int /*timeoutMs*/) {
     WindowRecord request = m_setup.facts;
     std::memcpy(request.window.data(), record.AudioIn, sizeof record.AudioIn);
-    m_autoregressive.Predict(request.window, request.classic);
-    ToSamples(m_autoregressive.Forward(), request.forward);
-    ToSamples(m_autoregressive.Backward(), request.backward);
-    request.mode = static_cast<uint8_t>(ModeOfHoles(request.window));
+    Window answer;
+    const bool usable = m_candidates.Make(request.window, answer);
+    for (size_t kind = 0; usable && kind < worker::Candidates::kCount; ++kind)
+        request.candidates[kind] = m_candidates[static_cast<worker::Candidates::Kind>(kind)];
+    request.mode = usable ? static_cast<uint8_t>(ModeOfHoles(request.window)) : uint8_t{0};
     const int64_t newest = m_tick - FramesBehind(request.mode);
     request.newestFrame = static_cast<uint32_t>(newest);
     for (int64_t slot = 0; slot < kFrames; ++slot)
         m_target.CopyFrame(newest - kFrames + 1 + slot,
                            &request.target[static_cast<size_t>(slot * AIPLC_BAND_SAMPLES)]);
-    Window answer = request.classic;
     windows.push_back(request);
     m_asked = true;
     if (m_setup.refuse) return kRefused;
-    if (m_setup.answer) m_setup.answer(request, answer);
+    if (m_setup.answer && usable) m_setup.answer(request, answer);
     std::memcpy(record.AudioOut, answer.data(), sizeof record.AudioOut);
     return 0;
 }

@@ -8,13 +8,15 @@
 #include <array>
 #include <cstdint>
 
+#include "candidates.h"
+
 namespace aiplc::training {
 
 using Window = std::array<int16_t, AIPLC_WINDOW_SAMPLES>;
 
 // One request of the library and what it should have been answered, as it lies in the data files
-// (little endian, no padding; the same fields in windows.py). All signals are eight frames of 16
-// kHz, oldest first.
+// (little endian, no padding; the same fields in windows.py). Signals are 16 kHz, oldest sample
+// first.
 struct WindowRecord {
     static constexpr uint16_t kFec = 1;         // the sender gave redundancy
     static constexpr uint16_t kDtx = 2;         // the sender paused
@@ -22,11 +24,10 @@ struct WindowRecord {
     static constexpr uint16_t kTruthMixed = 8;  // earlier answers were nearer to the target than
                                                 // the autoregressive ones
 
-    Window window;      // as requested
-    Window target;      // the loss-free decode of the same packets
-    Window forward;     // the holes extrapolated from before
-    Window backward;    // and from after them
-    Window classic;     // the autoregressive answer
+    Window window;  // as requested
+    Window target;  // the loss-free decode of the same packets
+    // What worker/candidates.h makes of the window.
+    std::array<worker::Candidates::Signal, worker::Candidates::kCount> candidates;
     uint8_t mode;       // AiPlcInferMode, 1..5
     uint8_t rateKhz;    // of the channel: 16 or 48
     uint8_t received;   // bit i: frame i of the window was received
@@ -36,7 +37,7 @@ struct WindowRecord {
     uint32_t call;
     uint32_t newestFrame;  // of the window, counted in the call
 };
-static_assert(sizeof(WindowRecord) == 5 * 2 * AIPLC_WINDOW_SAMPLES + 16);
+static_assert(sizeof(WindowRecord) == 2 * (2 * AIPLC_WINDOW_SAMPLES + 6 * 1920) + 16);
 
 }  // namespace aiplc::training
 
