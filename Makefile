@@ -52,6 +52,7 @@ BACKGROUND ?= ../shared/speech/noise
 LICENCES ?=
 PASSES ?= 3
 STEPS ?= 100000
+ADVERSARIAL_FROM ?= 20000
 RUN ?= training/runs/run
 PYTHON ?= /usr/bin/python3
 COLLECT = build/release/bin/aiplc_collect_windows --speech $(SPEECH) --background $(BACKGROUND) \
@@ -66,7 +67,8 @@ train-data: all
 
 train:
 	scripts/install-packages.sh training
-	$(PYTHON) training/train.py $(WINDOWS) --out $(RUN) --steps $(STEPS)
+	$(PYTHON) training/train.py $(WINDOWS) --out $(RUN) --steps $(STEPS) \
+		--adversarial-from $(ADVERSARIAL_FROM)
 
 export:
 	scripts/install-packages.sh training

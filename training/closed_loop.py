@@ -97,6 +97,8 @@ def main():
     a.add_argument("--collector", default="build/release/bin/aiplc_collect_windows")
     a.add_argument("--calls", type=int, default=40, help="of 10 s each, per scene")
     a.add_argument("--scenes", nargs="+", default=["bursts2-3", "bursts4-6", "mixed"])
+    a.add_argument("--who", nargs="+", default=["codec", "classic", "model", "target"],
+                   help="model is left out without --model")
     a.add_argument("--seed", type=int, default=11)
     a.add_argument("--plcmos", help="Python file with a class Plcmos: score(samples, rate)")
     a = a.parse_args()
@@ -106,7 +108,7 @@ def main():
     print("scene", "who", "LSD lost", "MCD lost", "LSD after", "MCD after", "ESTOI", "PLCMOS", sep="\t")
     for scene in a.scenes:
         reference = None
-        for who in ("loss-free", "codec", "classic", *(["model"] if a.net else []), "target"):
+        for who in ["loss-free", *(w for w in a.who if w != "model" or a.net)]:
             with tempfile.TemporaryDirectory() as folder:
                 play(a, scene, who, folder)
                 calls = load(folder)

@@ -31,14 +31,14 @@ def arguments():
     a.add_argument("--out", required=True)
     a.add_argument("--start", help="checkpoint whose weights a new run starts from")
     a.add_argument("--steps", type=int, default=20000, help="length of the cosine schedule")
-    a.add_argument("--batch", type=int, default=32)
-    a.add_argument("--rate", type=float, default=1.5e-3)
-    a.add_argument("--clip", type=float, default=1.0, help="largest norm of the gradient")
+    a.add_argument("--batch", type=int, default=16)
+    a.add_argument("--rate", type=float, default=1e-3)
+    a.add_argument("--clip", type=float, default=5.0, help="largest norm of the gradient")
     a.add_argument("--channels", type=int, default=192)
     a.add_argument("--loss", type=float, nargs=6, default=losses.WEIGHTS,
                    help="weights: " + ", ".join(losses.NAMES))
     a.add_argument("--adversarial-from", type=int, default=10**9, help="step; 0: from the start")
-    a.add_argument("--adversarial", type=float, nargs=2, default=(0.05, 0.1),
+    a.add_argument("--adversarial", type=float, nargs=2, default=(0.3, 0.1),
                    help="weights of the jury's verdict and of feature matching")
     a.add_argument("--jury-rate", type=float, default=3e-4)
     a.add_argument("--without", nargs="*", default=[], choices=windows.SIGNALS,
