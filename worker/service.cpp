@@ -169,9 +169,9 @@ void Service::ServeRequest() {
     if (platform::Wait(m_inputReady.get(), 0) == platform::kWaitSignalled) {
         platform::SetEvent(m_processStarted.get());
         std::memcpy(m_in.data(), m_block->AudioIn, sizeof(m_block->AudioIn));
-        m_predictor.Predict(m_in, m_out);
-        std::memcpy(m_block->AudioOut, m_out.data(), sizeof(m_block->AudioOut));
-        m_block->retCode = 0;
+        const int32_t result = m_predictor.Predict(m_in, m_out);
+        if (result == 0) std::memcpy(m_block->AudioOut, m_out.data(), sizeof(m_block->AudioOut));
+        m_block->retCode = result;
     }
     platform::ReleaseMutex(m_mutex.get());
 }
