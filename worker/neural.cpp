@@ -3,7 +3,9 @@
 #include "neural.h"
 
 #include <algorithm>
+#include <cstdio>
 
+#include "adapter/protocol.h"
 #include "sample.h"
 
 namespace aiplc::worker {
@@ -21,23 +23,50 @@ Neural::Neural(std::shared_ptr<const Model> model) : m_network(std::move(model))
 
 int32_t Neural::Predict(std::span<const int16_t, kWindowSamples> window,
                         std::span<int16_t, kWindowSamples> out) noexcept {
+    m_countsBefore = m_counts;
     if (!m_candidates.Make(window, out)) return 0;
+    ++m_counts.answers;
     const WindowFacts facts(window);
     Analyse(facts, window);
     m_features.Make(m_signals, facts, m_network.Features(), m_noiseLevels);
     m_network.Run();
+    const auto seen = out.subspan<kSeenBegin>();
+    if (MakeAnswer(facts, seen) != Fault::none) {
+        ++m_counts.replaced;
+        return 0;
+    }
+    std::ranges::transform(std::span(m_answer).subspan(facts.hole.begin),
+                           seen.subspan(facts.hole.begin).begin(), ToSample);
+    return 0;
+}
+
+// What the network's outputs make of the known samples, into m_answer.
+Fault Neural::MakeAnswer(const WindowFacts &facts,
+                         std::span<const int16_t, kSeenSamples> known) noexcept {
     const size_t begin = facts.hole.begin;
-    m_gains.Apply(m_network.Outputs(), m_signals, m_noise, m_noiseLevels,
-                  ShortSpectra::FirstSpectrum(begin), m_change);
+    const size_t first = ShortSpectra::FirstSpectrum(begin);
+    m_gains.Apply(m_network.Outputs(), m_signals, m_noise, m_noiseLevels, first, m_change);
     m_shortSpectra.Synthesise(m_change, begin, m_samples);
-    const auto answer = out.subspan<kSeenBegin>();
+    std::ranges::copy(known, m_known.begin());
+    m_answer = m_known;
     for (size_t i = begin; i < kSeenSamples; ++i) {
         const float ramp = std::min(static_cast<float>(i - begin + 1) / kRamp, 1.0F);
-        m_samples[i] = static_cast<float>(answer[i]) + ramp * facts.scale * m_samples[i];
+        m_answer[i] += ramp * facts.scale * m_samples[i];
     }
-    std::transform(m_samples.begin() + static_cast<std::ptrdiff_t>(begin), m_samples.end(),
-                   answer.begin() + static_cast<std::ptrdiff_t>(begin), ToSample);
-    return 0;
+    std::ranges::transform(m_answer, m_samples.begin(),
+                           [&facts](float s) { return s / facts.scale; });
+    m_shortSpectra.Analyse(m_samples, first, m_change);
+    return Examine({m_answer, m_change}, {m_known, m_signals[Candidates::answer]}, facts);
+}
+
+void Neural::Report() const {
+    if (m_counts.replaced == 0) return;
+    std::fprintf(
+        stderr,
+        "%s: %llu of %llu answers of the model were out of bounds; the autoregressive ones "
+        "took their place\n",
+        protocol::kWorkerExecutable, static_cast<unsigned long long>(m_counts.replaced),
+        static_cast<unsigned long long>(m_counts.answers));
 }
 
 // The signals are the same before the hole, so their spectra are.

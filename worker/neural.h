@@ -10,6 +10,7 @@
 
 #include "candidates.h"
 #include "gains.h"
+#include "guard.h"
 #include "network.h"
 #include "predictor.h"
 #include "short_spectra.h"
@@ -18,6 +19,7 @@
 
 namespace aiplc::worker {
 
+// An answer of the network that must not be heard is replaced by the autoregressive one.
 class Neural : public Predictor {
   public:
     explicit Neural(std::shared_ptr<const Model> model);  // throws std::bad_alloc
@@ -27,9 +29,20 @@ class Neural : public Predictor {
     int32_t Predict(std::span<const int16_t, kWindowSamples> window,
                     std::span<int16_t, kWindowSamples> out) noexcept override;
 
+    struct Counts {
+        uint64_t answers = 0;   // of the network
+        uint64_t replaced = 0;  // of these
+    };
+    const Counts &Counted() const { return m_counts; }
+    void ForgetLast() noexcept override { m_counts = m_countsBefore; }
+    void Report() const override;
+
   private:
     void Analyse(const WindowFacts &facts,
                  std::span<const int16_t, kWindowSamples> window) noexcept;
+
+    Fault MakeAnswer(const WindowFacts &facts,
+                     std::span<const int16_t, kSeenSamples> known) noexcept;
 
     using Seen = std::array<float, kSeenSamples>;
 
@@ -43,6 +56,10 @@ class Neural : public Predictor {
     BandLevels m_noiseLevels{};
     Spectra m_change{};
     Seen m_samples{};
+    Seen m_known{};   // the autoregressive answer
+    Seen m_answer{};  // the network's
+    Counts m_counts;
+    Counts m_countsBefore;  // the last prediction
 };
 
 }  // namespace aiplc::worker

@@ -159,6 +159,7 @@ void Service::MakeReady() {
     std::fill(m_in.begin(), m_in.begin() + kWindowSamples / 2, int16_t{1});
     std::fill(m_in.begin() + kWindowSamples / 2, m_in.end(), int16_t{0});
     m_predictor.Predict(m_in, m_out);
+    m_predictor.ForgetLast();
     platform::SetEvent(m_adapterReceiver.get());
 }
 
