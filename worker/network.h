@@ -19,6 +19,9 @@ class Network {
 
     // To be filled before Run.
     std::span<Row, kInputs> Features() { return std::span(m_features).first<kInputs>(); }
+    std::span<const Row, kInputs> Features() const {
+        return std::span(m_features).first<kInputs>();
+    }
     // All layers: Enter, RunBlock for each block in turn, Leave.
     void Run() noexcept;
     std::span<const Row, kOutputs> Outputs() const {

@@ -34,6 +34,8 @@ class Neural : public Predictor {
         uint64_t replaced = 0;  // of these
     };
     const Counts &Counted() const { return m_counts; }
+    // What it holds after the last prediction.
+    const Network &Layers() const { return m_network; }
     void ForgetLast() noexcept override { m_counts = m_countsBefore; }
     void Report() const override;
 
