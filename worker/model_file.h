@@ -18,6 +18,9 @@ namespace aiplc::worker {
 
 // The file's name beside the worker's executable.
 inline constexpr char kModelFileName[] = "xanu_audio_aiplc.model";
+// The environment variable that names another one, or asks for the predictor that needs none.
+inline constexpr char kModelVariable[] = "AIPLC_MODEL";
+inline constexpr char kNoModelWish[] = "autoregressive";
 
 // Unchanged once loaded: any threads may read it.
 class Model {

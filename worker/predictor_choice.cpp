@@ -36,7 +36,7 @@ std::string BesideExecutable() {
 std::unique_ptr<Predictor> ChoosePredictor() {
     const char *const set = std::getenv(kModelVariable);
     const std::string wish = set != nullptr ? set : "";
-    if (wish == "autoregressive") return std::make_unique<Autoregressive>();
+    if (wish == kNoModelWish) return std::make_unique<Autoregressive>();
     std::string fault;
     auto model = Model::Load(wish.empty() ? BesideExecutable() : wish, fault);
     if (model) return std::make_unique<Neural>(std::move(model));

@@ -9,9 +9,6 @@
 
 namespace aiplc::worker {
 
-// Names another model file, or "autoregressive" for the predictor that needs none.
-inline constexpr char kModelVariable[] = "AIPLC_MODEL";
-
 // What a request is answered with where there is no model: the library uses the codec.
 inline constexpr int32_t kNoModel = 20;
 
