@@ -24,7 +24,7 @@ void AddProduct(const Row &gainRe, const Row &gainIm, const Row &re, const Row &
 }
 
 Row Between(const Row &lower, const Row &upper, float share) {
-    Row between;
+    Row between{};
     for (size_t i = 0; i < kColumns; ++i)
         between.at[i] = lower.at[i] + share * (upper.at[i] - lower.at[i]);
     return between;

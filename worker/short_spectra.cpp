@@ -50,8 +50,8 @@ void ShortSpectra::Analyse(std::span<const float, kSeenSamples> signal, size_t f
     std::fill_n(m_padded.begin(), kPadding, 0.0F);
     std::ranges::copy(signal, m_padded.begin() + kPadding);
     std::fill_n(m_padded.end() - kPadding, kPadding, 0.0F);
-    std::array<float, kSpectrumSize> time;
-    std::array<kiss_fft_cpx, kBins> bins;
+    std::array<float, kSpectrumSize> time{};
+    std::array<kiss_fft_cpx, kBins> bins{};
     for (size_t spectrum = first; spectrum < kSpectra; ++spectrum) {
         const float *const from = &m_padded[spectrum * kHop];
         for (size_t i = 0; i < kSpectrumSize; ++i)
@@ -67,8 +67,8 @@ void ShortSpectra::Analyse(std::span<const float, kSeenSamples> signal, size_t f
 void ShortSpectra::Synthesise(const Spectra &spectra, size_t begin,
                               std::span<float, kSeenSamples> signal) noexcept {
     m_padded.fill(0.0F);
-    std::array<float, kSpectrumSize> time;
-    std::array<kiss_fft_cpx, kBins> bins;
+    std::array<float, kSpectrumSize> time{};
+    std::array<kiss_fft_cpx, kBins> bins{};
     for (size_t spectrum = FirstSpectrum(begin); spectrum < kSpectra; ++spectrum) {
         for (size_t bin = 0; bin < kBins; ++bin)
             bins[bin] = {spectra.re[bin].at[spectrum], spectra.im[bin].at[spectrum]};

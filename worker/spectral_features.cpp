@@ -83,7 +83,7 @@ void Features::Make(const SignalSpectra &signals, const WindowFacts &facts,
 // The bins' levels, and the bands' mean power into m_answer.
 void Features::AddAnswer(const Spectra &answer, std::span<Row, kBins> binLevels) noexcept {
     m_answer.fill({});
-    Row power;
+    Row power{};
     for (size_t bin = 0; bin < kBins; ++bin) {
         const Row &re = answer.re[bin];
         const Row &im = answer.im[bin];
@@ -103,9 +103,9 @@ void Features::AddAnswer(const Spectra &answer, std::span<Row, kBins> binLevels)
 void Features::AddOther(const Spectra &other, const Spectra &answer) noexcept {
     for (BandPower *sums : {&m_other, &m_crossRe, &m_crossIm})
         sums->fill({});
-    Row power;
-    Row crossRe;
-    Row crossIm;
+    Row power{};
+    Row crossRe{};
+    Row crossIm{};
     for (size_t bin = 0; bin < kBins; ++bin) {
         const Row &re = other.re[bin];
         const Row &im = other.im[bin];

@@ -20,7 +20,7 @@ constexpr size_t kEnd = 1296;
 
 // The verdict on what a change makes of a tone of this amplitude that has such a hole.
 Fault Verdict(float amplitude, const Change &change, size_t end = kEnd) {
-    std::array<int16_t, kWindowSamples> window;
+    std::array<int16_t, kWindowSamples> window{};
     window.fill(1000);
     std::fill(window.begin() + kSeenBegin + kBegin, window.begin() + kSeenBegin + end, int16_t{0});
     const WindowFacts facts(window);
