@@ -21,7 +21,7 @@ constexpr size_t kLanes = hn::MaxLanes(Tag());
 
 // A tile of sums fills the registers: rows times two vectors, and two vectors of inputs.
 constexpr size_t kVectors = 2;
-#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL || HWY_TARGET == HWY_NEON
+#if (HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX3) || HWY_ARCH_ARM_A64
 constexpr size_t kRows = 12;  // of 32 registers
 #else
 constexpr size_t kRows = 6;  // of 16 registers

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
 //
-// What must not be heard, whatever the network says. The bounds leave margin: of good answers one
-// in a thousand passes them at most.
+// What must not be heard, whatever the network says. The bounds leave margin: about one answer in a
+// thousand is beyond them.
 
 #ifndef AIPLC_WORKER_GUARD_H
 #define AIPLC_WORKER_GUARD_H

@@ -18,6 +18,7 @@ constexpr size_t kChecked = 20;  // the bytes from here on are under the checksu
 constexpr size_t kHeader = 24;
 constexpr uintmax_t kLargest = uintmax_t{256} << 20;
 constexpr uint8_t kMostDimensions = 4;
+constexpr uint32_t kMostTensors = 1024;
 
 // Takes values from the front of the bytes; fails for good at the first one that is not whole.
 class Reader {
@@ -112,6 +113,7 @@ std::string TensorFile::Parse() {
         return "is damaged: its CRC-32 is " + std::to_string(actual) + ", it should be " +
                std::to_string(m_checksum) + "; copy it again";
     }
+    reader.failed = reader.failed || count > kMostTensors;
     for (uint32_t i = 0; i < count && !reader.failed; ++i)
         m_tensors.push_back(TakeTensor(reader));
     if (reader.failed || reader.Left() != 0) {
