@@ -9,6 +9,8 @@ install(TARGETS xanu_audiocore_aiplc EXPORT aiplcTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY include/aiplc DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(TARGETS aiplc_worker RUNTIME DESTINATION ${AIPLC_WORKER_DIR})
+install(FILES training/weights/model.bin DESTINATION ${AIPLC_WORKER_DIR}
+        RENAME xanu_audio_aiplc.model)
 
 if(TARGET aiplc)
   file(RELATIVE_PATH to_lib /${AIPLC_LIBEXEC_DIR} /${CMAKE_INSTALL_LIBDIR})

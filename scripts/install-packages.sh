@@ -7,7 +7,8 @@ set -eu
 packages() {
     case "$1" in
     build) echo "g++ cmake make ninja-build pkg-config libopus-dev libogg-dev libsndfile1-dev libsoxr-dev \
-                 libcli11-dev nlohmann-json3-dev libpcap-dev libkissfft-dev" ;;
+                 libcli11-dev nlohmann-json3-dev libpcap-dev libkissfft-dev \
+                 libhwy-dev zlib1g-dev" ;;
     test) echo "libgtest-dev libgmock-dev" ;;
     demo) echo "fillets-ng-data-nl" ;;
     measure) echo "fillets-ng-data-nl sox libsox-fmt-base" ;;

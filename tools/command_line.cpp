@@ -11,6 +11,7 @@
 
 #include "conceal.h"
 #include "failure.h"
+#include "model_facts.h"
 
 namespace aiplc::tools {
 namespace {
@@ -163,9 +164,13 @@ int RunCommandLine(int argc, char **argv) {
     CLI::App program("Packet-loss concealment for Opus speech", "aiplc");
     program.require_subcommand(1);
     program.footer("\naiplc COMMAND --help explains a command with examples.");
-    const std::string version =
-        std::string("aiplc ") + AIPLC_VERSION + ", " + opus_get_version_string();
-    program.set_version_flag("--version", version);
+    bool verbose = false;
+    program.add_flag("--verbose", verbose, "with --version: the worker's model as well");
+    program.set_version_flag("--version", [&verbose] {
+        const auto version =
+            std::string("aiplc ") + AIPLC_VERSION + ", " + opus_get_version_string();
+        return verbose ? version + '\n' + ModelFacts() : version;
+    });
     ConcealOptions options;
     CLI::App *conceal = AddConceal(program, options);
     try {

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <numbers>
 
+#include "sample.h"
+
 namespace aiplc::worker {
 
 namespace {
@@ -65,14 +67,10 @@ void LimitPower(std::span<const float> recent, std::span<float> made) {
     }
 }
 
-int16_t ToSample(float value) {
-    return static_cast<int16_t>(std::lrint(std::clamp(value, -32768.0F, 32767.0F)));
-}
-
 }  // namespace
 
-void Autoregressive::Predict(std::span<const int16_t, kWindowSamples> window,
-                             std::span<int16_t, kWindowSamples> out) noexcept {
+int32_t Autoregressive::Predict(std::span<const int16_t, kWindowSamples> window,
+                                std::span<int16_t, kWindowSamples> out) noexcept {
     std::copy(window.begin(), window.end(), out.begin());
     for (Signal *signal : {&m_signal, &m_forwardFill, &m_backwardFill, &m_lateFill})
         std::copy(window.begin(), window.end(), signal->begin());
@@ -81,7 +79,7 @@ void Autoregressive::Predict(std::span<const int16_t, kWindowSamples> window,
     for (size_t h = 0; h < count; ++h) {
         const Hole &hole = holes[h];
         const size_t futureEnd = h + 1 < count ? holes[h + 1].begin : kWindowSamples;
-        if (hole.begin == 0 && hole.end == kWindowSamples) return;
+        if (hole.begin == 0 && hole.end == kWindowSamples) return 0;
         Fill(hole, futureEnd);
         const size_t changedEnd = std::min(hole.end + kJoinSamples, futureEnd);
         std::transform(m_signal.begin() + static_cast<std::ptrdiff_t>(hole.begin),
@@ -89,6 +87,7 @@ void Autoregressive::Predict(std::span<const int16_t, kWindowSamples> window,
                        out.begin() + static_cast<std::ptrdiff_t>(hole.begin), ToSample);
         if (h + 1 == count) FillLate(hole);
     }
+    return 0;
 }
 
 // Everything before the hole is known by now; what lies between it and futureEnd was received.

@@ -24,8 +24,8 @@ class Autoregressive : public Predictor {
     // back as they were.
     static constexpr size_t kJoinSamples = 64;
 
-    void Predict(std::span<const int16_t, kWindowSamples> window,
-                 std::span<int16_t, kWindowSamples> out) noexcept override;
+    int32_t Predict(std::span<const int16_t, kWindowSamples> window,
+                    std::span<int16_t, kWindowSamples> out) noexcept override;
 
     using Signal = std::array<float, kWindowSamples>;
 

@@ -3,19 +3,11 @@
 #include "candidates.h"
 
 #include <algorithm>
-#include <cmath>
 
 #include "pitch_repetition.h"
+#include "sample.h"
 
 namespace aiplc::worker {
-
-namespace {
-
-int16_t ToSample(float value) {
-    return static_cast<int16_t>(std::lrint(std::clamp(value, -32768.0F, 32767.0F)));
-}
-
-}  // namespace
 
 bool Candidates::Make(std::span<const int16_t, kWindowSamples> window,
                       std::span<int16_t, kWindowSamples> filled) noexcept {

@@ -3,19 +3,20 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 
 #include "adapter/protocol.h"
-#include "autoregressive.h"
 #include "platform/platform.h"
+#include "predictor_choice.h"
 #include "service.h"
 
 namespace {
 
 int Serve() {
-    const auto predictor = std::make_unique<aiplc::worker::Autoregressive>();
+    const auto predictor = aiplc::worker::ChoosePredictor();
     aiplc::worker::Service service(*predictor);
-    return service.Open() ? service.Run() : 1;
+    const int result = service.Open() ? service.Run() : 1;
+    predictor->Report();
+    return result;
 }
 
 }  // namespace

@@ -25,8 +25,14 @@ class Predictor {
     Predictor &operator=(const Predictor &) = delete;
     virtual ~Predictor() = default;
 
-    virtual void Predict(std::span<const int16_t, kWindowSamples> window,
-                         std::span<int16_t, kWindowSamples> out) noexcept = 0;
+    // 0, or what the library is told in place of an answer: then out means nothing.
+    virtual int32_t Predict(std::span<const int16_t, kWindowSamples> window,
+                            std::span<int16_t, kWindowSamples> out) noexcept = 0;
+
+    // Nobody asked for the last prediction: Report leaves it out.
+    virtual void ForgetLast() noexcept {}
+    // Says on stderr what there is to say of the answers so far, if anything.
+    virtual void Report() const {}
 };
 
 }  // namespace aiplc::worker

@@ -159,6 +159,7 @@ void Service::MakeReady() {
     std::fill(m_in.begin(), m_in.begin() + kWindowSamples / 2, int16_t{1});
     std::fill(m_in.begin() + kWindowSamples / 2, m_in.end(), int16_t{0});
     m_predictor.Predict(m_in, m_out);
+    m_predictor.ForgetLast();
     platform::SetEvent(m_adapterReceiver.get());
 }
 
@@ -169,9 +170,9 @@ void Service::ServeRequest() {
     if (platform::Wait(m_inputReady.get(), 0) == platform::kWaitSignalled) {
         platform::SetEvent(m_processStarted.get());
         std::memcpy(m_in.data(), m_block->AudioIn, sizeof(m_block->AudioIn));
-        m_predictor.Predict(m_in, m_out);
-        std::memcpy(m_block->AudioOut, m_out.data(), sizeof(m_block->AudioOut));
-        m_block->retCode = 0;
+        const int32_t result = m_predictor.Predict(m_in, m_out);
+        if (result == 0) std::memcpy(m_block->AudioOut, m_out.data(), sizeof(m_block->AudioOut));
+        m_block->retCode = result;
     }
     platform::ReleaseMutex(m_mutex.get());
 }

@@ -54,7 +54,10 @@ TEST_F(CommandLineTest, WrongUsageIsTwoAndFailureIsOne) {
              {"conceal in.wav -o o.wav --loss-trace nix", 1, "nix: cannot be read"},
              {"conceal in.wav -o - --no-ai >/dev/full", 1, "standard output: cannot be written"},
              {"conceal --help", 0, "Examples:"},
-             {"--version", 0, "libopus"}}) {
+             {"--version", 0, "libopus"},
+             {"--version --verbose", 0, "xanu_audio_aiplc.model\n  version     1\n  parameters"},
+             {"--verbose --version; AIPLC_MODEL=in.wav $A --verbose --version", 0,
+              "in.wav: does not begin with AIPLCNN1"}}) {
         Shell("exec 2>&1; $A " + std::string(arguments), exitCode, message);
     }
     EXPECT_THAT(Names(), ElementsAre("in.wav"));

@@ -3,34 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdlib>
-#include <new>
 #include <numeric>
 #include <vector>
 
+#include "allocations.h"
 #include "autoregressive.h"
-
-static size_t allocations = 0;
-
-// Not inlined: the compiler would take free() for the wrong partner of operator new.
-[[gnu::noinline]] void *operator new(size_t size) {
-    ++allocations;
-    if (void *memory = std::malloc(size)) return memory;
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void *operator new(size_t size, const std::nothrow_t &) noexcept {
-    ++allocations;
-    return std::malloc(size);
-}
-[[gnu::noinline]] void operator delete(void *memory) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void *memory, size_t) noexcept {
-    std::free(memory);
-}
 
 namespace {
 
+using aiplc::allocations;
 using aiplc::worker::Autoregressive;
 using Window = std::array<int16_t, 2560>;
 using Frames = std::vector<size_t>;

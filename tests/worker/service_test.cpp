@@ -19,11 +19,13 @@ bool Signalled(const UniqueHandle &handle, uint32_t ms = 20000) {
 }
 
 // Answers with the input's first sample plus 100 for each prediction made; at -1 when told to.
+// Fails at -2.
 struct Counting : Predictor {
-    void Predict(std::span<const int16_t, 2560> in,
-                 std::span<int16_t, 2560> out) noexcept override {
+    int32_t Predict(std::span<const int16_t, 2560> in,
+                    std::span<int16_t, 2560> out) noexcept override {
         if (in[0] == -1) line.Await();
         out[0] = static_cast<int16_t>(in[0] + 100 * ++count);
+        return in[0] == -2 ? 77 : 0;
     }
     Line line;
     int count = 0;
@@ -69,10 +71,10 @@ struct Library {
         ReleaseMutex(mutex.get());
         ASSERT_TRUE(Signalled(started));
     }
-    void End(int sample) const {
+    void End(int sample, int32_t result = 0) const {
         ASSERT_TRUE(Signalled(mutex));
         EXPECT_EQ(block.AudioOut[0], sample);
-        EXPECT_EQ(block.retCode, 0);
+        EXPECT_EQ(block.retCode, result);
         ReleaseMutex(mutex.get());
     }
 };
@@ -100,6 +102,8 @@ TEST(Service, AnswersEveryMessageAndServesEachRequestOnce) {
         library.Begin(i);
         library.End(101 * i);
     }
+    library.Begin(-2);
+    library.End(101 * 20, 77);  // the answer before it stays
     EXPECT_TRUE(Signalled(library.mutex));
     SetEvent(library.inputReady.get());
     library.Leave(AIPLC_PROCESS);  // cannot be served

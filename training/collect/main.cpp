@@ -5,23 +5,26 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <map>
+#include <memory>
 #include <numeric>
 
 #include "call_plan.h"
 #include "failure.h"
+#include "neural.h"
 #include "speech_collection.h"
 #include "window_file.h"
 
 namespace aiplc::training {
 namespace {
 
-enum class Answers { drawn, classic, target, codec, ask };
+enum class Answers { drawn, classic, target, codec, ask, model };
 
 struct Options {
     std::string speech;
     std::string background;
     std::string windows;
     std::string audio;
+    std::string model;
     std::vector<std::string> licences;
     Split split = Split::train;
     Scene scene = Scene::drawn;
@@ -64,9 +67,12 @@ void Declare(CLI::App &app, Options &options) {
                         {"classic", Answers::classic},
                         {"target", Answers::target},
                         {"codec", Answers::codec},
-                        {"ask", Answers::ask}},
+                        {"ask", Answers::ask},
+                        {"model", Answers::model}},
                        "who answers requests; ask: whoever reads requests from standard output "
-                       "and writes answers of 2560 samples to standard input");
+                       "and writes answers of 2560 samples to standard input; model: the network "
+                       "as in the worker");
+    app.add_option("--model", options.model, "weights for --answers model");
     app.add_option("--seed", options.seed, "the same seed gives the same data");
     app.add_option("--passes", options.passes, "times that each recording is used")
         ->check(CLI::PositiveNumber);
@@ -86,12 +92,28 @@ void Ask(const WindowRecord &request, Window &answer) {
     }
 }
 
-void ChooseAnswer(Answers answers, CallSetup &setup) {
+// Null unless the network answers.
+std::unique_ptr<worker::Neural> LoadNeural(const Options &options) {
+    if ((options.answers == Answers::model) == options.model.empty())
+        throw std::runtime_error("--answers model and --model FILE go together");
+    if (options.model.empty()) return nullptr;
+    std::string fault;
+    auto model = worker::Model::Load(options.model, fault);
+    if (!model) throw std::runtime_error(fault);
+    return std::make_unique<worker::Neural>(std::move(model));
+}
+
+void ChooseAnswer(Answers answers, worker::Neural *neural, CallSetup &setup) {
     if (answers == Answers::drawn) return;
     setup.facts.flags &= static_cast<uint16_t>(~WindowRecord::kTruthMixed);
     setup.answer = nullptr;
     if (answers == Answers::target) setup.answer = MixTruth(1);
     if (answers == Answers::ask) setup.answer = Ask;
+    if (neural != nullptr) {
+        setup.answer = [neural](const WindowRecord &request, Window &answer) {
+            neural->Predict(request.window, answer);
+        };
+    }
     setup.refuse = answers == Answers::codec;
 }
 
@@ -137,7 +159,8 @@ struct Totals {
 };
 
 void PlayRecording(const Options &options, const Backgrounds &backgrounds, const Recording &speech,
-                   uint32_t file, uint32_t pass, WindowFiles &files, Totals &totals) {
+                   uint32_t file, uint32_t pass, worker::Neural *neural, WindowFiles &files,
+                   Totals &totals) {
     const auto length = static_cast<size_t>(options.callSeconds * speech.rate);
     for (size_t start = 0; start < speech.samples.size(); start += length) {
         if (options.maxCalls > 0 && totals.calls >= static_cast<uint32_t>(options.maxCalls)) return;
@@ -158,7 +181,7 @@ void PlayRecording(const Options &options, const Backgrounds &backgrounds, const
         if (background) setup.facts.flags |= WindowRecord::kBackground;
         setup.facts.call = call;
         if (options.noLosses) setup.lost.clear();
-        ChooseAnswer(options.answers, setup);
+        ChooseAnswer(options.answers, neural, setup);
         const CallResult result = CollectWindows(setup, pcm);
         if (!options.windows.empty()) files.Write(result.windows);
         if (!options.audio.empty()) WriteAudio(options, call, setup, result);
@@ -178,20 +201,26 @@ std::vector<uint32_t> DrawOrder(size_t files, uint32_t seed, uint32_t pass) {
 }
 
 void Run(const Options &options) {
+    const auto neural = LoadNeural(options);
     const Backgrounds backgrounds(options.background);
     const auto paths = FindSpeech(options.speech, options.split, options.licences);
     WindowFiles files(options.windows + '_' + std::to_string(options.part));
     Totals totals;
     for (uint32_t pass = 0; pass < static_cast<uint32_t>(options.passes); ++pass) {
         for (const uint32_t file : DrawOrder(paths.size(), options.seed, pass)) {
-            PlayRecording(options, backgrounds, LoadRecording(paths[file]), file, pass, files,
-                          totals);
+            PlayRecording(options, backgrounds, LoadRecording(paths[file]), file, pass,
+                          neural.get(), files, totals);
         }
         std::fprintf(stderr, "pass %u: %llu windows from %.0f s, %llu left out as ambiguous\n",
                      pass + 1, static_cast<unsigned long long>(files.Records()), totals.seconds,
                      static_cast<unsigned long long>(totals.ambiguous));
     }
     files.Close();
+    if (neural) {
+        std::fprintf(stderr, "%llu of %llu answers of the model were replaced as out of bounds\n",
+                     static_cast<unsigned long long>(neural->Counted().replaced),
+                     static_cast<unsigned long long>(neural->Counted().answers));
+    }
 }
 
 }  // namespace

@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#include "guard.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace aiplc::worker {
+
+namespace {
+
+using Samples = std::span<const float>;
+
+// Samples before the hole that count.
+constexpr size_t kNear = 640;
+// Power is that of 10 ms; the answer's may be 6 dB above the highest near it, in bands 12 dB.
+constexpr size_t kBlock = 160;
+constexpr float kLevelMargin = 4;
+constexpr float kBandMargin = 16;
+// What is hardly heard is allowed: -60 dBFS. In bands also 20 dB below white noise of the window's
+// level.
+constexpr float kQuietPower = 32 * 32;
+constexpr float kQuietShare = 0.01F;
+// 0..0.5, ..1, ..2, ..4, ..8 kHz
+constexpr std::array<size_t, 6> kBandEdges = {0, 10, 20, 40, 80, kBins};
+// Differences between samples that follow each other: twice the largest near the hole, within so
+// many samples of its ends.
+constexpr float kStepMargin = 2;
+constexpr float kQuietStep = 32;
+constexpr size_t kJoin = 8;
+
+float LoudestBlock(Samples samples) {
+    float loudest = 0;
+    for (size_t at = 0; at + kBlock <= samples.size(); at += kBlock / 2) {
+        float sum = 0;
+        for (const float s : samples.subspan(at, kBlock))
+            sum += s * s;
+        loudest = std::max(loudest, sum / kBlock);
+    }
+    return loudest;
+}
+
+// Mean power of the bins from begin to end in the loudest of the spectra from first on.
+float LoudestSpectrum(const Spectra &spectra, size_t begin, size_t end, size_t first) {
+    Row sums{};
+    for (size_t bin = begin; bin < end; ++bin) {
+        const Row &re = spectra.re[bin];
+        const Row &im = spectra.im[bin];
+        for (size_t i = 0; i < kColumns; ++i)
+            sums.at[i] += re.at[i] * re.at[i] + im.at[i] * im.at[i];
+    }
+    return *std::max_element(&sums.at[first], &sums.at[kSpectra]) / static_cast<float>(end - begin);
+}
+
+float LargestStep(Samples samples) {
+    float largest = 0;
+    for (size_t i = 1; i < samples.size(); ++i)
+        largest = std::max(largest, std::abs(samples[i] - samples[i - 1]));
+    return largest;
+}
+
+bool AllSilent(Samples samples) {
+    return std::ranges::all_of(samples, [](float s) { return std::abs(s) <= 0.5F; });
+}
+
+bool BandTooLoud(const Sound &answer, const Sound &known, const WindowFacts &facts) {
+    const float quiet = std::max(kQuietPower / (facts.scale * facts.scale), kQuietShare);
+    const size_t first = ShortSpectra::FirstSpectrum(facts.hole.begin);
+    const size_t near = ShortSpectra::FirstSpectrum(facts.hole.begin - kNear);
+    for (size_t band = 0; band + 1 < kBandEdges.size(); ++band) {
+        const size_t begin = kBandEdges[band];
+        const size_t end = kBandEdges[band + 1];
+        const float expected = LoudestSpectrum(known.spectra, begin, end, near);
+        const float power = LoudestSpectrum(answer.spectra, begin, end, first);
+        if (power > kBandMargin * std::max(expected, quiet)) return true;
+    }
+    return false;
+}
+
+bool StepsAtJoins(Samples answer, Samples near, const Hole &hole) {
+    const float most = kStepMargin * std::max(LargestStep(near), kQuietStep);
+    for (const size_t join : {hole.begin, hole.end}) {
+        if (join == kSeenSamples) break;  // nothing was received behind the hole
+        const size_t from = std::max(join - kJoin, hole.begin - 1);
+        const size_t to = std::min(join + kJoin, kSeenSamples);
+        if (LargestStep(answer.subspan(from, to - from)) > most) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+Fault Examine(const Sound &answer, const Sound &known, const WindowFacts &facts) noexcept {
+    const Samples made = answer.samples.subspan(facts.hole.begin);
+    const Samples near = known.samples.subspan(facts.hole.begin - kNear);
+    if (!std::ranges::all_of(made, [](float s) { return std::isfinite(s); }))
+        return Fault::notFinite;
+    if (AllSilent(near)) return AllSilent(made) ? Fault::none : Fault::noise;
+    if (LoudestBlock(made) > kLevelMargin * std::max(LoudestBlock(near), kQuietPower))
+        return Fault::level;
+    if (BandTooLoud(answer, known, facts)) return Fault::band;
+    return StepsAtJoins(answer.samples, near, facts.hole) ? Fault::step : Fault::none;
+}
+
+}  // namespace aiplc::worker

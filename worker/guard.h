@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: BSD-2-Clause
+//
+// What must not be heard, whatever the network says. The bounds leave margin: about one answer in a
+// thousand is beyond them.
+
+#ifndef AIPLC_WORKER_GUARD_H
+#define AIPLC_WORKER_GUARD_H
+
+#include <cstdint>
+#include <span>
+
+#include "network_layout.h"
+#include "short_spectra.h"
+#include "window_facts.h"
+
+namespace aiplc::worker {
+
+// The samples seen, in 16-bit steps, and the spectra of the same divided by WindowFacts::scale.
+struct Sound {
+    std::span<const float, kSeenSamples> samples;
+    const Spectra &spectra;
+};
+
+enum class Fault : uint8_t {
+    none,
+    notFinite,  // a sample is no number
+    noise,      // there is sound where all around the hole is silent
+    level,      // 10 ms are too loud
+    band,       // a band of the spectrum is too loud
+    step,       // the answer steps where the hole begins or ends
+};
+
+// The first fault of an answer from the last hole on. known is the autoregressive answer; it says
+// what may be expected from 40 ms before the hole on.
+Fault Examine(const Sound &answer, const Sound &known, const WindowFacts &facts) noexcept;
+
+}  // namespace aiplc::worker
+
+#endif

@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: BSD-2-Clause
+//
+// What the network's weights were trained to: the numbers of training/model.py.
+
+#ifndef AIPLC_WORKER_NETWORK_LAYOUT_H
+#define AIPLC_WORKER_NETWORK_LAYOUT_H
+
+#include <cstddef>
+
+#include "predictor.h"
+
+namespace aiplc::worker {
+
+// The network sees a window from its third frame on.
+inline constexpr size_t kSeenBegin = 2 * kFrameSamples;
+inline constexpr size_t kSeenSamples = kWindowSamples - kSeenBegin;
+
+// Short spectra of kSpectrumSize samples, centred on samples 0, 80, .. 1920 of those seen.
+inline constexpr size_t kSpectrumSize = 320;
+inline constexpr size_t kHop = 80;
+inline constexpr size_t kSpectra = kSeenSamples / kHop + 1;
+inline constexpr size_t kBins = kSpectrumSize / 2 + 1;
+inline constexpr size_t kBands = 64;
+
+// The signals of candidates.h; the first is the autoregressive answer.
+inline constexpr size_t kSignals = 6;
+inline constexpr size_t kOthers = kSignals - 1;
+
+// Levels of the answer's bins, of the others' bands and of the noise; phases of the others' bands
+// relative to the answer's, real parts first; what is missing, what lies from the last hole on, the
+// window's level.
+inline constexpr size_t kInputs = kBins + kSignals * kBands + 2 * kOthers * kBands + 3;
+// Gains: of the answer's bins, of the others' bands (of each real parts first), of the noise.
+inline constexpr size_t kOutputs = 2 * kBins + 2 * kOthers * kBands + kBands;
+
+// A level or a channel at all spectra. The columns from kSpectra on fill up vectors; what they hold
+// means nothing.
+inline constexpr size_t kColumns = 32;
+struct alignas(64) Row {
+    float at[kColumns];
+};
+
+}  // namespace aiplc::worker
+
+#endif

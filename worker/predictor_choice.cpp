@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#include "predictor_choice.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "adapter/protocol.h"
+#include "autoregressive.h"
+#include "neural.h"
+#include "platform/platform.h"
+
+namespace aiplc::worker {
+
+namespace {
+
+class NoPredictor : public Predictor {
+  public:
+    int32_t Predict(std::span<const int16_t, kWindowSamples> /*window*/,
+                    std::span<int16_t, kWindowSamples> /*out*/) noexcept override {
+        return kNoModel;
+    }
+};
+
+std::string BesideExecutable() {
+    char path[4096] = {};
+    const std::string_view executable(path, platform::ExecutablePath(path, sizeof path));
+    const size_t folder = executable.rfind(platform::kPathSeparator) + 1;  // 0 without one
+    return std::string(executable.substr(0, folder)) + kModelFileName;
+}
+
+}  // namespace
+
+std::unique_ptr<Predictor> ChoosePredictor() {
+    const char *const set = std::getenv(kModelVariable);
+    const std::string wish = set != nullptr ? set : "";
+    if (wish == kNoModelWish) return std::make_unique<Autoregressive>();
+    std::string fault;
+    auto model = Model::Load(wish.empty() ? BesideExecutable() : wish, fault);
+    if (model) return std::make_unique<Neural>(std::move(model));
+    std::fprintf(stderr,
+                 "%s: %s. All requests are refused and the codec conceals, until a worker is "
+                 "started with a model beside it or in %s\n",
+                 protocol::kWorkerExecutable, fault.c_str(), kModelVariable);
+    return std::make_unique<NoPredictor>();
+}
+
+}  // namespace aiplc::worker

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: BSD-2-Clause
+//
+// What the network is fed with: levels of the signals' spectra and their phases relative to the
+// autoregressive answer's, which do not depend on the phase of the speech itself.
+
+#ifndef AIPLC_WORKER_SPECTRAL_FEATURES_H
+#define AIPLC_WORKER_SPECTRAL_FEATURES_H
+
+#include <array>
+#include <span>
+
+#include "band_weights.h"
+#include "short_spectra.h"
+#include "window_facts.h"
+
+namespace aiplc::worker {
+
+using SignalSpectra = std::array<Spectra, kSignals>;
+// Natural logarithms of power.
+using BandLevels = std::array<Row, kBands>;
+
+class Features {
+  public:
+    // signals: spectra of the signals divided by facts.scale. noiseLevels: the level that noise has
+    // to have, which the features hold too.
+    void Make(const SignalSpectra &signals, const WindowFacts &facts,
+              std::span<Row, kInputs> features, BandLevels &noiseLevels) noexcept;
+
+  private:
+    using BandPower = std::array<Row, kBands>;
+
+    void AddAnswer(const Spectra &answer, std::span<Row, kBins> binLevels) noexcept;
+    void AddOther(const Spectra &other, const Spectra &answer) noexcept;
+
+    BandWeights m_bands;
+    BandPower m_answer{};
+    BandPower m_other{};  // sums over the bands' bins of one other signal: power, cross spectrum
+    BandPower m_crossRe{};
+    BandPower m_crossIm{};
+};
+
+}  // namespace aiplc::worker
+
+#endif
