@@ -2,12 +2,13 @@
 # SPDX-License-Identifier: BSD-2-Clause
 """Plays calls of the validation speakers through library and host, concealed by several hands.
 
-    closed_loop.py --speech FOLDER --model training/runs/run/last.pt
+    closed_loop.py --speech FOLDER --model training/weights/model.bin
 
-codec: libopus alone. classic: the autoregressive predictor. model: the network, in PyTorch, in the
-worker's place. target: the loss-free decode in every window, the most any model can reach. All
-against the loss-free output of the same calls: LSD and MCD (dB) over lost frames, the same over the
-first two received frames behind each gap, ESTOI over the call, and PLCMOS if its scorer is given.
+codec: libopus alone. classic: the autoregressive predictor. model: the network as the worker runs
+it, or, from a checkpoint (.pt), in PyTorch. target: the loss-free decode in every window, the most
+any model can reach. All against the loss-free output of the same calls: LSD and MCD (dB) over lost
+frames, the same over the first two received frames behind each gap, ESTOI over the call, and PLCMOS
+if its scorer is given. Calls at 48 kHz are measured at 16 kHz.
 """
 import argparse
 import glob
@@ -18,6 +19,7 @@ import tempfile
 
 import numpy as np
 import torch
+from scipy.signal import resample_poly
 
 import evaluate
 import metrics
@@ -36,11 +38,12 @@ def serve(process, net):
 
 
 def play(args, scene, who, folder):
-    """Plays the calls into folder/NUMBER_16000.pcm and .sources."""
-    answers = {"model": ["--answers", "ask"], "loss-free": ["--answers", "codec", "--no-losses"]}
+    """Plays the calls into folder/NUMBER_RATE.pcm and .sources."""
+    model = ["--answers", "ask"] if args.net else ["--answers", "model", "--model", args.model or ""]
+    answers = {"model": model, "loss-free": ["--answers", "codec", "--no-losses"]}
     command = [args.collector, "--speech", args.speech, "--split", "valid", "--scene", scene,
                "--seed", str(args.seed), "--max-calls", str(args.calls), "--call-seconds", "10",
-               "--audio", folder, *answers.get(who, ["--answers", who])]
+               "--output-rate", str(args.rate), "--audio", folder, *answers.get(who, ["--answers", who])]
     process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                stderr=subprocess.DEVNULL)
     serve(process, args.net)
@@ -48,13 +51,16 @@ def play(args, scene, who, folder):
         raise SystemExit(f"{' '.join(command)}: failed")
 
 
-def load(folder):
-    """Calls as (samples, lost frames), by name."""
+def load(folder, rate):
+    """Calls as (samples at 16 kHz, lost frames), by name."""
     calls = {}
-    for name in sorted(glob.glob(f"{folder}/*_16000.pcm")):
+    for name in sorted(glob.glob(f"{folder}/*_{rate}.pcm")):
         with open(name[:-4] + ".sources") as sources:
             lost = np.array([s.strip() in LOST for s in sources])
-        calls[os.path.basename(name)] = np.fromfile(name, "<i2"), lost
+        samples = np.fromfile(name, "<i2")
+        if rate != 16000:
+            samples = resample_poly(samples.astype(float), 16000, rate)
+        calls[os.path.basename(name)] = samples, lost
     return calls
 
 
@@ -93,7 +99,8 @@ def load_plcmos(path):
 def main():
     a = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawTextHelpFormatter)
     a.add_argument("--speech", required=True)
-    a.add_argument("--model", help="checkpoint of train.py; without it no model plays")
+    a.add_argument("--model", help="weights, or checkpoint of train.py; without it no model plays")
+    a.add_argument("--rate", type=int, default=16000, choices=(16000, 48000))
     a.add_argument("--collector", default="build/release/bin/aiplc_collect_windows")
     a.add_argument("--calls", type=int, default=40, help="of 10 s each, per scene")
     a.add_argument("--scenes", nargs="+", default=["bursts2-3", "bursts4-6", "mixed"])
@@ -103,15 +110,15 @@ def main():
     a.add_argument("--plcmos", help="Python file with a class Plcmos: score(samples, rate)")
     a = a.parse_args()
     torch.set_num_threads(1)
-    a.net = evaluate.load(a.model) if a.model else None
+    a.net = evaluate.load(a.model) if a.model and a.model.endswith(".pt") else None
     plcmos = load_plcmos(a.plcmos)
     print("scene", "who", "LSD lost", "MCD lost", "LSD after", "MCD after", "ESTOI", "PLCMOS", sep="\t")
     for scene in a.scenes:
         reference = None
-        for who in ["loss-free", *(w for w in a.who if w != "model" or a.net)]:
+        for who in ["loss-free", *(w for w in a.who if w != "model" or a.model)]:
             with tempfile.TemporaryDirectory() as folder:
                 play(a, scene, who, folder)
-                calls = load(folder)
+                calls = load(folder, a.rate)
             reference = reference or calls
             if who != "loss-free":
                 print(scene, who, *(f"{x:.3f}" for x in measure(calls, reference, plcmos)), sep="\t",

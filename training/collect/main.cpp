@@ -28,6 +28,7 @@ struct Options {
     std::vector<std::string> licences;
     Split split = Split::train;
     Scene scene = Scene::drawn;
+    uint32_t outputRate = 0;
     Answers answers = Answers::drawn;
     uint32_t seed = 1;
     int passes = 1;
@@ -72,6 +73,9 @@ void Declare(CLI::App &app, Options &options) {
                        "who answers requests; ask: whoever reads requests from standard output "
                        "and writes answers of 2560 samples to standard input; model: the network "
                        "as in the worker");
+    app.add_option("--output-rate", options.outputRate,
+                   "of all calls; otherwise 16000, or drawn where the scene is")
+        ->check(CLI::IsMember({16000, 48000}));
     app.add_option("--model", options.model, "weights for --answers model");
     app.add_option("--seed", options.seed, "the same seed gives the same data");
     app.add_option("--passes", options.passes, "times that each recording is used")
@@ -178,6 +182,10 @@ void PlayRecording(const Options &options, const Backgrounds &backgrounds, const
         if (options.scene == Scene::drawn)
             background = MixScene(pcm, backgrounds.Draw(speech.rate, random), random);
         CallSetup setup = DrawCall(options.scene, speech.rate, seconds, random);
+        if (options.outputRate != 0) {
+            setup.outputRate = options.outputRate;
+            setup.facts.rateKhz = static_cast<uint8_t>(options.outputRate / 1000);
+        }
         if (background) setup.facts.flags |= WindowRecord::kBackground;
         setup.facts.call = call;
         if (options.noLosses) setup.lost.clear();
