@@ -46,13 +46,15 @@ lint: all
 	git ls-files -z '*.cpp' | xargs -0 -n 1 -P $(JOBS) clang-tidy --quiet -p build/release
 
 # SPEECH and BACKGROUND are folders of recordings. LICENCES leaves all others out, such as
-# LICENCES=CC0-1.0,CC-BY-4.0. An interrupted make train goes on where it stopped.
+# LICENCES=CC0-1.0,CC-BY-4.0. An interrupted make train goes on where it stopped; a new one can begin
+# with the weights at hand: make train START=training/weights/model.bin ADVERSARIAL_FROM=0.
 SPEECH ?= ../shared/speech/train
 BACKGROUND ?= ../shared/speech/noise
 LICENCES ?=
 PASSES ?= 3
 STEPS ?= 100000
 ADVERSARIAL_FROM ?= 20000
+START ?=
 RUN ?= training/runs/run
 PYTHON ?= /usr/bin/python3
 COLLECT = build/release/bin/aiplc_collect_windows --speech $(SPEECH) --background $(BACKGROUND) \
@@ -68,19 +70,21 @@ train-data: all
 train:
 	scripts/install-packages.sh training
 	$(PYTHON) training/train.py $(WINDOWS) --out $(RUN) --steps $(STEPS) \
-		--adversarial-from $(ADVERSARIAL_FROM)
+		--adversarial-from $(ADVERSARIAL_FROM) $(if $(START),--start $(START))
 
 export:
 	scripts/install-packages.sh training
 	$(PYTHON) training/export.py --model $(RUN)/last.pt --valid 'training/runs/valid/*.windows' \
 		--weights training/weights/model.bin --vectors training/weights/model_vectors.bin
 
-# Add PLCMOS=FILE.py for a scorer of that measure.
+# What the weights reach, in the worker's own inference. Add PLCMOS=FILE.py for a scorer of that measure.
 model-report: all
 	scripts/install-packages.sh training
-	$(PYTHON) training/evaluate.py --model $(RUN)/last.pt --valid 'training/runs/valid/*.windows'
-	$(PYTHON) training/closed_loop.py --model $(RUN)/last.pt --speech $(SPEECH) \
-		--collector build/release/bin/aiplc_collect_windows $(if $(PLCMOS),--plcmos $(PLCMOS))
+	$(PYTHON) training/evaluate.py --model training/weights/model.bin --valid 'training/runs/valid/*.windows'
+	for rate in 16000 48000; do \
+		$(PYTHON) training/closed_loop.py --model training/weights/model.bin --speech $(SPEECH) --rate $$rate \
+			--collector build/release/bin/aiplc_collect_windows $(if $(PLCMOS),--plcmos $(PLCMOS)); \
+	done
 
 clean:
 	rm -rf build demo

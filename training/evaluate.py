@@ -15,14 +15,23 @@ import torch
 
 import metrics
 import model as models
+import weight_file
 import windows
 
 
 def load(path):
-    """The network of a checkpoint of train.py, ready to answer."""
-    state = torch.load(path, map_location="cpu")
-    net = models.Concealer(**state["shape"])
-    net.load_state_dict(state["mean"])
+    """The network of a checkpoint of train.py (.pt) or of weights that export.py wrote."""
+    if path.endswith(".pt"):
+        state = torch.load(path, map_location="cpu")
+        shape, values = state["shape"], state["mean"]
+    else:
+        _, tensors = weight_file.read(path)
+        shape = {"channels": tensors["enter.bias"].size,
+                 "dilations": [int(d) for d in tensors["dilations"]]}
+        values = {name: torch.from_numpy(t.copy()) for name, t in tensors.items()
+                  if name != "dilations"}
+    net = models.Concealer(**shape)
+    net.load_state_dict(values)
     return net.eval()
 
 

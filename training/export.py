@@ -5,67 +5,18 @@
     export.py --model training/runs/run/last.pt --valid 'training/runs/valid/*.windows'
               --weights training/weights/model.bin --vectors training/weights/model_vectors.bin
 
-Both files, little endian:
-
-    8 bytes  "AIPLCNN1"
-    u32      version of the model
-    u32      number of tensors
-    u32      CRC-32 (ISO 3309, as zlib's) of everything behind this field
-    u32      0
-    per tensor:
-      u16    length of its name, then the name in ASCII
-      u8     0 = float32, 1 = int16
-      u8     number of dimensions, then a u32 for each
-      values in row-major order, without padding
-
-Besides the weights, model.bin holds the dilations of the blocks. The vectors hold window (N x
-2560), signals (N x 6 x 1920) and answer (N x 1920) and, for window 0, what comes out of each layer
-in float32: features, enter, block0.., leave.
+Both are files of weight_file.py. Besides the weights, the first holds the dilations of the blocks.
+The vectors hold window (N x 2560), signals (N x 6 x 1920) and answer (N x 1920) and, for window 0,
+what comes out of each layer in float32: features, enter, block0.., leave.
 """
 import argparse
-import struct
-import zlib
 
 import numpy as np
 import torch
 
 import evaluate
+import weight_file
 import windows
-
-MAGIC = b"AIPLCNN1"
-CODES = {np.dtype("<f4"): 0, np.dtype("<i2"): 1}
-
-
-def write(path, version, tensors):
-    body = b""
-    for name, values in tensors.items():
-        values = np.ascontiguousarray(values)
-        body += struct.pack("<H", len(name)) + name.encode("ascii")
-        body += struct.pack("<BB", CODES[values.dtype], values.ndim)
-        body += struct.pack(f"<{values.ndim}I", *values.shape) + values.tobytes()
-    with open(path, "wb") as file:
-        file.write(MAGIC + struct.pack("<IIII", version, len(tensors),
-                                       zlib.crc32(struct.pack("<I", 0) + body), 0) + body)
-
-
-def read(path):
-    """(version, tensors by name); SystemExit when the file is damaged."""
-    data = open(path, "rb").read()
-    version, count, checksum = struct.unpack_from("<III", data, 8)
-    if data[:8] != MAGIC or zlib.crc32(data[20:]) != checksum:
-        raise SystemExit(f"{path}: damaged, or not written by export.py")
-    at, tensors = 24, {}
-    for _ in range(count):
-        length, = struct.unpack_from("<H", data, at)
-        name = data[at + 2:at + 2 + length].decode("ascii")
-        code, dims = struct.unpack_from("<BB", data, at + 2 + length)
-        shape = struct.unpack_from(f"<{dims}I", data, at + 4 + length)
-        at += 4 + length + 4 * dims
-        kind = next(k for k, c in CODES.items() if c == code)
-        size = int(np.prod(shape))
-        tensors[name] = np.frombuffer(data, kind, size, at).reshape(shape)
-        at += size * kind.itemsize
-    return version, tensors
 
 
 def weights_of(net):
@@ -108,14 +59,14 @@ def main():
     a = a.parse_args()
     torch.set_num_threads(1)
     net = evaluate.load(a.model)
-    write(a.weights, a.version, weights_of(net))
+    weight_file.write(a.weights, a.version, weights_of(net))
     records = choose(windows.open_windows(a.valid), 10)
     vectors = {name: np.ascontiguousarray(records[name])
                for name in ("window", "signals")}
     vectors["answer"] = evaluate.answers(net, records)
-    write(a.vectors, a.version, {**vectors, **layers_of(net, records[:1])})
+    weight_file.write(a.vectors, a.version, {**vectors, **layers_of(net, records[:1])})
     for path in (a.weights, a.vectors):
-        version, tensors = read(path)
+        version, tensors = weight_file.read(path)
         print(f"{path}: version {version}, {len(tensors)} tensors")
 
 

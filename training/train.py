@@ -19,6 +19,7 @@ import numpy as np
 import torch
 
 import discriminators
+import evaluate
 import losses
 import model as models
 import windows
@@ -29,7 +30,7 @@ def arguments():
     a.add_argument("--train", required=True, help="files to train on; new ones join the run")
     a.add_argument("--valid", required=True)
     a.add_argument("--out", required=True)
-    a.add_argument("--start", help="checkpoint whose weights a new run starts from")
+    a.add_argument("--start", help="checkpoint or weights that a new run starts from")
     a.add_argument("--steps", type=int, default=20000, help="length of the cosine schedule")
     a.add_argument("--batch", type=int, default=16)
     a.add_argument("--rate", type=float, default=1e-3)
@@ -65,7 +66,7 @@ class Run:
         self.jury_optimiser = torch.optim.AdamW(self.jury.parameters(), args.jury_rate, (0.5, 0.9))
         self.path = os.path.join(args.out, "last.pt")
         if args.start:
-            self.net.load_state_dict(torch.load(args.start, map_location=device)["mean"])
+            self.net.load_state_dict(evaluate.load(args.start).state_dict())
         self.mean = copy.deepcopy(self.net)
         if os.path.exists(self.path):
             state = torch.load(self.path, map_location=device)

@@ -235,11 +235,11 @@ void Run(const Options &options) {
 }  // namespace aiplc::training
 
 int main(int argc, char **argv) {
-    CLI::App app("Plays simulated calls and writes the windows that the library requests.");
-    aiplc::training::Options options;
-    aiplc::training::Declare(app, options);
-    CLI11_PARSE(app, argc, argv);
     try {
+        CLI::App app("Plays simulated calls and writes the windows that the library requests.");
+        aiplc::training::Options options;
+        aiplc::training::Declare(app, options);
+        CLI11_PARSE(app, argc, argv);
         aiplc::training::Run(options);
     } catch (const std::exception &error) {
         std::fprintf(stderr, "aiplc_collect_windows: %s\n", error.what());
