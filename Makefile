@@ -2,14 +2,15 @@
 # make demo   conceals a piece of speech at 20 % loss, into demo/
 # make measure  the figures of a ten-minute call
 # make test   all tests, in a Debug build with sanitizers and in the Release build
-# make train-data, train, export, model-report   the neural model again; see docs/model.md
+# make train-data, loop-data, train, export, model-report   the neural model again; see docs/model.md
 # Each target first installs the Debian or Ubuntu packages it lacks.
 
 JOBS := $(shell nproc)
 BUILD = cmake --preset $(1) -G Ninja --log-level=WARNING -Wno-dev && cmake --build --preset $(1) -j $(JOBS)
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 
-.PHONY: all demo measure test install format lint clean train-data train export model-report
+.PHONY: all demo measure test install format lint clean train-data loop-data train export \
+        model-report
 
 all:
 	scripts/install-packages.sh build test
@@ -66,6 +67,12 @@ train-data: all
 	$(COLLECT) --split valid --seed 7 --windows training/runs/valid/v
 	seq 0 $$(($(JOBS) - 1)) | xargs -P $(JOBS) -I PART $(COLLECT) --split train --passes $(PASSES) \
 		--part PART --parts $(JOBS) --windows training/runs/train/t
+
+# Windows of calls that the weights at hand conceal, beside those of train-data.
+loop-data: all
+	mkdir -p training/runs/train
+	seq 0 $$(($(JOBS) - 1)) | xargs -P $(JOBS) -I PART $(COLLECT) --split train --seed 21 \
+		--answers model --model training/weights/model.bin --part PART --parts $(JOBS) --windows training/runs/train/c
 
 train:
 	scripts/install-packages.sh training
