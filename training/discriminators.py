@@ -15,9 +15,18 @@ HEARD = 1600    # samples at the end of the window that are judged: at least 320
 SLOPE = 0.2
 
 
-class OfSpectra(nn.Module):
+class Member(nn.Module):
     """(N, HEARD) to the outputs of each layer, the verdicts (N, 1, .., ..) last."""
 
+    def look(self, y):
+        seen = []
+        for layer in self.layers:
+            y = F.leaky_relu(layer(y), SLOPE)
+            seen.append(y)
+        return [*seen, self.verdict(y)]
+
+
+class OfSpectra(Member):
     def __init__(self, size, channels=(16, 24, 32, 48)):
         super().__init__()
         self.size = size
@@ -29,17 +38,10 @@ class OfSpectra(nn.Module):
 
     def forward(self, x):
         _, spectrum = losses.compressed(losses.spectra(x, self.size))
-        y = spectrum.permute(0, 3, 1, 2)
-        seen = []
-        for layer in self.layers:
-            y = F.leaky_relu(layer(y), SLOPE)
-            seen.append(y)
-        return [*seen, self.verdict(y)]
+        return self.look(spectrum.permute(0, 3, 1, 2))
 
 
-class OfSamples(nn.Module):
-    """The same for the waveform."""
-
+class OfSamples(Member):
     def __init__(self, channels=(16, 32, 64, 64)):
         super().__init__()
         widths = (1, *channels)
@@ -49,12 +51,7 @@ class OfSamples(nn.Module):
         self.verdict = nn.utils.weight_norm(nn.Conv1d(channels[-1], 1, 3, padding=1))
 
     def forward(self, x):
-        y = x[:, None]
-        seen = []
-        for layer in self.layers:
-            y = F.leaky_relu(layer(y), SLOPE)
-            seen.append(y)
-        return [*seen, self.verdict(y)]
+        return self.look(x[:, None])
 
 
 class Jury(nn.Module):

@@ -47,7 +47,8 @@ def arguments():
     a.add_argument("--seed", type=int, default=1)
     a.add_argument("--threads", type=int, default=os.cpu_count())
     a.add_argument("--report", type=int, default=100, help="steps between lines of the log")
-    a.add_argument("--validate", type=int, default=1000, help="steps between validations, a multiple of REPORT")
+    a.add_argument("--validate", type=int, default=1000,
+                   help="steps between validations, a multiple of REPORT")
     a.add_argument("--save-minutes", type=float, default=3)
     a.add_argument("--max-minutes", type=float, default=math.inf, help="stop early, to go on later")
     return a.parse_args()
