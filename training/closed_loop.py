@@ -102,7 +102,7 @@ def main():
     a.add_argument("--model", help="weights, or checkpoint of train.py; without it no model plays")
     a.add_argument("--rate", type=int, default=16000, choices=(16000, 48000))
     a.add_argument("--collector", default="build/release/bin/aiplc_collect_windows")
-    a.add_argument("--calls", type=int, default=40, help="of 10 s each, per scene")
+    a.add_argument("--calls", type=int, default=24, help="of 10 s each, per scene")
     a.add_argument("--scenes", nargs="+", default=["bursts2-3", "bursts4-6", "mixed"])
     a.add_argument("--who", nargs="+", default=["codec", "classic", "model", "target"],
                    help="model is left out without --model")
