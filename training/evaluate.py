@@ -5,8 +5,8 @@
     evaluate.py --model training/runs/run/last.pt --valid 'training/runs/valid/*.windows'
 
 lost: frames of the last hole. after: the first two received frames behind it, "none" unrepaired.
-LSD: log-spectral distance, MCD: mel-cepstral distance, both in dB; HF: level above 4 kHz relative to
-the target's, in dB; SNR in dB. Means over the frames that hold speech.
+LSD: log-spectral distance, MCD: mel-cepstral distance, both in dB; SNR in dB; LF and HF: level below
+1 kHz and above 4 kHz relative to the target's, in dB. Means over the frames that hold speech.
 """
 import argparse
 
@@ -54,7 +54,8 @@ def line(name, frames, reference):
     figures = [metrics.log_spectral_distance(frames, reference).mean(),
                metrics.mel_cepstral_distance(frames, reference).mean(),
                metrics.snr(frames, reference).mean(),
-               metrics.band_level(frames, reference).mean()]
+               metrics.band_level(frames, reference, 0, 1000).mean(),
+               metrics.band_level(frames, reference, 4000, 8000).mean()]
     return [name, len(frames), *(f"{f:.2f}" for f in figures)]
 
 
@@ -66,7 +67,7 @@ def report(net, records):
     lost = (slot * 320 >= begin[:, None]) & (slot * 320 < end[:, None] - windows.UNSETTLED)
     after = (slot * 320 >= end[:, None] - windows.UNSETTLED)
     target = frames_of(records["target"][:, windows.BEGIN:])
-    print("mode", "frames", "of", "count", "LSD", "MCD", "SNR", "HF", sep="\t")
+    print("mode", "frames", "of", "count", "LSD", "MCD", "SNR", "LF", "HF", sep="\t")
     for mode in (1, 2, 3, 4, 5, 0):
         rows = (records["mode"] == mode) | (mode == 0)
         first = np.argmax(after, axis=1)

@@ -48,10 +48,10 @@ def snr(frames, reference):
     return 10 * np.log10((np.square(reference).sum(-1) + 1) / (noise + 1))
 
 
-def band_level(frames, reference, low=4000):
-    """Level above low Hz in dB relative to the reference's, per frame."""
-    first = low * FFT // RATE
-    made, true = (power_spectra(x)[..., first:].sum(-1) + 1 for x in (frames, reference))
+def band_level(frames, reference, low, high):
+    """Level between low and high Hz in dB relative to the reference's, per frame."""
+    band = slice(low * FFT // RATE, high * FFT // RATE)
+    made, true = (power_spectra(x)[..., band].sum(-1) + 1 for x in (frames, reference))
     return 10 * np.log10(made / true)
 
 
