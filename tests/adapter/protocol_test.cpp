@@ -87,7 +87,7 @@ struct Protocol : LoggedTest {
             result = session->adapter.Process(record, 16);
             if (log == wanted.log) break;
             // Refused: until the worker has given the mutex back.
-            const Handle mutex = session->adapter.m_ipc.inferMutex;
+            Handle mutex = session->adapter.m_ipc.inferMutex;
             if (result == kUnfinished.result && Wait(mutex, 10000) != kWaitTimeout) {
                 ReleaseMutex(mutex);
             }
