@@ -96,7 +96,6 @@ TEST(Neural, AnswersArePyTorchsWithoutAllocations) {
     Window classic;
     Window out;
     Window again;
-    uint64_t replaced = 0;
     for (size_t w = 0; w < windows.size(); ++w) {
         ASSERT_TRUE(candidates.Make(windows[w], classic));
         for (size_t kind = 0; kind < kSignals; ++kind) {
@@ -111,11 +110,6 @@ TEST(Neural, AnswersArePyTorchsWithoutAllocations) {
         EXPECT_EQ(neural.Predict(windows[w], again), 0);
         EXPECT_EQ(allocations, before);
         EXPECT_EQ(out, again);
-        if (neural.Counted().replaced > 2 * replaced) {
-            ++replaced;
-            EXPECT_EQ(out, classic) << w;
-            continue;
-        }
         const size_t hole = candidates.LastHole().begin;
         int worst = 0;
         for (size_t i = 0; i < kWindowSamples; ++i) {
@@ -127,7 +121,7 @@ TEST(Neural, AnswersArePyTorchsWithoutAllocations) {
         EXPECT_NE(out, classic) << w;
     }
     EXPECT_EQ(neural.Counted().answers, 20U);
-    EXPECT_LE(replaced, 1U);  // windows whose answer the guard takes back
+    EXPECT_EQ(neural.Counted().replaced, 0U);
 }
 
 // No hole, an old one, nothing before it, nothing at all.
