@@ -3,27 +3,25 @@
 #include "model_facts.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 
 #include "model_file.h"
+#include "src/adapter/protocol.h"
 
 namespace aiplc::tools {
 namespace {
 
-std::string BesideWorker() {
+std::string WorkerFolder() {
     std::error_code error;
     const std::filesystem::path program = std::filesystem::canonical("/proc/self/exe", error);
-    return program.parent_path() / "x64" / worker::kModelFileName;
+    return program.parent_path() / protocol::kWorkerFolder / "";
 }
 
 }  // namespace
 
 std::string ModelFacts() {
-    const char *const set = std::getenv(worker::kModelVariable);
-    const std::string wish = set != nullptr ? set : "";
-    if (wish == worker::kNoModelWish) return "model: none, autoregressive prediction";
-    const std::string path = wish.empty() ? BesideWorker() : wish;
+    const std::string path = worker::Model::PathFor(WorkerFolder());
+    if (path.empty()) return "model: none, autoregressive prediction";
     std::string fault;
     const auto model = worker::Model::Load(path, fault);
     if (!model) return "model: not usable, the codec conceals: " + fault;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 
 #include "tensor_file.h"
@@ -178,6 +179,13 @@ void ModelBuilder::Place(Model &model) {
     model.version = m_file.Version();
     model.checksum = m_file.Checksum();
     model.parameters = m_parameters;
+}
+
+std::string Model::PathFor(const std::string &workerFolder) {
+    const char *const set = std::getenv(kModelVariable);
+    const std::string wish = set != nullptr ? set : "";
+    if (wish == kNoModelWish) return {};
+    return wish.empty() ? workerFolder + kModelFileName : wish;
 }
 
 std::unique_ptr<const Model> Model::Load(const std::string &path, std::string &fault) {

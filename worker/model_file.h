@@ -44,6 +44,10 @@ class Model {
     // missing, damaged or of another model.
     static std::unique_ptr<const Model> Load(const std::string &path, std::string &fault);
 
+    // The file that a worker in the folder (empty, or with a separator at its end) uses; empty when
+    // kModelVariable asks for the predictor that needs none.
+    static std::string PathFor(const std::string &workerFolder);
+
     Convolution enter;
     std::vector<Block> blocks;
     const float *slopes = nullptr;  // of the PReLU before leave

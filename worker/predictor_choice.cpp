@@ -3,7 +3,6 @@
 #include "predictor_choice.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
@@ -24,21 +23,19 @@ class NoPredictor : public Predictor {
     }
 };
 
-std::string BesideExecutable() {
+std::string OwnFolder() {
     char path[4096] = {};
     const std::string_view executable(path, platform::ExecutablePath(path, sizeof path));
-    const size_t folder = executable.rfind(platform::kPathSeparator) + 1;  // 0 without one
-    return std::string(executable.substr(0, folder)) + kModelFileName;
+    return std::string(executable.substr(0, executable.rfind(platform::kPathSeparator) + 1));
 }
 
 }  // namespace
 
 std::unique_ptr<Predictor> ChoosePredictor() {
-    const char *const set = std::getenv(kModelVariable);
-    const std::string wish = set != nullptr ? set : "";
-    if (wish == kNoModelWish) return std::make_unique<Autoregressive>();
+    const std::string path = Model::PathFor(OwnFolder());
+    if (path.empty()) return std::make_unique<Autoregressive>();
     std::string fault;
-    auto model = Model::Load(wish.empty() ? BesideExecutable() : wish, fault);
+    auto model = Model::Load(path, fault);
     if (model) return std::make_unique<Neural>(std::move(model));
     std::fprintf(stderr,
                  "%s: %s. All requests are refused and the codec conceals, until a worker is "
