@@ -5,7 +5,7 @@
     closed_loop.py --speech FOLDER --model training/weights/model.bin
 
 codec: libopus alone. classic: the autoregressive predictor. model: the network as the worker runs
-it, or, from a checkpoint (.pt), in PyTorch. target: the loss-free decode in every window, the most
+it or, from a checkpoint (.pt), in PyTorch. target: the loss-free decode in every window, the most
 any model can reach. All against the loss-free output of the same calls: LSD and MCD (dB) over lost
 frames, the same over the first two received frames behind each gap, ESTOI over the call, and PLCMOS
 if its scorer is given. Calls at 48 kHz are measured at 16 kHz.
@@ -96,10 +96,11 @@ def load_plcmos(path):
     return module.Plcmos()
 
 
-def main():
+def main(arguments=None):
     a = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawTextHelpFormatter)
     a.add_argument("--speech", required=True)
     a.add_argument("--model", help="weights, or checkpoint of train.py; without it no model plays")
+    a.add_argument("--pytorch", action="store_true", help="PyTorch runs weights too")
     a.add_argument("--rate", type=int, default=16000, choices=(16000, 48000))
     a.add_argument("--collector", default="build/release/bin/aiplc_collect_windows")
     a.add_argument("--calls", type=int, default=24, help="of 10 s each, per scene")
@@ -108,9 +109,10 @@ def main():
                    help="model is left out without --model")
     a.add_argument("--seed", type=int, default=11)
     a.add_argument("--plcmos", help="Python file with a class Plcmos: score(samples, rate)")
-    a = a.parse_args()
+    a = a.parse_args(arguments)
     torch.set_num_threads(1)
-    a.net = evaluate.load(a.model) if a.model and a.model.endswith(".pt") else None
+    in_pytorch = a.model and (a.pytorch or a.model.endswith(".pt"))
+    a.net = evaluate.load(a.model) if in_pytorch else None
     plcmos = load_plcmos(a.plcmos)
     print("scene", "who", "LSD lost", "MCD lost", "LSD after", "MCD after", "ESTOI", "PLCMOS", sep="\t")
     for scene in a.scenes:

@@ -15,6 +15,7 @@ import numpy as np
 import torch
 
 import evaluate
+import model as models
 import weight_file
 import windows
 
@@ -65,6 +66,7 @@ def main():
                for name in ("window", "signals")}
     vectors["answer"] = evaluate.answers(net, records)
     weight_file.write(a.vectors, a.version, {**vectors, **layers_of(net, records[:1])})
+    print(f"{models.parameters(net)} parameters, {models.multiply_adds(net)} multiply-adds a window")
     for path in (a.weights, a.vectors):
         version, tensors = weight_file.read(path)
         print(f"{path}: version {version}, {len(tensors)} tensors")

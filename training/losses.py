@@ -8,8 +8,8 @@ import windows
 
 WINDOWS = (128, 320, 640)   # samples; hop a quarter
 EXPONENT = 0.3
-NAMES = ("waveform", "magnitude", "complex", "mel", "gap", "after")
-WEIGHTS = (0.03, 1.0, 0.15, 0.3, 0.0, 0.2)
+NAMES = ("waveform", "magnitude", "complex", "mel", "after")
+WEIGHTS = (0.1, 1.0, 0.5, 0.1, 0.1)
 FIRST = 320                 # of the samples seen: no last hole begins before 640 of them
 QUIETEST = 30.0             # 16-bit steps: targets below it are not scaled up further
 FLOOR = 1e-6                # of the scaled spectrum's power, so that its root has a slope at 0
@@ -58,22 +58,21 @@ def log_spectra(x):
 
 def log_distances(answer, target, opened, ends):
     """Mean |difference| of the log power in 24 mel bands over spectra that touch the open part, and
-    bin by bin over those in the hole and over those behind it."""
+    bin by bin over those behind the hole."""
     size, hop = metrics.FRAME, metrics.FRAME // 4
     bins, mels = zip(log_spectra(answer), log_spectra(target))
     weight = F.pad(opened, (0, size // 2)).unfold(1, size, hop).amax(2)
     at = torch.arange(weight.shape[1], device=weight.device)[None, :] * hop
     behind = weight * (at >= ends[:, None] - size // 8)
-    inside = weight - behind
     per_mel = (mels[0] - mels[1]).abs().mean(2)
     per_bin = (bins[0] - bins[1]).abs().mean(2)
     mean = lambda x, w: (x * w).sum() / w.sum().clamp(min=1)
-    return mean(per_mel, weight), mean(per_bin, inside), mean(per_bin, behind)
+    return mean(per_mel, weight), mean(per_bin, behind)
 
 
 def loss(answer, batch, weights=WEIGHTS):
-    """Mean over the batch. weights: as NAMES; the last two are of the log power bin by bin, in the
-    hole and behind it."""
+    """Mean over the batch. weights: as NAMES; the last is of the log power bin by bin behind the
+    hole."""
     opened = importance(batch)[:, FIRST:]
     scale = level(batch["target"], batch["open"])
     answer, target = answer[:, FIRST:], batch["target"][:, FIRST:]

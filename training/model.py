@@ -122,7 +122,7 @@ class Concealer(nn.Module):
         cross_im = im[:, 1:] * answer_re - re[:, 1:] * answer_im
         mean = self.bands / self.bands.sum(1, keepdim=True)
         means = apply_bands(mean, torch.cat([power, cross_re, cross_im], 1).flatten(0, 1))
-        means = means.unflatten(0, (count, SIGNALS + 2 * OTHERS)) 
+        means = means.unflatten(0, (count, SIGNALS + 2 * OTHERS))
         band_power, cross = means[:, :SIGNALS] + LEAST_POWER, means[:, SIGNALS:]
         levels = torch.log(band_power)
         root = (band_power[:, 1:] * band_power[:, :1]).sqrt()

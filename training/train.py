@@ -36,14 +36,12 @@ def arguments():
     a.add_argument("--rate", type=float, default=1e-3)
     a.add_argument("--clip", type=float, default=5.0, help="largest norm of the gradient")
     a.add_argument("--channels", type=int, default=192)
-    a.add_argument("--loss", type=float, nargs=6, default=losses.WEIGHTS,
+    a.add_argument("--loss", type=float, nargs=len(losses.NAMES), default=losses.WEIGHTS,
                    help="weights: " + ", ".join(losses.NAMES))
     a.add_argument("--adversarial-from", type=int, default=10**9, help="step; 0: from the start")
-    a.add_argument("--adversarial", type=float, nargs=2, default=(0.3, 0.1),
+    a.add_argument("--adversarial", type=float, nargs=2, default=(0.3, 0.3),
                    help="weights of the jury's verdict and of feature matching")
     a.add_argument("--jury-rate", type=float, default=3e-4)
-    a.add_argument("--without", nargs="*", default=[], choices=windows.SIGNALS,
-                   help="signals that are replaced by the autoregressive answer")
     a.add_argument("--seed", type=int, default=1)
     a.add_argument("--threads", type=int, default=os.cpu_count())
     a.add_argument("--report", type=int, default=100, help="steps between lines of the log")
@@ -88,10 +86,7 @@ class Run:
         return self.args.rate * min((self.step + 1) / 200, cosine)
 
     def load_batch(self, records):
-        batch = {k: v.to(self.device) for k, v in windows.batch_of(records).items()}
-        for name in self.args.without:
-            batch["signals"][:, windows.SIGNALS.index(name)] = batch["signals"][:, 0]
-        return batch
+        return {k: v.to(self.device) for k, v in windows.batch_of(records).items()}
 
     def advance(self, batch):
         """One step; returns the loss and its adversarial part."""

@@ -1,0 +1,69 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: BSD-2-Clause
+"""What would be heard if the answers of the network were used otherwise.
+
+    variants.py --speech FOLDER --model training/weights/model.bin --scenes bursts4-6
+
+Takes the options of closed_loop.py and prints its line of the model for each variant; the network
+runs in PyTorch. "mode 5" is a hole without a far side, "modes 1-4" one with it.
+"""
+import sys
+
+import numpy as np
+
+import closed_loop
+import evaluate
+import model as models
+import windows
+
+network_answers = evaluate.answers
+
+
+def mixed(share, mode5, others):
+    """A share of the autoregressive answer in the lost frames of these modes, the network's repair
+    of what was received behind them as it is."""
+    def answers(net, records, batch=128):
+        made = network_answers(net, records, batch).astype(float)
+        _, end = windows.last_hole(records["window"])
+        lost = np.clip((end[:, None] - windows.BEGIN - np.arange(windows.SEEN)) / models.RAMP, 0, 1)
+        chosen = np.where(records["mode"] == 5, mode5, others)[:, None]
+        change = share * chosen * lost * (records["signals"][:, 0] - made)
+        return (made + change).round().astype(np.int16)
+    return answers
+
+
+def unrepaired(net, records, batch=128):
+    """What was received behind the hole stays as the autoregressive answer has it."""
+    made = network_answers(net, records, batch).astype(float)
+    _, end = windows.last_hole(records["window"])
+    behind = np.clip((np.arange(windows.SEEN) - (end[:, None] - windows.BEGIN)) / models.RAMP, 0, 1)
+    return (made + behind * (records["signals"][:, 0] - made)).round().astype(np.int16)
+
+
+# Constants of model.py, or a function in the place of evaluate.answers.
+VARIANTS = {
+    "as it is": {},
+    "all of the change in mode 5": {"BURST_SHARE": 1.0},
+    "0.3 of the change in mode 5": {"BURST_SHARE": 0.3},
+    "autoregressive in mode 5": {"answers": mixed(1, True, False)},
+    "autoregressive in modes 1-4": {"answers": mixed(1, False, True)},
+    "half autoregressive everywhere": {"answers": mixed(0.5, True, True)},
+    "received frames unrepaired": {"answers": unrepaired},
+    "no noise": {"NOISE_AT_START": -30.0},
+    "more noise": {"NOISE_AT_START": models.NOISE_AT_START + 1},
+    "change sets in over 16 samples": {"RAMP": 16},
+}
+
+
+def main():
+    plain = {name: getattr(models, name) for name in ("BURST_SHARE", "NOISE_AT_START", "RAMP")}
+    for name, change in VARIANTS.items():
+        for constant, value in plain.items():
+            setattr(models, constant, change.get(constant, value))
+        evaluate.answers = change.get("answers", network_answers)
+        print(f"== {name}", flush=True)
+        closed_loop.main([*sys.argv[1:], "--pytorch", "--who", "model"])
+
+
+if __name__ == "__main__":
+    main()
