@@ -16,8 +16,8 @@
 #include "failure.h"
 #include "frame_table.h"
 #include "interrupt.h"
-#include "log_spectral_distance.h"
 #include "loss_model.h"
+#include "measure/log_spectral_distance.h"
 #include "pacer.h"
 #include "progress.h"
 #include "wav_output.h"
@@ -134,7 +134,7 @@ class Run {
         : m_timeline(timeline), m_options(options), m_player(timeline, !options.noAi) {
         if (lossFree == nullptr) return;
         m_reference = std::make_unique<CallPlayer>(*lossFree, false);
-        m_distance = std::make_unique<LogSpectralDistance>(timeline.SampleRate());
+        m_distance = std::make_unique<measure::LogSpectralDistance>(timeline.SampleRate());
     }
 
     [[nodiscard]] bool WorkerRunning() const { return m_player.Receiver().WorkerRunning(); }
@@ -182,7 +182,7 @@ class Run {
     const ConcealOptions &m_options;
     CallPlayer m_player;
     std::unique_ptr<CallPlayer> m_reference;
-    std::unique_ptr<LogSpectralDistance> m_distance;
+    std::unique_ptr<measure::LogSpectralDistance> m_distance;
 };
 
 void CheckWorker(const ConcealOptions &options, bool running) {
