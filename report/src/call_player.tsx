@@ -119,7 +119,8 @@ export function CallPlayer({ report, file, decoded, dark }: Props) {
     " ": toggle,
     ArrowLeft: (event) => step(event.shiftKey ? -frameMs / 1000 : -1),
     ArrowRight: (event) => step(event.shiftKey ? frameMs / 1000 : 1),
-    Home: () => seek(0),
+    Home: () => transport.seek(0),
+    End: () => transport.seek(duration),
   };
   const looking: Shortcuts = {
     "+": () => zoom(0.5),
@@ -134,6 +135,16 @@ export function CallPlayer({ report, file, decoded, dark }: Props) {
   useShortcuts(blind ? playing : { ...playing, ...looking });
 
   const reference = decoded.recordings.get(audible.find(isReference)?.id ?? audible[0]?.id ?? "");
+  const overview = (
+    <Overview
+      peaks={blind ? undefined : reference?.peaks}
+      view={blind ? undefined : view}
+      {...{ rateHz, duration, lost, dark }}
+      slider={marks.slider}
+      playhead={marks.overview}
+      onSeek={blind ? (at) => transport.seek(at) : seek}
+    />
+  );
   return (
     <div class={`player ${blind ? "blind" : ""}`}>
       <PlayerBar
@@ -150,36 +161,34 @@ export function CallPlayer({ report, file, decoded, dark }: Props) {
         onLoop={toggleLoop}
         onBlind={() => setBlind(true)}
       />
-      <Overview
-        peaks={blind ? undefined : reference?.peaks}
-        view={blind ? undefined : view}
-        {...{ rateHz, duration, lost, dark }}
-        slider={marks.slider}
-        playhead={marks.overview}
-        onSeek={seek}
-      />
       {blind ? (
-        <BlindTest
-          {...{ file, lost, transport, duration, view }}
-          methods={audible}
-          measure={ranking.measure}
-          margin={kLoopMargin}
-          onLeave={() => setBlind(false)}
-        />
+        <>
+          {overview}
+          <BlindTest
+            {...{ file, lost, transport, duration, view }}
+            methods={audible}
+            measure={ranking.measure}
+            margin={kLoopMargin}
+            onLeave={() => setBlind(false)}
+          />
+        </>
       ) : (
         <div class="call">
-          <Lanes
-            {...{ decoded, rateHz, lost, view, dark }}
-            methods={methods}
-            allMethods={report.methods}
-            heard={method}
-            onView={setView}
-            onSeek={seek}
-            onHear={hear}
-          >
-            {transport.loop && <Region view={view} stretch={transport.loop} />}
-            <div class="playhead" ref={marks.lanes} data-view={`${view.start} ${view.end}`} />
-          </Lanes>
+          <div>
+            {overview}
+            <Lanes
+              {...{ decoded, rateHz, lost, view, dark }}
+              methods={methods}
+              allMethods={report.methods}
+              heard={method}
+              onView={setView}
+              onSeek={seek}
+              onHear={hear}
+            >
+              {transport.loop && <Region view={view} stretch={transport.loop} />}
+              <div class="playhead" ref={marks.lanes} data-view={`${view.start} ${view.end}`} />
+            </Lanes>
+          </div>
           <div {...keepFocus}>
             <GapList
               gaps={file.gaps}

@@ -58,8 +58,14 @@ function Call({ report, file, kind, dark }: { report: Report; file: CallFile; ki
   return (
     <>
       <p class="note">
-        {seconds.toFixed(1)} s, {file.gaps.length} {file.gaps.length === 1 ? "gap" : "gaps"}, {lostFrames} of {file.frames}{" "}
-        frames lost ({((100 * lostFrames) / Math.max(1, file.frames)).toFixed(1)} %).
+        {seconds.toFixed(1)} s, {file.gaps.length} {file.gaps.length === 1 ? "gap" : "gaps"}: {lostFrames} of {file.frames}{" "}
+        frames lost ({((100 * lostFrames) / Math.max(1, file.frames)).toFixed(1)} %)
+        {file.audio && (
+          <>
+            , marked <span class="lost-sample" />
+          </>
+        )}
+        .
         {!file.audio && " The recordings of this call were left out of the report to keep it small; its figures are here."}
       </p>
       {file.audio && !decoded && <p class="waiting">Decoding the recordings …</p>}

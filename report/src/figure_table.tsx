@@ -71,11 +71,24 @@ function Row({ measure, methods, found }: { measure: Measure; methods: readonly 
 
 type Scale = (value: number) => number; // to percent of the cell's width
 
+/** Covers all methods, but not one far off, which would press the others into a point: that one ends at the edge. */
 function scaleOf(figures: readonly Figure[]): Scale | undefined {
-  const low = Math.min(...figures.map((f) => f.low ?? f.value));
-  const high = Math.max(...figures.map((f) => f.high ?? f.value));
-  return high > low ? (value) => (100 * (value - low)) / (high - low) : undefined;
+  const sorted = [...figures].sort((a, b) => a.value - b.value);
+  const reach = (some: readonly Figure[]): [number, number] => [
+    Math.min(...some.map((f) => f.low ?? f.value)),
+    Math.max(...some.map((f) => f.high ?? f.value)),
+  ];
+  const width = ([low, high]: [number, number]) => high - low;
+  const all = reach(sorted);
+  const kept = [reach(sorted.slice(0, -1)), reach(sorted.slice(1))].find(
+    (part) => sorted.length > 2 && width(part) > 0 && width(all) > kFarOff * width(part),
+  );
+  const [low, high] = kept ?? all;
+  return high > low ? (value) => Math.min(100, Math.max(0, (100 * (value - low)) / (high - low))) : undefined;
 }
+
+/** A method that stretches the scale by more than this factor is far off. */
+const kFarOff = 3;
 
 const kMarks: Record<Standing, { sign: string; text: string } | undefined> = {
   best: { sign: "★", text: "best" },

@@ -75,7 +75,7 @@ export function Lanes(props: Props) {
           </div>
         );
       })}
-      <div class="field" ref={field}>
+      <div class="lane-field" ref={field}>
         {props.children}
       </div>
     </div>
@@ -135,7 +135,8 @@ function TimeAxis({ view, width }: { view: View; width: number }) {
   const step = tickStep(span(view), width / 90);
   const decimals = Math.max(0, -Math.floor(Math.log10(step) + 1e-9));
   const marks: number[] = [];
-  for (let i = Math.ceil(view.start / step); i * step <= view.end; ++i) marks.push(i * step);
+  const last = view.end - 0.06 * span(view); // room for the figures themselves
+  for (let i = Math.ceil(view.start / step); i * step <= last; ++i) marks.push(i * step);
   return (
     <div class="time-axis" aria-hidden="true">
       {marks.map((seconds) => (

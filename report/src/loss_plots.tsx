@@ -4,7 +4,7 @@ import { useEffect, useMemo, useRef, useState } from "preact/hooks";
 import uPlot from "uplot";
 import { direction, number, decimalsFor } from "./figures";
 import { Badge, methodColour, methodDash } from "./method_style";
-import { isShare, type Loss, type Measure, type Method, nameOf, type Report } from "./report";
+import { isReference, isShare, type Loss, type Measure, type Method, nameOf, type Report } from "./report";
 import { Select } from "./select";
 import { colour } from "./theme";
 
@@ -31,10 +31,16 @@ function axesOf(losses: readonly Loss[]): Axis[] {
   return [...axes.values()];
 }
 
+/** Left out at first where there is enough without them: their values would press all others flat. */
+function flattening(methods: readonly Method[]): ReadonlySet<string> {
+  const ids = methods.map((m) => m.id).filter((id) => id === "silence" || isReference({ id }));
+  return new Set(methods.length - ids.length >= 2 ? ids : []);
+}
+
 export function LossPlots({ report, kind, dark }: { report: Report; kind: string; dark: boolean }) {
   const axes = axesOf(report.losses);
   const [axisId, setAxisId] = useState(axes[0]!.id);
-  const [hidden, setHidden] = useState<ReadonlySet<string>>(new Set());
+  const [hidden, setHidden] = useState(() => flattening(report.methods));
   const axis = axes.find((a) => a.id === axisId) ?? axes[0]!;
   const rows = useMemo(
     () => report.figures.filter((f) => f.kind === kind && !hidden.has(f.method)),
@@ -92,7 +98,7 @@ function LossPlot({ measure, methods, axis, rows, dark }: PlotProps) {
     const { options, data } = plotOf(methods, axis, found);
     const size = () => ({ width: element.clientWidth, height: 190 });
     const plot = new uPlot(
-      { ...options, ...size(), hooks: { ...options.hooks, setCursor: [(u) => setReadout(readoutAt(u, methods))] } },
+      { ...options, ...size(), hooks: { ...options.hooks, setCursor: [(u) => setReadout(readoutAt(u, methods, axis))] } },
       data,
       element,
     );
@@ -109,8 +115,10 @@ function LossPlot({ measure, methods, axis, rows, dark }: PlotProps) {
   return (
     <figure class="plot">
       <figcaption>
-        <strong>{nameOf(measure)}</strong>
-        {measure.unit ? `, ${measure.unit}` : ""}
+        <span>
+          <strong>{nameOf(measure)}</strong>
+          {measure.unit ? `, ${measure.unit}` : ""}
+        </span>
         <small>{readout || direction(measure)}</small>
       </figcaption>
       <div ref={box} role="img" aria-label={describe(measure, methods, axis, found)} />
@@ -131,14 +139,15 @@ function describe(measure: Measure, methods: readonly Method[], axis: Axis, foun
   return `${nameOf(measure)} over ${axis.name}. ${lines.filter(Boolean).join(" ")}`;
 }
 
-function readoutAt(plot: uPlot, methods: readonly Method[]): string {
+/** The values under the pointer, by the key of the method. */
+function readoutAt(plot: uPlot, methods: readonly Method[], axis: Axis): string {
   const index = plot.cursor.idx;
   if (index == null || (plot.cursor.left ?? -1) < 0) return "";
-  const values = methods.flatMap((method, m) => {
+  const values = methods.flatMap((_, m) => {
     const value = plot.data[1 + 3 * m]?.[index];
     return value == null ? [] : [`${m + 1}: ${value.toPrecision(3)}`];
   });
-  return values.join("   ");
+  return `${nameOf(axis.losses[index]!)}:  ${values.join("   ")}`;
 }
 
 /** Three series for each method: value, lower and upper end of its interval. */

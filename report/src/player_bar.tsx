@@ -56,7 +56,7 @@ function Choices(props: Props) {
             disabled={!props.audible.some((m) => m.id === id)}
             onClick={() => props.onHear(id)}
           >
-            <Badge methods={props.allMethods} id={id} /> {nameOf({ id, name })}
+            <Badge methods={props.allMethods} id={id} /> <span class="name">{nameOf({ id, name })}</span>
           </button>
         ))}
       </div>
@@ -83,7 +83,7 @@ function Choices(props: Props) {
         </button>
       </div>
       {props.audible.length > 1 && (
-        <button type="button" onClick={props.onBlind}>
+        <button type="button" class="blind-button" onClick={props.onBlind}>
           Blind test
         </button>
       )}

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// Single keys for the player. They can be switched off, and leave form fields and focused buttons their keys.
+// Keys of the player. Those of one character can be switched off; form fields and focused buttons keep their own.
 import { useEffect, useRef, useState } from "preact/hooks";
 
 export type Shortcuts = Readonly<Record<string, (event: KeyboardEvent) => void>>;
@@ -15,7 +15,7 @@ export function useShortcuts(shortcuts: Shortcuts): void {
   newest.current = shortcuts;
   useEffect(() => {
     const onKey = (event: KeyboardEvent) => {
-      if (!enabled || event.ctrlKey || event.metaKey || event.altKey) return;
+      if ((!enabled && event.key.length === 1) || event.ctrlKey || event.metaKey || event.altKey) return;
       const focus = document.activeElement;
       if (takesText(focus) || (event.key === " " && takesSpace(focus))) return;
       const key = event.key.length === 1 ? event.key.toLowerCase() : event.key;
@@ -37,7 +37,7 @@ const kHelp: readonly (readonly [string, string])[] = [
   ["1 – 5", "method"],
   ["← →", "one second back, on"],
   ["Shift ← →", "one frame back, on"],
-  ["Home", "to the start"],
+  ["Home End", "to the start, the end"],
   ["+ −", "zoom in, out"],
   ["0", "whole call"],
   ["N P", "next, previous gap of the list"],
