@@ -3,6 +3,7 @@
 # make measure  the figures of a ten-minute call
 # make test   all tests, in a Debug build with sanitizers and in the Release build
 # make train-data, loop-data, train, export, model-report   the neural model again; see docs/model.md
+# make report, report-test  the page of aiplc compare, see report/README.md
 # Each target first installs the Debian or Ubuntu packages it lacks.
 
 JOBS := $(shell nproc)
@@ -10,7 +11,7 @@ BUILD = cmake --preset $(1) -G Ninja --log-level=WARNING -Wno-dev && cmake --bui
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 
 .PHONY: all demo measure test install format lint clean train-data loop-data train export \
-        model-report
+        model-report report report-test
 
 all:
 	scripts/install-packages.sh build test
@@ -92,6 +93,14 @@ model-report: all
 		$(PYTHON) training/closed_loop.py --model training/weights/model.bin --speech $(SPEECH) --rate $$rate \
 			--collector build/release/bin/aiplc_collect_windows $(if $(PLCMOS),--plcmos $(PLCMOS)); \
 	done
+
+report: ## builds report/dist/report.html, the page of aiplc compare
+	scripts/install-packages.sh report
+	cd report && npm ci --ignore-scripts --silent && npm run --silent check && npm run --silent build
+
+report-test: ## checks report/dist against its sources and runs its tests in headless Chromium
+	scripts/install-packages.sh report
+	cd report && npm ci --ignore-scripts --silent && npm run --silent check-dist && npm run --silent test
 
 clean:
 	rm -rf build demo
