@@ -1,5 +1,6 @@
 # make        builds everything into build/release
 # make demo   conceals a piece of speech at 20 % loss, into demo/
+# make compare-demo  the same speech at twelve losses, as tables and a page
 # make measure  the figures of a ten-minute call
 # make test   all tests, in a Debug build with sanitizers and in the Release build
 # make train-data, loop-data, train, export, model-report   the neural model again; see docs/model.md
@@ -10,7 +11,7 @@ JOBS := $(shell nproc)
 BUILD = cmake --preset $(1) -G Ninja --log-level=WARNING -Wno-dev && cmake --build --preset $(1) -j $(JOBS)
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 
-.PHONY: all demo measure test install format lint clean train-data loop-data train export \
+.PHONY: all demo compare-demo measure test install format lint clean train-data loop-data train export \
         model-report report report-test
 
 all:
@@ -20,6 +21,10 @@ all:
 demo: all
 	scripts/install-packages.sh demo
 	scripts/demo.sh build/release/bin/aiplc demo
+
+compare-demo: all
+	scripts/install-packages.sh demo
+	scripts/compare_demo.sh build/release/bin/aiplc demo
 
 # Add PACED=paced for the run at the pace of a call.
 measure: all

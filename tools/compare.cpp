@@ -156,8 +156,12 @@ class Comparison {
         std::fprintf(stderr,
                      "aiplc: compare: warning: --audio-limit leaves the page without the sound "
                      "of:\n");
-        for (const std::string &name : output.WithoutAudio())
-            std::fprintf(stderr, "  %s\n", name.c_str());
+        for (const auto &[name, losses] : output.WithoutAudio()) {
+            std::string places;
+            for (size_t i = 0; i < losses.size() && losses.size() < m_losses.size(); ++i)
+                places += (i == 0 ? " at " : ", ") + losses[i];
+            std::fprintf(stderr, "  %s%s\n", name.c_str(), places.c_str());
+        }
     }
 
     const CompareOptions &m_options;

@@ -3,7 +3,8 @@
 #include "compare_job.h"
 
 #include <algorithm>
-#include <array>
+#include <optional>
+#include <utility>
 
 #include "call_loader.h"
 #include "call_recording.h"
@@ -20,6 +21,7 @@ namespace {
 
 constexpr int64_t kMaxSeconds = 3600;
 constexpr int kDefaultJitterBufferMs = 40;
+constexpr int kPlays = 3;  // of one call by one method, at most
 // How long the parts of a job take, roughly: the worker's answers most of it.
 constexpr double kPlayCost = 1.0;
 constexpr double kWorkerCost = 10.0;
@@ -81,11 +83,7 @@ class CallPlayers {
             total += Cost(method);
         for (const CompareMethod &method : CompareMethods()) {
             const bool ideal = method.id == CompareMethod::Id::ideal;
-            const CallTimeline &timeline = ideal ? m_lossFree : m_lossy;
-            const auto frames = static_cast<double>(std::max<int64_t>(timeline.CallFrames(), 1));
-            recordings.push_back(RecordCall(timeline, method.receiver, [&](int64_t done) {
-                m_progress((m_spent + Cost(method) * static_cast<double>(done) / frames) / total);
-            }));
+            recordings.push_back(Play(method, ideal ? m_lossFree : m_lossy, total));
             m_spent += Cost(method);
             if (method.id == CompareMethod::Id::silence) NameSilence(recordings.back());
             Check(recordings.front(), recordings.back());
@@ -96,6 +94,23 @@ class CallPlayers {
   private:
     static double Cost(const CompareMethod &method) {
         return method.receiver.useWorker ? kWorkerCost : kPlayCost;
+    }
+
+    // Late answers say how busy this machine is, nothing about a method: such a play is repeated,
+    // and the one with the fewest counts.
+    CallRecording Play(const CompareMethod &method, const CallTimeline &timeline, double total) {
+        const auto frames = static_cast<double>(std::max<int64_t>(timeline.CallFrames(), 1));
+        std::optional<CallRecording> best;
+        for (int play = 0; play < kPlays; ++play) {
+            CallRecording recording = RecordCall(timeline, method.receiver, [&](int64_t done) {
+                const double share = static_cast<double>(done) / frames;
+                if (play == 0) m_progress((m_spent + Cost(method) * share) / total);
+            });
+            if (!best || recording.requestsFailed < best->requestsFailed)
+                best = std::move(recording);
+            if (best->requestsFailed == 0) break;
+        }
+        return std::move(*best);
     }
 
     // What the receiver takes for the codec's concealment is silence here.

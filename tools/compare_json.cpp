@@ -156,6 +156,11 @@ std::string FileEntryJson(const std::string &name, const std::string &loss,
         json["gaps"].push_back(GapJson(gap));
     for (size_t method = 0; method < recordings.size(); ++method)
         json["sources"][CompareMethods()[method].name] = SourcesJson(recordings[method]);
+    for (size_t method = 0; method < recordings.size(); ++method) {
+        if (!CompareMethods()[method].receiver.useWorker) continue;
+        json["requests"] = recordings[method].requests;
+        json["requestsFailed"] = recordings[method].requestsFailed;
+    }
     json["figures"] = Json::array();
     for (const CompareFigure &figure : figures)
         json["figures"].push_back(FigureJson(figure));

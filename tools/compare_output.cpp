@@ -72,7 +72,7 @@ void CompareOutput::AddFile(const std::string &name, const LossCondition &loss,
         WritePage(result.audio);
         m_audioLeft -= size;
     } else if (m_page) {
-        m_withoutAudio.push_back(name + " at " + loss.name);
+        m_withoutAudio[name].push_back(loss.name);
     }
     WritePage("}");
     if (m_csv) m_csv->Write(result.rows);

@@ -4,6 +4,7 @@
 #define AIPLC_TOOLS_COMPARE_OUTPUT_H
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <span>
 #include <string>
@@ -27,8 +28,10 @@ class CompareOutput {
 
     // Bytes that the page may still take for sound; 0 without a page.
     [[nodiscard]] int64_t AudioLeft() const { return m_audioLeft; }
-    // "FILE at LOSS" whose sound did not fit.
-    [[nodiscard]] const std::vector<std::string> &WithoutAudio() const { return m_withoutAudio; }
+    // Files with the losses at which their sound did not fit.
+    [[nodiscard]] const std::map<std::string, std::vector<std::string>> &WithoutAudio() const {
+        return m_withoutAudio;
+    }
 
     // Files in the order of the report; then the figures of their loss.
     void AddFile(const std::string &name, const LossCondition &loss, const CompareResult &result);
@@ -48,7 +51,7 @@ class CompareOutput {
     std::unique_ptr<OutputFile> m_page;
     std::string m_pageTail;  // behind the report
     int64_t m_audioLeft = 0;
-    std::vector<std::string> m_withoutAudio;
+    std::map<std::string, std::vector<std::string>> m_withoutAudio;
     std::string m_figures;
     bool m_anyFile = false;
 };

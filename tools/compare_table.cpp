@@ -29,8 +29,8 @@ std::string Cell(const CompareFigure *figure) {
     const char *mark = verdict > 0 ? " *" : verdict < 0 ? " !" : "";
     std::array<char, 64> text{};
     if (half * std::pow(10.0, decimals) >= 0.5) {
-        std::snprintf(text.data(), text.size(), "%.*f +-%.*f%s", decimals, estimate.value,
-                      decimals, half, mark);
+        std::snprintf(text.data(), text.size(), "%.*f +-%.*f%s", decimals, estimate.value, decimals,
+                      half, mark);
     } else {
         std::snprintf(text.data(), text.size(), "%.*f%s", decimals, estimate.value, mark);
     }
