@@ -15,7 +15,7 @@
 
 namespace aiplc::tools {
 
-// Pieces of the JSON report, which docs/compare-report.md describes; UTF-8, without white space
+// Pieces of the JSON report, which docs/measures.md describes; UTF-8, without white space
 // that means anything.
 
 // Everything that is known before the first call is played, up to where "files" begins.
