@@ -12,6 +12,7 @@
 #include <set>
 #include <sstream>
 
+#include "capture_files.h"
 #include "test_files.h"
 #include "tests/host/call.h"
 #include "tools/call_loader.h"
@@ -135,6 +136,33 @@ TEST_F(CompareTest, GapsAreThoseOfTheTraceAndDistancesThoseOfConceal) {
     EXPECT_EQ(rows, 5U);
     EXPECT_THAT(m_tables, testing::AllOf(HasSubstr("[lsd], dB"), HasSubstr("7 frames or more"),
                                          HasSubstr("interpolated")));
+}
+
+// Three packets come too late and one never came: that one has no reference.
+TEST_F(CompareTest, CaptureHasItsOwnLosses) {
+    std::vector<std::pair<uint64_t, Bytes>> arrivals;
+    for (const host::RtpPacket &packet : host::Speech({.sampleRate = 16000}, 3.0)) {
+        const uint16_t number = packet.sequenceNumber;
+        if (number == 80) continue;
+        const uint64_t late = number >= 50 && number < 53 ? 300000 : number % 3 * 5000;
+        arrivals.emplace_back(number * 20000U + late,
+                              Rtp(1, 96, number, packet.timestamp, packet.payload));
+    }
+    std::ranges::stable_sort(arrivals, {}, [](const auto &one) { return one.first; });
+    Bytes capture = CaptureHeader();
+    for (const auto &[timeUs, rtp] : arrivals)
+        capture = Join({capture, Frame(timeUs, rtp)});
+    m_options.inputs = {Write("call.pcap", capture)};
+    Run();
+    EXPECT_EQ(m_report["losses"][0]["id"], "own");
+    const Json &gaps = m_report["files"][0]["gaps"];
+    ASSERT_EQ(gaps.size(), 2U);
+    EXPECT_EQ(gaps[0]["first"], 50);
+    EXPECT_EQ(gaps[0]["frames"], 3);
+    EXPECT_EQ(gaps[0]["scores"]["ideal"]["lsd"], 0.0);
+    EXPECT_GT(gaps[0]["scores"]["codec"]["lsd"], 1.0);
+    EXPECT_EQ(gaps[1]["first"], 80);
+    EXPECT_TRUE(gaps[1]["scores"].empty());
 }
 
 TEST_F(CompareTest, LossesAreSeededAndDoNotDependOnTheNumberOfJobs) {
