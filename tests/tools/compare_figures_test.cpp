@@ -6,7 +6,7 @@
 
 #include <gmock/gmock.h>
 
-#include <cmath>
+#include <algorithm>
 
 #include "tools/compare_format.h"
 #include "tools/compare_method.h"
@@ -19,6 +19,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 using testing::ThrowsMessage;
 
 const size_t kCodec = MethodIndex(CompareMethod::Id::codec);
@@ -113,6 +114,57 @@ TEST(CompareFiguresTest, CsvQuotesNamesAndLeavesMissingFieldsEmpty) {
     const std::string rows = GapRows("a,\"b\".wav", "loss5", TwoCalls()[0]);
     EXPECT_THAT(rows, testing::StartsWith("gap,\"a,\"\"b\"\".wav\",loss5,codec,gap1,lsd,100,1,10,,,"
                                           "1,,,\n"));
+}
+
+TEST(CompareFiguresTest, TablesMarkWhatTheIntervalTellsApart) {
+    CompareOptions options;
+    options.inputs = {"a.wav", "b.wav"};
+    LossCondition loss;
+    loss.name = "5 %";
+    std::vector<CallScores> calls = TwoCalls();
+    const auto table = [&](ResampledUnit unit) {
+        return CompareTables(options, {loss}, {MakeFigures(calls, unit)}, unit);
+    };
+    // Two dB better in every gap; with one unit alone there is nothing to tell apart.
+    EXPECT_THAT(table(ResampledUnit::gaps),
+                testing::ContainsRegex("5 % .*16\\.83 .*14\\.83 .*\\*"));
+    EXPECT_THAT(table(ResampledUnit::gaps),
+                testing::ContainsRegex("4 to 6 .*20\\.00 +18\\.00 +-\n"));
+    calls.resize(1);
+    EXPECT_THAT(table(ResampledUnit::calls),
+                testing::ContainsRegex("5 % .*17\\.43 +15\\.43 +-\n"));
+    // The codec's share of frames is no matter of better or worse.
+    EXPECT_THAT(table(ResampledUnit::gaps), Not(HasSubstr("share.")));
+}
+
+TEST(LossConditionTest, GridThenTracesOrTheCallsOwn) {
+    CompareOptions options;
+    const auto ids = [&options] {
+        std::vector<std::string> list;
+        for (const LossCondition &loss : LossConditions(options))
+            list.push_back(loss.id + ": " + loss.name);
+        return list;
+    };
+    EXPECT_THAT(ids(), ElementsAre("own: the call's own losses"));
+    options.lossPercents = {5.0, 12.5};
+    EXPECT_THAT(ids(), ElementsAre("loss5: 5 %", "loss12.5: 12.5 %"));
+    options.meanBursts = {1.0, 4.0};
+    EXPECT_THAT(ids(),
+                ElementsAre("loss5-burst1: 5 % in bursts of 1", "loss5-burst4: 5 % in bursts of 4",
+                            "loss12.5-burst1: 12.5 % in bursts of 1",
+                            "loss12.5-burst4: 12.5 % in bursts of 4"));
+    // In bursts of 1 no two packets in a row are lost; the seed says which ones.
+    const auto draw = [&options](uint64_t seed) {
+        const auto model = LossConditions(options).front().MakeModel(seed);
+        std::string lost;
+        for (int i = 0; i < 2000; ++i)
+            lost += model->NextLost() ? '1' : '0';
+        return lost;
+    };
+    EXPECT_THAT(draw(1), Not(HasSubstr("11")));
+    EXPECT_EQ(draw(1), draw(1));
+    EXPECT_NE(draw(1), draw(2));
+    EXPECT_NEAR(static_cast<double>(std::ranges::count(draw(1), '1')), 100.0, 30.0);
 }
 
 TEST(FigureGateTest, HoldsByLossAndNamesBothValues) {

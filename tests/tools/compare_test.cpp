@@ -138,6 +138,25 @@ TEST_F(CompareTest, GapsAreThoseOfTheTraceAndDistancesThoseOfConceal) {
                                          HasSubstr("interpolated")));
 }
 
+TEST_F(CompareTest, At48KhzTheSameGapsAreMeasured) {
+    m_options.inputs = {Write("talk.wav", WavFile(host::SpeechLike(48000, 3.0), 48000))};
+    m_options.sampleRate = 48000;
+    Lose("00000000000000000011");
+    Run();
+    EXPECT_EQ(m_report["rateHz"], 48000);
+    const Json &file = m_report["files"][0];
+    ASSERT_EQ(file["gaps"].size(), 7U);
+    EXPECT_EQ(file["gaps"][1]["first"], 38);
+    EXPECT_EQ(file["gaps"][1]["frames"], 2);
+    const auto mcd = Values("mcd");
+    EXPECT_EQ(mcd.at("ideal.gap2-3"), 0.0);
+    EXPECT_GT(mcd.at("silence.gap2-3"), mcd.at("codec.gap2-3"));
+    EXPECT_NE(mcd.at("aiplc.gap2-3"), mcd.at("codec.gap2-3"));
+    EXPECT_GT(Values("joinLevel").at("silence.call"), 20.0);
+    const double estoi = Values("estoi").at("codec.call");
+    EXPECT_TRUE(estoi > 0.5 && estoi < 1.0) << estoi;
+}
+
 // Three packets come too late and one never came: that one has no reference.
 TEST_F(CompareTest, CaptureHasItsOwnLosses) {
     std::vector<std::pair<uint64_t, Bytes>> arrivals;
