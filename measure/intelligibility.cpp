@@ -92,7 +92,7 @@ Intelligibility::Intelligibility(std::span<const int16_t> reference, int sampleR
     for (size_t frame = 0; frame < FrameCount(at10K.size()); ++frame) {
         double power = 0.0;
         for (size_t i = 0; i < kFrame; ++i) {
-            const double sample = static_cast<double>(window[i] * at10K[frame * kHop + i]);
+            const auto sample = static_cast<double>(window[i] * at10K[frame * kHop + i]);
             power += sample * sample;
         }
         levels.push_back(20.0 * std::log10(std::sqrt(power) + kTiny));
