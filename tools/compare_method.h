@@ -14,10 +14,10 @@ namespace aiplc::tools {
 struct CompareMethod {
     enum class Id { silence, codec, neural, aiplc, ideal };
 
-    Id id;
-    const char *name;   // in reports and gates
-    const char *title;  // for people
-    const char *about;
+    Id id = Id::ideal;
+    const char *name = "";   // in reports and gates
+    const char *title = "";  // for people
+    const char *about = "";
     host::ReceiverOptions receiver;  // all but the rate
 };
 

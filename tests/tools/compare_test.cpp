@@ -164,7 +164,7 @@ TEST_F(CompareTest, CaptureHasItsOwnLosses) {
         const uint16_t number = packet.sequenceNumber;
         if (number == 80) continue;
         const uint64_t late = number >= 50 && number < 53 ? 300000 : number % 3 * 5000;
-        arrivals.emplace_back(number * 20000U + late,
+        arrivals.emplace_back(uint64_t{number} * 20000 + late,
                               Rtp(1, 96, number, packet.timestamp, packet.payload));
     }
     std::ranges::stable_sort(arrivals, {}, [](const auto &one) { return one.first; });
@@ -282,7 +282,7 @@ TEST_F(RecordingTest, ReferenceOfACaptureKnowsNoJitter) {
     capture.hasArrivalTimes = true;
     for (CallPacket &packet : capture.packets) {
         packet.timestamp += 0xFFFFF000U;  // wraps within the call
-        packet.arrivalUs += packet.sequence % 3 * 4000;
+        packet.arrivalUs += int64_t{packet.sequence % 3} * 4000;
     }
     for (size_t i = 50; i < 53; ++i)
         capture.packets[i].arrivalUs += 300000;
@@ -301,7 +301,7 @@ TEST_F(RecordingTest, ReferenceOfACaptureKnowsNoJitter) {
             << frame;
         EXPECT_EQ(IsConcealed(ideal.sources[i]), frame == 80) << frame;
     }
-    EXPECT_TRUE(std::equal(ideal.samples.begin(), ideal.samples.begin() + 80 * 320,
+    EXPECT_TRUE(std::equal(ideal.samples.begin(), ideal.samples.begin() + 80L * 320,
                            straight.samples.begin()));
 }
 

@@ -45,7 +45,8 @@ class JobPoolTest : public testing::Test {
 TEST_F(JobPoolTest, EveryJobHasANamespaceOfItsOwn) {
     const std::vector<std::string> spaces = Run(5, [](size_t, int output, const Report &report) {
         report(0.5);
-        Print(output, std::getenv("AIPLC_NAMESPACE"));
+        const char *space = std::getenv("AIPLC_NAMESPACE");
+        Print(output, space != nullptr ? space : "");
         report(1.0);
     });
     EXPECT_EQ(std::set<std::string>(spaces.begin(), spaces.end()).size(), 5U);
