@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // Which method did best, which differences are none, and how many digits a figure deserves.
-import type { Figure, Measure } from "./report";
+import type { Difference, Figure, Measure } from "./report";
 
 export type Standing = "best" | "tied" | "behind" | "unranked";
 
@@ -20,6 +20,9 @@ export function standings(figures: ReadonlyMap<string, Figure>, better: string |
   return result;
 }
 
+/** Whether the interval of a difference includes none. Without an interval nothing is shown either. */
+export const showsNothing = ({ low, high }: Difference): boolean => low == null || high == null || (low <= 0 && high >= 0);
+
 function overlap(a: Figure, b: Figure): boolean {
   return (a.low ?? a.value) <= (b.high ?? b.value) && (b.low ?? b.value) <= (a.high ?? a.value);
 }
@@ -37,6 +40,12 @@ export function decimalsFor(figures: Iterable<Figure>): number {
   const byInterval = Number.isFinite(narrowest) ? -Math.floor(Math.log10(narrowest)) : byValue;
   return Math.min(3, Math.max(0, byValue, byInterval));
 }
+
+/** With its sign, for differences. */
+export const signed = (value: number, decimals: number): string => {
+  const text = number(value, decimals);
+  return Number(value.toFixed(decimals)) > 0 ? `+${text}` : text;
+};
 
 export function number(value: number, decimals: number): string {
   const text = value.toFixed(decimals);
