@@ -157,8 +157,10 @@ function VersusCodec({ difference, decimals }: { difference: Difference; decimal
   const nothing = showsNothing(difference);
   const interval = low == null || high == null ? "" : `, interval ${signed(low, decimals)} to ${signed(high, decimals)}`;
   return (
-    <small class={`versus ${nothing ? "nothing-shown" : ""}`} title={`Difference from the codec ${signed(value, decimals)}${interval}`}>
-      {nothing ? "≈ codec" : `${signed(value, decimals)} vs codec`}
+    <small class="versus" title={`Difference from the codec ${signed(value, decimals)}${interval}`}>
+      <span aria-hidden="true">Δ </span>
+      <span class="visually-hidden">difference from the codec </span>
+      {nothing ? "≈ 0" : signed(value, decimals)}
     </small>
   );
 }

@@ -27,16 +27,19 @@ function overlap(a: Figure, b: Figure): boolean {
   return (a.low ?? a.value) <= (b.high ?? b.value) && (b.low ?? b.value) <= (a.high ?? a.value);
 }
 
-/** Decimals, 0 to 3: the first digit the narrowest interval leaves open, and two digits of the largest value. */
+/** Decimals, 0 to 3: the first digit that the narrowest interval leaves open, and two digits of the smallest value. */
 export function decimalsFor(figures: Iterable<Figure>): number {
   let narrowest = Infinity;
-  let largest = 0;
+  let smallest = Infinity; // but not 0
+  let whole = true;
   for (const { value, low, high } of figures) {
-    largest = Math.max(largest, Math.abs(value));
+    if (value !== 0) smallest = Math.min(smallest, Math.abs(value));
+    whole &&= Number.isInteger(value) && low == null;
     const half = ((high ?? value) - (low ?? value)) / 2;
     if (half > 0) narrowest = Math.min(narrowest, half);
   }
-  const byValue = largest > 0 ? 1 - Math.floor(Math.log10(largest)) : 0;
+  if (whole) return 0; // counts
+  const byValue = Number.isFinite(smallest) ? Math.min(2, 1 - Math.floor(Math.log10(smallest))) : 0;
   const byInterval = Number.isFinite(narrowest) ? -Math.floor(Math.log10(narrowest)) : byValue;
   return Math.min(3, Math.max(0, byValue, byInterval));
 }

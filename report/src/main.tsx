@@ -64,8 +64,7 @@ function Summary({ report, loss, kind, onLoss, onKind }: SummaryProps) {
       <FigureTable caption={caption} methods={report.methods} measures={report.measures.filter((m) => !isShare(m))} figures={figures} />
       <p class="note">
         <b class="mark">★</b> best. <b class="mark">≈</b> not told apart from the best: their intervals overlap.{" "}
-        <b>≈ codec</b>: the interval of the difference from the codec includes none. Intervals hold 95 % of a
-        bootstrap{report.resampled && ` over the ${report.resampled}`}.
+        <b>Δ</b> difference from the codec; <b>≈ 0</b> where its interval includes 0. Intervals hold 95 % of a bootstrap{report.resampled && ` over the ${report.resampled}`}.
       </p>
       {shareFigures.length > 0 && (
         <details>

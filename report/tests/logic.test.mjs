@@ -44,6 +44,7 @@ test("overlapping intervals are ties, and digits end where the interval begins",
   assert.equal(decimalsFor([figure(8.1234, 7.7, 8.5)]), 1);
   assert.equal(decimalsFor([figure(0.8342, 0.81, 0.85)]), 2);
   assert.equal(decimalsFor([figure(312, 290, 330)]), 0);
+  assert.equal(decimalsFor([{ value: 470 }, { value: 3 }]), 0); // counts
   assert.equal(number(-0.04, 1), "0.0");
   assert.equal(number(-2.25, 1), "−2.3");
   assert.equal(clockTime(59.999), "1:00.00");

@@ -45,8 +45,8 @@ pageTest("the summary marks the best, what is tied with it, and follows the choi
   assert.match(found[3], /^8\.1 dB ★ , best interval 7\.7–8\.5/);
   assert.match(found[2], /^8\.3 dB ≈ , not told apart from the best/);
   assert.match(found[1], /^9\.4 dB interval/);
-  assert.match(found[3], /−1\.3 vs codec$/);
-  assert.match(found[2], /≈ codec$/);
+  assert.match(found[3], /difference from the codec −1\.3$/);
+  assert.match(found[2], /codec ≈ 0$/);
   assert.match(found[4], /^0\.0 dB interval/); // the reference is not ranked
   await choice(page, "Loss").selectOption("10 % in bursts of 1");
   assert.match((await cells())[3], /^11\.1 /);
