@@ -47,7 +47,7 @@ function Row({ measure, methods, found }: { measure: Measure; methods: readonly 
   const contenders = new Map([...byMethod].filter(([id]) => !isReference({ id })));
   const standing = standings(contenders, measure.better);
   const decimals = decimalsFor(found);
-  const scale = scaleOf([...contenders.values()]);
+  const scale = direction(measure) ? scaleOf([...contenders.values()]) : undefined;
   const unit = measure.unit ? `, ${measure.unit}` : "";
   return (
     <tr role="row">

@@ -246,6 +246,7 @@ pageTest("the blind test hides the methods and reports the score with its probab
     else await page.getByRole("button", { name: `X is ${answer.toUpperCase()}` }).click();
   }
   await page.getByRole("heading", { name: "7 of 8 right" }).waitFor();
+  await button(page, "Play").waitFor(); // the sound has stopped
   const text = await page.locator(".blind-test").innerText();
   assert.match(text, /A was aiplc, B was Codec/);
   assert.match(text, /probability of 3\.5 %/); // 9 of 256
