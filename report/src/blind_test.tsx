@@ -55,6 +55,9 @@ export function BlindTest(props: Props) {
     };
   }, []);
   const done = plan && (stopped || answers.length === plan.trials.length);
+  useEffect(() => {
+    if (done) transport.pause();
+  }, [done]);
   return (
     <section class="blind-test" aria-label="Blind test">
       {!plan && <Setup {...props} onBegin={begin} />}

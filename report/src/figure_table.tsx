@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // Measures down, methods across: each figure with its interval, the best and what cannot be told from it marked.
 // The roles are written out because a narrow page lays the rows out as grids, which takes them away.
-import { decimalsFor, direction, number, type Standing, standings, withUnit } from "./figures";
+import { decimalsFor, direction, number, showsNothing, signed, type Standing, standings, withUnit } from "./figures";
 import { MethodName } from "./method_style";
-import { type Figure, isReference, type Measure, type Method, nameOf } from "./report";
+import { type Difference, type Figure, isReference, type Measure, type Method, nameOf } from "./report";
 
 interface Props {
   caption: string;
@@ -47,7 +47,7 @@ function Row({ measure, methods, found }: { measure: Measure; methods: readonly 
   const contenders = new Map([...byMethod].filter(([id]) => !isReference({ id })));
   const standing = standings(contenders, measure.better);
   const decimals = decimalsFor(found);
-  const scale = scaleOf([...contenders.values()]);
+  const scale = direction(measure) ? scaleOf([...contenders.values()]) : undefined;
   const unit = measure.unit ? `, ${measure.unit}` : "";
   return (
     <tr role="row">
@@ -63,6 +63,7 @@ function Row({ measure, methods, found }: { measure: Measure; methods: readonly 
           unit={measure.unit}
           decimals={decimals}
           scale={isReference(method) ? undefined : scale}
+          difference={isReference(method) ? undefined : byMethod.get(method.id)?.vsCodec}
         />
       ))}
     </tr>
@@ -103,9 +104,10 @@ interface CellProps {
   unit: string | undefined;
   decimals: number;
   scale: Scale | undefined;
+  difference: Difference | null | undefined;
 }
 
-function FigureCell({ figure, standing, unit, decimals, scale }: CellProps) {
+function FigureCell({ figure, standing, unit, decimals, scale, difference }: CellProps) {
   if (!figure)
     return (
       <td role="cell" class="absent">
@@ -145,6 +147,20 @@ function FigureCell({ figure, standing, unit, decimals, scale }: CellProps) {
           <line class="point" x1={scale(value)} x2={scale(value)} y1="0" y2="6" />
         </svg>
       )}
+      {difference && <VersusCodec difference={difference} decimals={decimals} />}
     </td>
+  );
+}
+
+function VersusCodec({ difference, decimals }: { difference: Difference; decimals: number }) {
+  const { value, low, high } = difference;
+  const nothing = showsNothing(difference);
+  const interval = low == null || high == null ? "" : `, interval ${signed(low, decimals)} to ${signed(high, decimals)}`;
+  return (
+    <small class="versus" title={`Difference from the codec ${signed(value, decimals)}${interval}`}>
+      <span aria-hidden="true">Δ </span>
+      <span class="visually-hidden">difference from the codec </span>
+      {nothing ? "≈ 0" : signed(value, decimals)}
+    </small>
   );
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // Which method did best, which differences are none, and how many digits a figure deserves.
-import type { Figure, Measure } from "./report";
+import type { Difference, Figure, Measure } from "./report";
 
 export type Standing = "best" | "tied" | "behind" | "unranked";
 
@@ -20,23 +20,35 @@ export function standings(figures: ReadonlyMap<string, Figure>, better: string |
   return result;
 }
 
+/** Whether the interval of a difference includes none. Without an interval nothing is shown either. */
+export const showsNothing = ({ low, high }: Difference): boolean => low == null || high == null || (low <= 0 && high >= 0);
+
 function overlap(a: Figure, b: Figure): boolean {
   return (a.low ?? a.value) <= (b.high ?? b.value) && (b.low ?? b.value) <= (a.high ?? a.value);
 }
 
-/** Decimals, 0 to 3: the first digit the narrowest interval leaves open, and two digits of the largest value. */
+/** Decimals, 0 to 3: the first digit that the narrowest interval leaves open, and two digits of the smallest value. */
 export function decimalsFor(figures: Iterable<Figure>): number {
   let narrowest = Infinity;
-  let largest = 0;
+  let smallest = Infinity; // but not 0
+  let whole = true;
   for (const { value, low, high } of figures) {
-    largest = Math.max(largest, Math.abs(value));
+    if (value !== 0) smallest = Math.min(smallest, Math.abs(value));
+    whole &&= Number.isInteger(value) && low == null;
     const half = ((high ?? value) - (low ?? value)) / 2;
     if (half > 0) narrowest = Math.min(narrowest, half);
   }
-  const byValue = largest > 0 ? 1 - Math.floor(Math.log10(largest)) : 0;
+  if (whole) return 0; // counts
+  const byValue = Number.isFinite(smallest) ? Math.min(2, 1 - Math.floor(Math.log10(smallest))) : 0;
   const byInterval = Number.isFinite(narrowest) ? -Math.floor(Math.log10(narrowest)) : byValue;
   return Math.min(3, Math.max(0, byValue, byInterval));
 }
+
+/** With its sign, for differences. */
+export const signed = (value: number, decimals: number): string => {
+  const text = number(value, decimals);
+  return Number(value.toFixed(decimals)) > 0 ? `+${text}` : text;
+};
 
 export function number(value: number, decimals: number): string {
   const text = value.toFixed(decimals);

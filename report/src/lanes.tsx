@@ -36,6 +36,7 @@ export function Lanes(props: Props) {
   const width = useWidth(field);
   const images = useSpectrograms(decoded, rateHz, view, width);
   const top = Math.max(...[...decoded.recordings.values()].map((r) => r.peaks.top));
+  const gain = magnification(decoded, rateHz, view, top);
   const palette = useMemo(() => spectrogramPalette(dark), [dark]);
   useNavigation(field, { view, duration: decoded.duration, onView: props.onView, onSeek: props.onSeek });
   return (
@@ -47,7 +48,9 @@ export function Lanes(props: Props) {
           <div class={`lane ${method.id === props.heard ? "heard" : ""}`} key={method.id}>
             <div class="lane-label" onClick={() => props.onHear(method.id)}>
               <MethodName methods={props.allMethods} id={method.id} />
-              <small aria-hidden="true">0 – {rateHz / 2000} kHz</small>
+              <small aria-hidden="true">
+                {gain > 1 && `× ${gain}, `}0 – {rateHz / 2000} kHz
+              </small>
             </div>
             {recording ? (
               <Lane
@@ -57,7 +60,7 @@ export function Lanes(props: Props) {
                     view,
                     rateHz,
                     peaks: recording.peaks,
-                    top,
+                    top: top / gain,
                     lost: props.lost,
                     image: images.get(method.id),
                     colours: {
@@ -80,6 +83,15 @@ export function Lanes(props: Props) {
       </div>
     </div>
   );
+}
+
+/** By how much all waveforms are drawn higher, so that quiet places show their shape too: 1, 2, 4 or 8. */
+function magnification(decoded: Decoded, rateHz: number, view: View, top: number): number {
+  const visible = [...decoded.recordings.values()].map(({ peaks }) => {
+    const [low, high] = peaks.range(view.start * rateHz, view.end * rateHz);
+    return Math.max(-low, high);
+  });
+  return [8, 4, 2].find((gain) => gain * Math.max(...visible) <= top) ?? 1;
 }
 
 function Lane({ label, paint }: { label: string; paint: (canvas: HTMLCanvasElement) => void }) {

@@ -63,8 +63,8 @@ function Summary({ report, loss, kind, onLoss, onKind }: SummaryProps) {
       </div>
       <FigureTable caption={caption} methods={report.methods} measures={report.measures.filter((m) => !isShare(m))} figures={figures} />
       <p class="note">
-        <b class="mark">★</b> best. <b class="mark">≈</b> its 95 % interval overlaps that of the best: the difference
-        shows nothing. Intervals are bootstrap intervals over the calls’ frames, joins or calls.
+        <b class="mark">★</b> best. <b class="mark">≈</b> not told apart from the best: their intervals overlap.{" "}
+        <b>Δ</b> difference from the codec; <b>≈ 0</b> where its interval includes 0. Intervals hold 95 % of a bootstrap{report.resampled && ` over the ${report.resampled}`}.
       </p>
       {shareFigures.length > 0 && (
         <details>

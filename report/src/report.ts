@@ -11,7 +11,14 @@ const interval = {
   count: v.optional(v.number()),
 };
 
-const fileFigure = v.object({ method: v.string(), kind: v.string(), measure: v.string(), ...interval });
+const fileFigure = v.object({
+  method: v.string(),
+  kind: v.string(),
+  measure: v.string(),
+  ...interval,
+  /** Difference from the codec in the same draws; absent for the codec itself. */
+  vsCodec: v.nullish(v.object(interval)),
+});
 
 const method = v.object({ id: v.string(), name: v.optional(v.string()), about: v.optional(v.string()) });
 
@@ -56,6 +63,8 @@ const schema = v.object({
   model: v.optional(v.string(), ""),
   rateHz: v.pipe(v.number(), v.minValue(8000), v.maxValue(96000)),
   frameMs: v.pipe(v.number(), v.minValue(1), v.maxValue(120)),
+  /** What the bootstrap drew anew: "calls" or "gaps". */
+  resampled: v.optional(v.string(), ""),
   methods: v.pipe(v.array(method), v.minLength(1)),
   losses: v.pipe(v.array(loss), v.minLength(1)),
   measures: v.array(measure),
@@ -69,6 +78,7 @@ export type Method = Report["methods"][number];
 export type Loss = Report["losses"][number];
 export type Measure = Report["measures"][number];
 export type Figure = v.InferOutput<typeof fileFigure>;
+export type Difference = NonNullable<Figure["vsCodec"]>;
 export type CallFile = Report["files"][number];
 export type Gap = CallFile["gaps"][number];
 

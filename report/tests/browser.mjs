@@ -27,8 +27,10 @@ export async function closeBrowser() {
 function instrument({ coins }) {
   const connect = AudioNode.prototype.connect;
   window.recorded = [];
+  window.contexts = new Set();
   AudioNode.prototype.connect = function (target, ...rest) {
     if (target === this.context.destination && this.context instanceof AudioContext) {
+      window.contexts.add(this.context);
       const recorder = (this.context.recorder ??= this.context.createScriptProcessor(2048, 1, 1));
       recorder.onaudioprocess = ({ inputBuffer }) => window.recorded.push(...inputBuffer.getChannelData(0));
       connect.call(recorder, target);

@@ -44,6 +44,7 @@ test("overlapping intervals are ties, and digits end where the interval begins",
   assert.equal(decimalsFor([figure(8.1234, 7.7, 8.5)]), 1);
   assert.equal(decimalsFor([figure(0.8342, 0.81, 0.85)]), 2);
   assert.equal(decimalsFor([figure(312, 290, 330)]), 0);
+  assert.equal(decimalsFor([{ value: 470 }, { value: 3 }]), 0); // counts
   assert.equal(number(-0.04, 1), "0.0");
   assert.equal(number(-2.25, 1), "−2.3");
   assert.equal(clockTime(59.999), "1:00.00");
@@ -67,4 +68,24 @@ test("spectra show a tone at its frequency and level, and only inside the record
   const tone = column(2);
   assert.equal(tone.indexOf(Math.max(...tone)), 32); // 1000 Hz of 31.25 Hz a bin
   assert.ok(Math.abs((tone[32] / 255 - 1) * kRangeDb + 20) < 0.5); // 0.1 is 20 dB below full scale
+});
+
+test("peaks are those of the samples, and rounded to blocks only where many share a pixel", async () => {
+  const { Peaks } = await load("peaks");
+  const pcm = Float32Array.from({ length: 5000 }, (_, i) => Math.fround(Math.sin(i * i)));
+  const peaks = new Peaks(pcm);
+  const brute = (from, to) => [Math.min(...pcm.slice(from, to)), Math.max(...pcm.slice(from, to))];
+  assert.equal(peaks.top, Math.max(...pcm.map(Math.abs)));
+  assert.deepEqual(peaks.range(100, 300), brute(100, 300));
+  assert.deepEqual(peaks.range(40.2, 40.4), brute(40, 41)); // never less than a sample
+  assert.deepEqual(peaks.range(1280, 3840), brute(1280, 3840)); // ten to thirty blocks of 128
+  assert.deepEqual(peaks.range(4900, 9000), brute(4900, 5000));
+  assert.deepEqual(peaks.range(6000, 7000), [0, 0]);
+});
+
+test("a recording must be kept in the page", async () => {
+  const { dataBytes } = await load("recording");
+  assert.deepEqual([...dataBytes("data:audio/flac;base64,AAEC/w==")], [0, 1, 2, 255]);
+  for (const address of ["sound.wav", "file:///sound.wav", "data:audio/wav,abc", ""])
+    assert.throws(() => dataBytes(address), /not kept in the page/);
 });

@@ -3,7 +3,7 @@
 import assert from "node:assert/strict";
 import { after, before, test } from "node:test";
 import { closeBrowser, openBrowser, openPage } from "./browser.mjs";
-import { instantOf, kRate, makeReport } from "./report_fixture.mjs";
+import { instantOf, kRate, makeReport, wavAddress } from "./report_fixture.mjs";
 
 before(openBrowser);
 after(closeBrowser);
@@ -45,6 +45,8 @@ pageTest("the summary marks the best, what is tied with it, and follows the choi
   assert.match(found[3], /^8\.1 dB ★ , best interval 7\.7–8\.5/);
   assert.match(found[2], /^8\.3 dB ≈ , not told apart from the best/);
   assert.match(found[1], /^9\.4 dB interval/);
+  assert.match(found[3], /difference from the codec −1\.3$/);
+  assert.match(found[2], /codec ≈ 0$/);
   assert.match(found[4], /^0\.0 dB interval/); // the reference is not ranked
   await choice(page, "Loss").selectOption("10 % in bursts of 1");
   assert.match((await cells())[3], /^11\.1 /);
@@ -128,9 +130,99 @@ pageTest("gaps are ordered, shown when chosen, and looped without a click", {}, 
   const samples = await page.evaluate(() => window.recorded);
   const instants = samples.filter((x) => x > 0.36).map(instantOf);
   assert.ok(Math.max(...instants) < 4.352 && Math.max(...instants) > 4.33, `up to ${Math.max(...instants)} s`);
-  const full = samples.slice(samples.findIndex((x) => x > 0.37)).filter((x, i, all) => i > 64 && x > 0.3625 && all[i - 64] > 0.3625);
-  assert.ok(Math.min(...full.map(instantOf)) > 3.745, "the loop begins a quarter of a second before the gap");
-  assert.ok(greatestStep(samples) < 0.06, `step of ${greatestStep(samples)}`);
+  const inner = samples.filter((x, i) => x > 0.36 && samples[i - 80] > 0.36 && samples[i + 80] > 0.36);
+  assert.ok(Math.min(...inner.map(instantOf)) > 3.745, "the loop begins a quarter of a second before the gap");
+  // Without its fades the loop's wrap is a step of 0.6 s on the ramp: 0.042.
+  assert.ok(greatestStep(samples) < 0.02, `step of ${greatestStep(samples)}`);
+});
+
+pageTest("playing follows the view, ends at the end, and stops with its call", {}, async (page) => {
+  await lanes(page).nth(4).waitFor();
+  await page.keyboard.press("End");
+  for (let i = 0; i < 3; ++i) await page.keyboard.press("+");
+  await page.keyboard.press("Home");
+  await page.keyboard.press("ArrowRight"); // to 1 s, within 0 to 1.25 s
+  await page.keyboard.press("Space");
+  await page.waitForFunction(() => !document.querySelector(".lane canvas").ariaLabel.includes("from 0:00.00"));
+  assert.equal(await page.locator(".lane-field .playhead").isVisible(), true);
+  await page.keyboard.press("End");
+  await button(page, "Play").waitFor();
+  await page.keyboard.press("Space"); // from the start again
+  await page.waitForFunction(() => /^0:00\.[1-9]/.test(document.querySelector(".clock").textContent));
+  await choice(page, "Loss").selectOption("10 % in bursts of 1");
+  await page.waitForFunction(() => [...window.contexts].every((context) => context.state === "closed"));
+  await lanes(page).nth(4).waitFor();
+  const silent = await page.evaluate(() => window.recorded.length);
+  await page.keyboard.press("Space");
+  await page.waitForFunction((n) => window.recorded.slice(n).some((x) => x > 0.1), silent);
+});
+
+/** In one method: a tone of 4 kHz that fills the one gap, from 4 s to 4.1 s. */
+function toneReport() {
+  const data = makeReport();
+  const tone = (i) => (i >= 4 * kRate && i < 4.1 * kRate ? 0.5 * Math.sin((Math.PI * i) / 2) : 0);
+  const address = wavAddress(Float32Array.from({ length: 10 * kRate }, (_, i) => tone(i)));
+  data.files[0] = { ...data.files[0], gaps: [data.files[0].gaps[1]], audio: { aiplc: address } };
+  return data;
+}
+
+pageTest("waveform, spectrogram and marks of lost frames lie at their instant and frequency", { data: toneReport() }, async (page) => {
+  await lanes(page).first().waitFor();
+  await page.keyboard.press("n");
+  await showing(page, "0:03.55", "0:04.55");
+  // Where the marks, the waveform's extent and the strongest shade lie, as shares of the lane.
+  const found = await page.waitForFunction(() => {
+    const canvas = document.querySelector(".lane canvas");
+    const { width, height } = canvas;
+    const { data } = canvas.getContext("2d").getImageData(0, 0, width, height);
+    const at = (x, y) => data.subarray(4 * (y * width + x), 4 * (y * width + x) + 3);
+    const share = (xs) => [Math.min(...xs) / width, Math.max(...xs) / width];
+    const columns = [...Array(width).keys()];
+    const wave = Math.round(height * 0.38);
+    const dark = columns.flatMap((x) => {
+      const ys = [...Array(height - wave - 4).keys()].map((y) => y + wave + 2).filter((y) => at(x, y)[0] + at(x, y)[1] < 40);
+      return ys.length ? [[x, (ys[0] + ys.at(-1)) / 2]] : [];
+    });
+    if (dark.length < 20) return null; // the worker has not answered for this view yet
+    const red = columns.filter((x) => at(x, 1)[0] > 180 && at(x, 1)[1] < 60);
+    const blue = columns.filter((x) => at(x, 10)[2] > 150 && at(x, 10)[0] < 60);
+    const rows = dark.map(([, y]) => (y - wave) / (height - wave));
+    return { marks: share(red), wave: share(blue), tone: share(dark.map(([x]) => x)), frequency: rows[rows.length >> 1] };
+  });
+  const { marks, wave, tone, frequency } = await found.jsonValue();
+  for (const [name, [from, to], slack] of [["marks", marks, 0.005], ["wave", wave, 0.005], ["tone", tone, 0.02]]) {
+    assert.ok(Math.abs(from - 0.45) < slack, `${name} from ${from}`);
+    assert.ok(Math.abs(to - 0.55) < slack, `${name} to ${to}`);
+  }
+  assert.ok(Math.abs(frequency - 0.5) < 0.04, `4 of 8 kHz at ${frequency} of the height`);
+});
+
+function manyLosses() {
+  const data = makeReport();
+  data.losses.push({ id: "b3", name: "5 % in bursts of 3", percent: 5, burst: 3 }, { id: "t", name: "wifi.txt" });
+  data.figures.push({ ...data.figures[3], loss: "t", value: 6.5, low: 6, high: 7 });
+  data.files[0].gaps = Array.from({ length: 70 }, (_, i) => ({ ...data.files[0].gaps[i % 3], first: 7 * i }));
+  return data;
+}
+
+pageTest("plots say their values, hide methods and keep recorded losses apart", { data: manyLosses() }, async (page) => {
+  const plot = page.locator(".plot [role=img]").first();
+  const says = async () => await plot.getAttribute("aria-label");
+  assert.match(await says(), /aiplc: 8\.1 at 5 % in bursts of 1, 11\.1 at 10 % in bursts of 1/);
+  assert.doesNotMatch(await says(), /Silence/);
+  const plots = page.locator("section", { hasText: "Over the loss" });
+  await plots.getByRole("button", { name: "Silence" }).click();
+  assert.match(await says(), /Silence: 30\.0/);
+  await choice(page, "Over").selectOption("Recorded losses");
+  assert.match(await says(), /aiplc: 6\.5 at wifi\.txt\.$/);
+  const painted = await plot.locator("canvas").evaluate((canvas) => {
+    const { data } = canvas.getContext("2d").getImageData(0, 0, canvas.width, canvas.height);
+    return data.some((value, i) => i % 4 === 3 && value === 255 && data[i - 1] > 150 && data[i - 3] < 40);
+  });
+  assert.ok(painted, "a point in the method's colour");
+  assert.equal((await gapNames(page)).length, 50);
+  await page.getByRole("button", { name: "Show all 70" }).click();
+  assert.equal((await gapNames(page)).length, 70);
 });
 
 // The first coin puts the methods behind the letters, the others choose X: A where odd.
@@ -154,11 +246,36 @@ pageTest("the blind test hides the methods and reports the score with its probab
     else await page.getByRole("button", { name: `X is ${answer.toUpperCase()}` }).click();
   }
   await page.getByRole("heading", { name: "7 of 8 right" }).waitFor();
+  await button(page, "Play").waitFor(); // the sound has stopped
   const text = await page.locator(".blind-test").innerText();
   assert.match(text, /A was aiplc, B was Codec/);
   assert.match(text, /probability of 3\.5 %/); // 9 of 256
   await button(page, "Leave the blind test").click();
   await lanes(page).first().waitFor();
+});
+
+pageTest("a blind test stopped early says so, and can be left and begun again", { coins: [1, 1, 1, 1, 1, 1, 1, 1, 1] }, async (page) => {
+  await button(page, "Blind test").click();
+  await choice(page, "with").selectOption("aiplc");
+  await page.getByRole("alert").getByText("two different methods").waitFor();
+  assert.ok(await button(page, "Begin").isDisabled());
+  await choice(page, "with").selectOption("Codec");
+  await choice(page, "Trials").selectOption("8");
+  await button(page, "Begin").click();
+  await soundsNow(page, -1); // the first coin has swapped them: A is the codec
+  await page.keyboard.press("a");
+  await page.keyboard.press("b");
+  await button(page, "Stop here").click();
+  await page.getByRole("heading", { name: "1 of 2 right" }).waitFor();
+  assert.match(await page.locator(".blind-test").innerText(), /A was Codec, B was aiplc.*75\.0 %.*stopped early/s);
+  await button(page, "Another test").click();
+  await button(page, "Begin").waitFor();
+  await button(page, "Leave the blind test").click();
+  await button(page, "Play").waitFor();
+  assert.equal(await button(page, "aiplc").getAttribute("aria-pressed"), "true");
+  const before = await page.evaluate(() => window.recorded.length);
+  await page.keyboard.press("Space"); // and aiplc is what is heard again
+  await page.waitForFunction((n) => window.recorded.slice(n).some((x) => x > 0.1), before);
 });
 
 pageTest("dark and light follow the system and the switch", { colorScheme: "dark" }, async (page) => {
@@ -232,6 +349,31 @@ pageTest("the keyboard alone reaches everything, each thing with a name and a vi
   await button(page, "Zoom out").focus();
   await page.keyboard.press("Space"); // belongs to the button, not to the player
   await button(page, "Play").waitFor();
+});
+
+pageTest("keys leave form fields alone and can be switched off", {}, async (page) => {
+  await lanes(page).nth(4).waitFor();
+  const method = choice(page, "Measured over");
+  await method.focus();
+  await page.keyboard.press("ArrowDown");
+  assert.equal(await method.inputValue(), "call");
+  await page.keyboard.press("2");
+  assert.equal(await button(page, "aiplc").getAttribute("aria-pressed"), "true");
+  await page.getByRole("slider").focus();
+  await page.keyboard.press("Control+2");
+  assert.equal(await button(page, "aiplc").getAttribute("aria-pressed"), "true");
+  await page.getByText("Keys", { exact: true }).click();
+  await page.getByLabel("Single keys").uncheck();
+  await page.getByRole("slider").focus();
+  await page.keyboard.press("2");
+  await page.keyboard.press("ArrowRight"); // a slider keeps its arrows
+  assert.equal(await page.getByRole("slider").getAttribute("aria-valuenow"), "1.00");
+  assert.equal(await button(page, "aiplc").getAttribute("aria-pressed"), "true");
+  await page.getByLabel("Single keys").check();
+  await page.getByRole("slider").focus();
+  await page.keyboard.press("2");
+  assert.equal(await button(page, "Codec").getAttribute("aria-pressed"), "true");
+  assert.equal(await page.getByRole("slider").getAttribute("aria-valuetext"), "0:01.00, Codec");
 });
 
 pageTest("a call without recordings shows its figures", {}, async (page) => {

@@ -50,10 +50,15 @@ const lsd = {
   aiplc: [8.1, 7.7, 8.5],
   ideal: [0, 0, 0],
 };
+const vsCodec = {
+  neural: { value: -1.1, low: -2.3, high: 0.1 },
+  aiplc: { value: -1.3, low: -1.9, high: -0.7 },
+};
 const figures = (loss, kind, plus) =>
   Object.entries(lsd).map(([method, [value, low, high]]) => {
     const more = method === "ideal" ? 0 : plus;
-    return { loss, kind, method, measure: "lsd", value: value + more, low: low + more, high: high + more, count: 312 };
+    const moved = { value: value + more, low: low + more, high: high + more };
+    return { loss, kind, method, measure: "lsd", ...moved, count: 312, vsCodec: vsCodec[method] };
   });
 
 export function makeReport() {
