@@ -3,6 +3,9 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <initializer_list>
+#include <string_view>
+#include <utility>
 
 #include "compare_format.h"
 #include "compare_method.h"
@@ -28,6 +31,15 @@ std::string Quoted(const std::string &text) {
     return quoted + "\"";
 }
 
+void AddRow(std::string &rows, std::initializer_list<std::string_view> fields) {
+    bool first = true;
+    for (const std::string_view field : fields) {
+        if (!std::exchange(first, false)) rows += ',';
+        rows += field;
+    }
+    rows += '\n';
+}
+
 }  // namespace
 
 std::string CsvHeader() {
@@ -38,33 +50,31 @@ std::string CsvHeader() {
 std::string FigureRows(const std::string &scope, const std::string &file, const std::string &loss,
                        std::span<const CompareFigure> figures) {
     std::string rows;
-    const std::string place = scope + "," + Quoted(file) + "," + loss + ",";
+    const std::string name = Quoted(file);
     for (const CompareFigure &figure : figures) {
-        rows += place + CompareMethods()[figure.method].name + "," + Info(figure.kind).id + "," +
-                Info(figure.measure).id + ",,," + Number(figure.estimate.value) + "," +
-                Number(figure.estimate.low) + "," + Number(figure.estimate.high) + "," +
-                Number(std::round(figure.estimate.count)) + ",";
-        if (figure.versusCodec) {
-            rows += Number(figure.versusCodec->value) + "," + Number(figure.versusCodec->low) +
-                    "," + Number(figure.versusCodec->high) + "\n";
-        } else {
-            rows += ",,\n";
-        }
+        const measure::Estimate &estimate = figure.estimate;
+        const auto difference = figure.versusCodec.value_or(measure::Estimate{});
+        AddRow(rows, {scope, name, loss, CompareMethods()[figure.method].name, Info(figure.kind).id,
+                      Info(figure.measure).id, "", "", Number(estimate.value), Number(estimate.low),
+                      Number(estimate.high), Number(std::round(estimate.count)),
+                      figure.versusCodec ? Number(difference.value) : std::string(),
+                      Number(difference.low), Number(difference.high)});
     }
     return rows;
 }
 
 std::string GapRows(const std::string &file, const std::string &loss, const CallScores &scores) {
     std::string rows;
-    const std::string place = "gap," + Quoted(file) + "," + loss + ",";
+    const std::string name = Quoted(file);
     for (const GapScores &gap : scores.gaps) {
-        const std::string where = std::to_string(gap.first) + "," + std::to_string(gap.frames);
+        const std::string first = std::to_string(gap.first);
+        const std::string frames = std::to_string(gap.frames);
         const auto add = [&](size_t method, const char *kind, CompareMeasure measure,
                              const measure::Term &term) {
             if (term.count <= 0.0) return;
-            rows += place + CompareMethods()[method].name + "," + kind + "," + Info(measure).id +
-                    "," + where + "," + Number(term.sum / term.count) + ",,," + Number(term.count) +
-                    ",,,\n";
+            AddRow(rows,
+                   {"gap", name, loss, CompareMethods()[method].name, kind, Info(measure).id, first,
+                    frames, Number(term.sum / term.count), "", "", Number(term.count), "", "", ""});
         };
         for (size_t method = 0; method < gap.methods.size(); ++method) {
             const GapTerms &terms = gap.methods[method];
