@@ -17,8 +17,8 @@ using Row = std::vector<measure::Term>;
 
 // A mean that is estimated for every method.
 struct Column {
-    CompareKind kind;
-    CompareMeasure measure;
+    CompareKind kind = CompareKind::call;
+    CompareMeasure measure = CompareMeasure::lsd;
 };
 
 void AddRow(Row &sum, const Row &row) {
@@ -106,9 +106,9 @@ Row StretchRow(const StretchScores &stretch) {
 }
 
 std::vector<Column> GapColumns(CompareKind kind) {
-    std::vector<Column> columns;
-    for (const CompareMeasure measure : kGapMeasures)
-        columns.push_back({kind, measure});
+    std::vector<Column> columns(kGapMeasures.size());
+    for (size_t i = 0; i < columns.size(); ++i)
+        columns[i] = {kind, kGapMeasures[i]};
     return columns;
 }
 

@@ -14,7 +14,8 @@ namespace {
 constexpr std::string_view kMarker = "__AIPLC_REPORT_JSON__";
 
 std::unique_ptr<OutputFile> Open(const std::string &path) {
-    return path.empty() ? nullptr : std::make_unique<OutputFile>(path, nullptr);
+    if (path.empty()) return nullptr;
+    return std::make_unique<OutputFile>(path, nullptr);
 }
 
 // JSON that may stand within a script element: no < ends it early.
@@ -35,10 +36,10 @@ std::string WithoutLess(const std::string &json) {
 
 CompareOutput::CompareOutput(const CompareOptions &options,
                              const std::vector<LossCondition> &losses, ResampledUnit unit)
-    : m_options(options),
-      m_json(Open(options.jsonPath)),
-      m_csv(Open(options.csvPath)),
-      m_page(Open(options.htmlPath)) {
+    : m_options(options) {
+    m_json = Open(options.jsonPath);
+    m_csv = Open(options.csvPath);
+    m_page = Open(options.htmlPath);
     if (m_page) {
         m_audioLeft = static_cast<int64_t>(options.audioLimitMb * 1e6);
         const std::string_view page = ReportPage();
