@@ -120,7 +120,7 @@ bool JobPool::Read(Child &child) {
         if (!child.message.empty() || bytes[i] == kErrorMark) {
             child.message.push_back(bytes[i]);
         } else {
-            child.percent = bytes[i];
+            child.percent = static_cast<unsigned char>(bytes[i]);
         }
     }
     return got > 0;

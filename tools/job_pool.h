@@ -41,9 +41,9 @@ class JobPool {
 
   private:
     struct Child {
-        int process;
-        int reports;  // pipe: shares in 1/100, then, after kErrorMark, a message
-        int output;
+        int process = -1;
+        int reports = -1;  // pipe: shares in 1/100, then, after kErrorMark, a message
+        int output = -1;
         int percent = 0;
         std::vector<char> message;
     };

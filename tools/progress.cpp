@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <string>
 
@@ -18,7 +19,7 @@ constexpr double kFirstSeconds = 1.0;
 
 std::string TimeLeft(double seconds) {
     char text[32];
-    const auto whole = static_cast<long>(seconds + 0.5);
+    const auto whole = std::lround(seconds);
     std::snprintf(text, sizeof text, ", %ld:%02ld left", whole / 60, whole % 60);
     return text;
 }
