@@ -1,16 +1,18 @@
 # make        builds everything into build/release
 # make demo   conceals a piece of speech at 20 % loss, into demo/
+# make compare-demo  the same speech at twelve losses, as tables and a page
 # make measure  the figures of a ten-minute call
 # make test   all tests, in a Debug build with sanitizers and in the Release build
 # make train-data, loop-data, train, export, model-report   the neural model again; see docs/model.md
+# make report, report-test  the page of aiplc compare, see report/README.md
 # Each target first installs the Debian or Ubuntu packages it lacks.
 
 JOBS := $(shell nproc)
 BUILD = cmake --preset $(1) -G Ninja --log-level=WARNING -Wno-dev && cmake --build --preset $(1) -j $(JOBS)
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 
-.PHONY: all demo measure test install format lint clean train-data loop-data train export \
-        model-report
+.PHONY: all demo compare-demo measure test install format lint clean train-data loop-data train export \
+        model-report report report-test
 
 all:
 	scripts/install-packages.sh build test
@@ -19,6 +21,10 @@ all:
 demo: all
 	scripts/install-packages.sh demo
 	scripts/demo.sh build/release/bin/aiplc demo
+
+compare-demo: all
+	scripts/install-packages.sh demo
+	scripts/compare_demo.sh build/release/bin/aiplc demo
 
 # Add PACED=paced for the run at the pace of a call.
 measure: all
@@ -92,6 +98,14 @@ model-report: all
 		$(PYTHON) training/closed_loop.py --model training/weights/model.bin --speech $(SPEECH) --rate $$rate \
 			--collector build/release/bin/aiplc_collect_windows $(if $(PLCMOS),--plcmos $(PLCMOS)); \
 	done
+
+report: ## builds report/dist/report.html, the page of aiplc compare
+	scripts/install-packages.sh report
+	cd report && npm ci --ignore-scripts --silent && npm run --silent check && npm run --silent build
+
+report-test: ## checks report/dist against its sources and runs its tests in headless Chromium
+	scripts/install-packages.sh report
+	cd report && npm ci --ignore-scripts --silent && npm run --silent check-dist && npm run --silent test
 
 clean:
 	rm -rf build demo

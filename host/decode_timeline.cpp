@@ -24,10 +24,11 @@ size_t SnapshotSlot(int64_t frame) {
 }  // namespace
 
 DecodeTimeline::DecodeTimeline(uint32_t sampleRate, int complexity, bool useFec,
-                               PacketBuffer &buffer)
+                               PacketBuffer &buffer, bool codecConceals)
     : m_unitsPerSample(kClockRate / sampleRate),
       m_frameSamples(Samples(kFrameUnits)),
       m_useFec(useFec),
+      m_codecConceals(codecConceals),
       m_buffer(buffer),
       m_decoderMemory(static_cast<size_t>(opus_decoder_get_size(1))),
       m_decoder(reinterpret_cast<OpusDecoder *>(m_decoderMemory.data())),
@@ -162,7 +163,8 @@ void DecodeTimeline::DecodeFec(BufferedPacket &packet) {
 
 void DecodeTimeline::ConcealUntil(int64_t end, FrameSource source) {
     const int64_t units = end - m_state.cursor;
-    if (DecodeInto(nullptr, units, false) != static_cast<int>(Samples(units)))
+    const bool silent = !m_codecConceals && source == FrameSource::codec;
+    if (silent || DecodeInto(nullptr, units, false) != static_cast<int>(Samples(units)))
         std::fill_n(m_scratch.begin(), Samples(units), int16_t{0});
     Append(0, end, source);
     if (source == FrameSource::dtx) m_state.audioEnd = m_state.cursor;

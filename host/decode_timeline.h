@@ -38,7 +38,10 @@ class DecodeTimeline {
     static constexpr int64_t kSnapshots = 10;
 
     // Throws std::runtime_error when the decoder cannot be made. buffer outlives the timeline.
-    DecodeTimeline(uint32_t sampleRate, int complexity, bool useFec, PacketBuffer &buffer);
+    // codecConceals: false puts silence in place of lost audio, of which the decoder then never
+    // hears; pauses of the sender are its own in either case.
+    DecodeTimeline(uint32_t sampleRate, int complexity, bool useFec, PacketBuffer &buffer,
+                   bool codecConceals = true);
     ~DecodeTimeline();
     DecodeTimeline(const DecodeTimeline &) = delete;
     DecodeTimeline &operator=(const DecodeTimeline &) = delete;
@@ -105,6 +108,7 @@ class DecodeTimeline {
     int64_t m_unitsPerSample;
     size_t m_frameSamples;
     bool m_useFec;
+    bool m_codecConceals;
     PacketBuffer &m_buffer;
     std::vector<std::byte> m_decoderMemory;
     OpusDecoder *m_decoder;  // in m_decoderMemory

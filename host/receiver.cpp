@@ -48,7 +48,8 @@ class Receiver::Engine {
   public:
     explicit Engine(const ReceiverOptions &options)
         : m_options(Checked(options)),
-          m_timeline(options.sampleRate, options.decoderComplexity, options.useFec, m_buffer),
+          m_timeline(options.sampleRate, options.decoderComplexity, options.useFec, m_buffer,
+                     options.codecConceals),
           m_channel(options.sampleRate, options.useWorker, options.adapter),
           m_frame(options.sampleRate / 50),
           m_account(options.sampleRate, m_statistics) {

@@ -19,6 +19,7 @@ struct ReceiverOptions {
     bool useWorker = true;        // ask the worker for lost frames; false: the codec conceals all
     bool useFec = true;           // recover from the redundancy of the packet after a loss
     bool useLatePackets = true;   // take packets that come up to 60 ms after their frame was due
+    bool codecConceals = true;    // false: silence in place of what the codec would conceal
     int decoderComplexity = 10;   // 0..10, for libopus versions whose decoder has the setting
     // Takes the worker's place when not null; useWorker is then ignored. The caller's, and it
     // outlives the receiver. Only Process is called.

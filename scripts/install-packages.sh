@@ -1,6 +1,6 @@
 #!/bin/sh
 # Installs the Debian or Ubuntu packages that the named groups need and that are missing.
-#     scripts/install-packages.sh build|test|demo|measure|lint|training ...
+#     scripts/install-packages.sh build|test|demo|measure|lint|training|report ...
 # The one list of packages of the project.
 set -eu
 
@@ -14,7 +14,11 @@ packages() {
     measure) echo "fillets-ng-data-nl sox libsox-fmt-base" ;;
     lint) echo "clang-format clang-tidy" ;;
     training) echo "python3 python3-numpy python3-scipy python3-torch" ;;
-    *) echo "install-packages.sh: unknown group '$1': use build, test, demo, measure, lint or training" >&2; exit 2 ;;
+    report) # any Node 18 or newer with npm will do
+        command -v npm >/dev/null || echo "nodejs npm"
+        echo "chromium" ;;
+    *) echo "install-packages.sh: unknown group '$1': use build, test, demo, measure, lint, training or report" >&2
+       exit 2 ;;
     esac
 }
 

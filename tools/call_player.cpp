@@ -24,6 +24,11 @@ int64_t OffsetOfFirstArrival(const OpusCall &call, const std::vector<bool> &lost
     return 0;
 }
 
+host::ReceiverOptions AtRate(host::ReceiverOptions options, int sampleRate) {
+    options.sampleRate = static_cast<uint32_t>(sampleRate);
+    return options;
+}
+
 }  // namespace
 
 CallTimeline::CallTimeline(const OpusCall &call, std::vector<bool> lost, int sampleRate,
@@ -61,9 +66,10 @@ int64_t CallTimeline::Ticks() const {
 }
 
 CallPlayer::CallPlayer(const CallTimeline &timeline, bool useWorker)
-    : m_timeline(timeline),
-      m_receiver(host::ReceiverOptions{.sampleRate = static_cast<uint32_t>(timeline.SampleRate()),
-                                       .useWorker = useWorker}) {}
+    : CallPlayer(timeline, host::ReceiverOptions{.useWorker = useWorker}) {}
+
+CallPlayer::CallPlayer(const CallTimeline &timeline, host::ReceiverOptions options)
+    : m_timeline(timeline), m_receiver(AtRate(options, timeline.SampleRate())) {}
 
 const host::OutputFrame &CallPlayer::Next() {
     const auto start = std::chrono::steady_clock::now();

@@ -59,6 +59,8 @@ class CallPlayer {
     // timeline must outlive this object. Starting the worker may block for up to 8 s. Throws
     // std::runtime_error.
     CallPlayer(const CallTimeline &timeline, bool useWorker);
+    // The same with other options than useWorker; the rate is the timeline's.
+    CallPlayer(const CallTimeline &timeline, host::ReceiverOptions options);
 
     // The next tick: packets that have arrived by now go in, one frame comes out; frame 0 of the
     // call in tick 3. Valid until the next call.

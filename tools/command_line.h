@@ -7,7 +7,7 @@ namespace aiplc::tools {
 
 // Runs the program: parses, does what was asked for, reports errors on standard error as
 // "aiplc: COMMAND: FILE: what is wrong; what would be right". Returns the exit code: 0 done, 1
-// failed, 2 wrong usage, 130 interrupted.
+// failed, 2 wrong usage, 3 a gate of --fail-if holds, 130 interrupted.
 int RunCommandLine(int argc, char **argv);
 
 }  // namespace aiplc::tools

@@ -5,60 +5,25 @@
 #include <aiplc/aiplc.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <cstdarg>
 #include <cstdio>
-#include <filesystem>
 #include <memory>
 
 #include "call_player.h"
 #include "failure.h"
 #include "frame_table.h"
 #include "interrupt.h"
-#include "log_spectral_distance.h"
+#include "log_lines.h"
 #include "loss_model.h"
+#include "measure/log_spectral_distance.h"
+#include "output_targets.h"
 #include "pacer.h"
+#include "packet_losses.h"
 #include "progress.h"
 #include "wav_output.h"
 
 namespace aiplc::tools {
 namespace {
-
-// The library's log lines, to standard error. Its messages may end in a line feed of their own.
-void PrintLog(const char *sourceUnit, int32_t line, const char *format, ...) {
-    std::array<char, 1280> text{};
-    va_list arguments;
-    va_start(arguments, format);
-    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyser misses va_start here.
-    std::vsnprintf(text.data(), text.size(), format, arguments);
-    va_end(arguments);
-    std::string message = text.data();
-    while (!message.empty() && message.back() == '\n')
-        message.pop_back();
-    std::fprintf(stderr, "%s:%d: %s\n", sourceUnit, line, message.c_str());
-}
-
-void CheckOutputs(const ConcealOptions &options) {
-    const std::array<std::pair<const char *, const std::string *>, 3> outputs = {
-        {{"-o", &options.output},
-         {"--json", &options.jsonPath},
-         {"--frames", &options.framesPath}}};
-    for (size_t i = 0; i < outputs.size(); ++i) {
-        for (size_t k = i + 1; k < outputs.size(); ++k) {
-            const std::string &one = *outputs[i].second;
-            const std::string &other = *outputs[k].second;
-            if (one.empty() || other.empty()) continue;
-            const bool same = one == other || std::filesystem::path(one).lexically_normal() ==
-                                                  std::filesystem::path(other).lexically_normal();
-            if (same && one != "/dev/null") {
-                throw UsageError(std::string(outputs[i].first) + " and " + outputs[k].first +
-                                 " both write to " + (one == "-" ? "standard output" : one) +
-                                 "; give each a place of its own");
-            }
-        }
-    }
-}
 
 std::unique_ptr<LossModel> MakeLossModel(const LossOptions &loss) {
     if (loss.tracePath) return std::make_unique<LossTrace>(LossTrace::Load(*loss.tracePath));
@@ -79,31 +44,12 @@ void CheckLossOptions(const LossOptions &loss) {
 
 // What can be told to be wrong before any file is opened.
 void CheckOptions(const ConcealOptions &options) {
-    CheckOutputs(options);
+    CheckDistinct(
+        {{"-o", options.output}, {"--json", options.jsonPath}, {"--frames", options.framesPath}});
     CheckLossOptions(options.loss);
     if (options.noAi && options.requireAi) {
         throw UsageError("--no-ai and --require-ai contradict each other; give one of them");
     }
-}
-
-// One verdict per packet. Packets that the input has lost already keep their turn in the model.
-std::vector<bool> DrawLosses(const OpusCall &call, LossModel *model, ConcealReport &report) {
-    std::vector<bool> lost(call.packets.size(), false);
-    for (size_t i = 0; i < lost.size(); ++i) {
-        const bool drawn = model != nullptr && model->NextLost();
-        if (call.packets[i].payload.empty()) {
-            ++report.packetsMissing;
-        } else if (drawn) {
-            lost[i] = true;
-            ++report.packetsDropped;
-        }
-    }
-    report.packets = lost.size();
-    if (report.packetsMissing + report.packetsDropped == report.packets) {
-        throw Failure(report.inputName, "no packet of " + std::to_string(report.packets) +
-                                            " is left to play; lose fewer");
-    }
-    return lost;
 }
 
 // The outputs that --frames, --json and -o ask for; they appear together or not at all, as far as
@@ -134,7 +80,7 @@ class Run {
         : m_timeline(timeline), m_options(options), m_player(timeline, !options.noAi) {
         if (lossFree == nullptr) return;
         m_reference = std::make_unique<CallPlayer>(*lossFree, false);
-        m_distance = std::make_unique<LogSpectralDistance>(timeline.SampleRate());
+        m_distance = std::make_unique<measure::LogSpectralDistance>(timeline.SampleRate());
     }
 
     [[nodiscard]] bool WorkerRunning() const { return m_player.Receiver().WorkerRunning(); }
@@ -182,7 +128,7 @@ class Run {
     const ConcealOptions &m_options;
     CallPlayer m_player;
     std::unique_ptr<CallPlayer> m_reference;
-    std::unique_ptr<LogSpectralDistance> m_distance;
+    std::unique_ptr<measure::LogSpectralDistance> m_distance;
 };
 
 void CheckWorker(const ConcealOptions &options, bool running) {
@@ -216,7 +162,11 @@ ConcealReport Conceal(const ConcealOptions &given) {
     report.source = loaded.source;
     report.sampleRate = loaded.sampleRate;
     const int jitterBufferMs = options.jitterBufferMs.value_or(0);
-    const std::vector<bool> lost = DrawLosses(call, model.get(), report);
+    const PacketLosses losses = DrawLosses(call, model.get(), input.Name());
+    const std::vector<bool> &lost = losses.lost;
+    report.packets = lost.size();
+    report.packetsMissing = losses.missing;
+    report.packetsDropped = losses.dropped;
     const CallTimeline timeline(call, lost, loaded.sampleRate, jitterBufferMs);
     const CallTimeline lossFree(call, std::vector<bool>(lost.size(), false), loaded.sampleRate,
                                 jitterBufferMs);

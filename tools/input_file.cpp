@@ -14,24 +14,13 @@
 #include "bit_stream.h"
 #include "failure.h"
 #include "interrupt.h"
+#include "nameless_file.h"
 #include "sound_file.h"
 
 namespace aiplc::tools {
 namespace {
 
 constexpr uint64_t kMaxSpooledBytes = uint64_t{4} << 30;
-
-std::FILE *NamelessTemporary() {
-    const char *folder = std::getenv("TMPDIR");
-    std::string path = std::string(folder != nullptr ? folder : "/tmp") + "/aiplc-XXXXXX";
-    const int descriptor = mkostemp(path.data(), O_CLOEXEC);
-    if (descriptor < 0) {
-        throw Failure(path, std::string("cannot create a temporary file: ") + strerror(errno) +
-                                "; set TMPDIR to a folder that can be written to");
-    }
-    unlink(path.c_str());
-    return fdopen(descriptor, "w+b");
-}
 
 // Copies a pipe; returns the bytes copied.
 uint64_t Spool(int from, std::FILE *to, const std::string &name) {
@@ -99,7 +88,7 @@ InputFile InputFile::Open(const std::string &name) {
     if (S_ISREG(status.st_mode) && !standardInput) {
         input.m_size = static_cast<uint64_t>(status.st_size);
     } else {
-        std::unique_ptr<std::FILE, Close> copy(NamelessTemporary());
+        std::unique_ptr<std::FILE, Close> copy(fdopen(OpenNamelessFile(), "w+b"));
         input.m_size = Spool(descriptor, copy.get(), input.m_name);
         input.m_file = std::move(copy);
     }

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 
 #include "model_file.h"
 #include "src/adapter/protocol.h"
@@ -11,16 +12,16 @@
 namespace aiplc::tools {
 namespace {
 
-std::string WorkerFolder() {
+std::string ModelPath() {
     std::error_code error;
     const std::filesystem::path program = std::filesystem::canonical("/proc/self/exe", error);
-    return program.parent_path() / protocol::kWorkerFolder / "";
+    return worker::Model::PathFor(program.parent_path() / protocol::kWorkerFolder / "");
 }
 
 }  // namespace
 
 std::string ModelFacts() {
-    const std::string path = worker::Model::PathFor(WorkerFolder());
+    const std::string path = ModelPath();
     if (path.empty()) return "model: none, autoregressive prediction";
     std::string fault;
     const auto model = worker::Model::Load(path, fault);
@@ -32,6 +33,18 @@ std::string ModelFacts() {
                   model->version, model->parameters, model->Channels(), model->blocks.size(),
                   model->checksum);
     return "model: " + path + '\n' + facts;
+}
+
+std::string ModelLine() {
+    const std::string path = ModelPath();
+    if (path.empty()) return "none, autoregressive prediction";
+    std::string fault;
+    const auto model = worker::Model::Load(path, fault);
+    if (!model) return "not usable, the codec conceals: " + fault;
+    char facts[96];
+    std::snprintf(facts, sizeof facts, "version %u, %zu parameters, CRC-32 %08x", model->version,
+                  model->parameters, model->checksum);
+    return facts;
 }
 
 }  // namespace aiplc::tools

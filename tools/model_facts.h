@@ -10,6 +10,9 @@ namespace aiplc::tools {
 // Lines on the model that this program's worker will use, or on what is wrong with it.
 std::string ModelFacts();
 
+// The same in one line that names no path.
+std::string ModelLine();
+
 }  // namespace aiplc::tools
 
 #endif

@@ -8,8 +8,8 @@
 
 namespace aiplc::tools {
 
-// A bar on standard error, drawn at most ten times a second and wiped at the end; nothing where
-// standard error is no terminal.
+// A bar with the time left on standard error, drawn at most ten times a second and wiped at the
+// end; nothing where standard error is no terminal.
 class Progress {
   public:
     Progress(int64_t total, bool wanted);
@@ -20,10 +20,13 @@ class Progress {
     void Show(int64_t done);
 
   private:
+    using Clock = std::chrono::steady_clock;
+
     int64_t m_total;
     bool m_visible;
     bool m_drawn = false;
-    std::chrono::steady_clock::time_point m_next;
+    Clock::time_point m_start = Clock::now();
+    Clock::time_point m_next;
 };
 
 }  // namespace aiplc::tools

@@ -17,7 +17,7 @@ def power_spectra(frames):
 
 
 def log_spectral_distance(frames, reference):
-    """dB per frame, as tools/log_spectral_distance.h defines it."""
+    """dB per frame, as measure/log_spectral_distance.h defines it."""
     ratio = (power_spectra(frames) + 1) / (power_spectra(reference) + 1)
     return np.sqrt(np.mean((10 * np.log10(ratio)) ** 2, axis=-1))
 
@@ -56,7 +56,7 @@ def band_level(frames, reference, low, high):
 
 
 def is_speech(reference):
-    """Frames (N, 320) no more than 40 dB below the loudest, as log_spectral_distance.h counts."""
+    """Frames (N, 320) no more than 40 dB below the loudest, as measure/speech_range.h counts."""
     power = np.square(np.asarray(reference, float)).mean(-1)
     return (power >= QUIETEST_POWER) & (power >= 1e-4 * power.max())
 

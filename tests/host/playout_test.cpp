@@ -229,5 +229,19 @@ TEST(PartialFrames, HaveTheMissingHalfConcealed) {
     EXPECT_TRUE(std::equal(&call.pcm[6400], &call.pcm[6560], &inTime.pcm[6400]));
 }
 
+TEST(PartialFrames, AreSilentWhereTheCodecDoesNotConceal) {
+    const Packets packets = Speech({.sampleRate = 16000, .packetMs = 10}, 1);
+    ReceiverOptions silent = NoWorker(16000);
+    silent.codecConceals = false;
+    const PlayedCall call(packets, silent, Losing({41, 60, 61}));
+    const auto isSilent = [&](size_t first, size_t end) {
+        return std::all_of(&call.pcm[first], &call.pcm[end], [](int16_t s) { return s == 0; });
+    };
+    EXPECT_TRUE(isSilent(6560, 6720));  // the second half of frame 20
+    EXPECT_FALSE(isSilent(6400, 6560));
+    EXPECT_TRUE(isSilent(9600, 9920));
+    EXPECT_EQ(call.statistics.concealedSamples, 160U + 320U);
+}
+
 }  // namespace
 }  // namespace aiplc::host

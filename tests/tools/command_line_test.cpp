@@ -53,6 +53,22 @@ TEST_F(CommandLineTest, WrongUsageIsTwoAndFailureIsOne) {
              {"conceal in.wav -o ./in.wav", 1, "the input itself"},
              {"conceal in.wav -o o.wav --loss-trace nix", 1, "nix: cannot be read"},
              {"conceal in.wav -o - --no-ai >/dev/full", 1, "standard output: cannot be written"},
+             {"compare --loss 5", 2, "FILE is required"},
+             {"compare in.wav", 2, "in.wav: speech audio has no losses of its own; give --loss"},
+             {"compare in.wav --burst 2", 2, "--loss PERCENT"},
+             {"compare in.wav --loss 5,x", 2, "--loss"},
+             {"compare in.wav --loss 10,80 --burst 2", 2, "at most 66.6667 %"},
+             {"compare in.wav --loss 5,5", 2, "5 % is asked for twice"},
+             {"compare in.wav in.wav --loss 5", 2, "given twice"},
+             {"compare - --loss 5 <in.wav", 2, "only once"},
+             {"compare /dev/null --loss 5", 1, "no plain file"},
+             {"compare in.wav --loss 5 --json x --csv ./x", 2, "both write to x"},
+             {"compare in.wav --loss 5 --csv ./in.wav", 1, "an input itself"},
+             {"compare in.wav --trace nix", 1, "nix: cannot be read"},
+             {"compare in.wav --loss 5 --fail-if 'aiplc.lsb > 1'", 2, "lsd, mcd, estoi"},
+             {"compare in.wav --loss 5 --bandwidth fb", 2, "--rate 48"},
+             {"compare in.wav --loss 5 >/dev/full", 1, "standard output: cannot be written"},
+             {"compare --help", 0, "3 a gate of --fail-if holds"},
              {"conceal --help", 0, "Examples:"},
              {"--version", 0, "libopus"},
              {"--version --verbose", 0, "xanu_audio_aiplc.model\n  version     1\n  parameters"},
@@ -82,6 +98,25 @@ TEST_F(CommandLineTest, UsesTheWorkerOrSaysThatItCannot) {
     EXPECT_THAT(Names(), ElementsAre("bin", "in.wav"));
     Shell("bin/aiplc" + arguments, 0, "warning: the worker did not start");
     EXPECT_THAT(Names(), ElementsAre("bin", "in.wav", "out.wav"));
+}
+
+TEST_F(CommandLineTest, GateOfAComparisonHasItsOwnExitCode) {
+    const std::string compare = "$A compare in.wav --loss 20 --json r.json -q 2>&1 --fail-if ";
+    Shell(compare + "'silence.lsd > codec.lsd'", 3,
+          "compare: --fail-if 'silence.lsd > codec.lsd' holds at 20 %: silence.lsd = ");
+    EXPECT_THAT(Names(), ElementsAre("in.wav", "r.json"));  // what failed can be looked at
+    Shell(compare + "'codec.lsd > silence.lsd'", 0);
+    // A report on standard output stands there alone.
+    EXPECT_EQ(Shell("$A compare in.wav --loss 20 --csv - -q", 0).rfind("scope,file,loss", 0), 0U);
+}
+
+TEST_F(CommandLineTest, InterruptedComparisonLeavesNothingBehind) {
+    Write("in.wav", WavFile(Chirps(16000, 60.0), 16000));
+    Shell(
+        "$A compare in.wav --loss 30 --html r.html 2>&1 & "
+        "until [ -e .r.html.* ] || ! kill -0 $!; do :; done; kill -TERM $!; wait $!",
+        130, "interrupted");
+    EXPECT_THAT(Names(), ElementsAre("in.wav"));
 }
 
 TEST_F(CommandLineTest, InterruptLeavesNothingBehind) {

@@ -1,0 +1,296 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// One call: player, lanes and gaps, or the blind test in their place.
+import { useCallback, useEffect, useLayoutEffect, useMemo, useReducer, useRef, useState } from "preact/hooks";
+import { announce } from "./announce";
+import { BlindTest } from "./blind_test";
+import { clockTime, withUnit } from "./figures";
+import { GapList, type GapRanking } from "./gap_list";
+import { orderGaps } from "./gap_order";
+import type { Stretch } from "./lane_painter";
+import { Lanes } from "./lanes";
+import { Overview } from "./overview";
+import { PlayerBar } from "./player_bar";
+import type { Decoded } from "./recording";
+import { type CallFile, isReference, type Method, nameOf, type Report } from "./report";
+import { keepFocus, type Shortcuts, useShortcuts } from "./shortcuts";
+import { Transport } from "./transport";
+import { around, fit, shift, span, type View, zoomAbout } from "./view";
+
+/** Seconds on either side of a gap: what its loop plays, and what the lanes show. */
+const kLoopMargin = 0.25;
+const kViewMargin = 0.4;
+
+interface Props {
+  report: Report;
+  file: CallFile;
+  decoded: Decoded;
+  dark: boolean;
+}
+
+export function CallPlayer({ report, file, decoded, dark }: Props) {
+  const { rateHz, frameMs } = report;
+  const { duration } = decoded;
+  const methods = report.methods.filter((m) => file.audio?.[m.id] !== undefined);
+  const audible = methods.filter((m) => decoded.recordings.has(m.id));
+  const lost = useMemo<Stretch[]>(
+    () => file.gaps.map((g) => ({ start: (g.first * frameMs) / 1000, end: ((g.first + g.frames) * frameMs) / 1000 })),
+    [file],
+  );
+  const transport = useTransport(rateHz, decoded);
+  const [method, setMethod] = useState(() => preferred(audible));
+  const [view, setView] = useState<View>({ start: 0, end: duration });
+  const [chosen, setChosen] = useState<number>();
+  const [blind, setBlind] = useState(false);
+  const [ranking, setRanking] = useRanking(report, file, method);
+  const measures = useScoredMeasures(report, file);
+  const order = useMemo(
+    () =>
+      orderGaps(file.gaps, ranking.sort, ranking.method, ranking.measure, measures.find((m) => m.id === ranking.measure)?.better),
+    [file, ranking, measures],
+  );
+  useEffect(() => transport.select(method), [method, blind]);
+  const marks = usePlayhead(transport, duration, blind ? undefined : nameOf(methods.find((m) => m.id === method) ?? { id: method }), (at) => {
+    if (!transport.loop && (at < view.start || at > view.end))
+      setView(shift(view, at - view.start - 0.05 * span(view), duration));
+  });
+
+  const hear = (id: string) => {
+    setMethod(id);
+    announce(`Hearing ${nameOf(methods.find((m) => m.id === id)!)}`);
+  };
+  const toggle = () => {
+    if (transport.playing) {
+      transport.pause();
+      announce(`Paused at ${clockTime(transport.position)}`);
+    } else {
+      void transport.play();
+      announce("Playing");
+    }
+  };
+  const seek = (seconds: number) => {
+    const loop = transport.loop;
+    if (loop && (seconds < loop.start || seconds > loop.end)) transport.setLoop(undefined);
+    transport.seek(seconds);
+    const at = transport.position;
+    if (at < view.start || at > view.end) setView(shift(view, at - (view.start + view.end) / 2, duration));
+  };
+  const step = (seconds: number) => transport.seek(transport.position + seconds);
+  const zoom = (factor: number) => {
+    const at = transport.position;
+    const inside = at >= view.start && at <= view.end;
+    const next = zoomAbout(view, inside ? at : (view.start + view.end) / 2, factor, duration);
+    setView(next);
+    announce(`Showing ${withUnit(span(next).toPrecision(2), "seconds")}`);
+  };
+  const whole = () => {
+    setView(fit({ start: 0, end: duration }, duration));
+    announce("Showing the whole call");
+  };
+  const loopOn = (gap: number | undefined) => {
+    const stretch = gap === undefined ? undefined : lost[gap]!;
+    transport.setLoop(stretch && around(stretch.start, stretch.end, kLoopMargin, duration));
+  };
+  const choose = (gap: number) => {
+    const { start, end } = lost[gap]!;
+    setChosen(gap);
+    setView(around(start, end, kViewMargin + (end - start) / 2, duration));
+    if (transport.loop) loopOn(gap);
+    else transport.seek(start - kLoopMargin);
+    announce(`Gap at ${clockTime(start)}, ${file.gaps[gap]!.frames * frameMs} ms`);
+  };
+  const toggleLoop = () => {
+    if (transport.loop) {
+      loopOn(undefined);
+      announce("Loop off");
+    } else if (lost.length > 0) {
+      const gap = chosen ?? nearest(lost, transport.position);
+      if (gap !== chosen) choose(gap);
+      loopOn(gap);
+      announce(`Looping the gap at ${clockTime(lost[gap]!.start)}`);
+    }
+  };
+  const stepGap = (by: number) => {
+    if (order.length === 0) return;
+    const at = chosen === undefined ? (by > 0 ? -1 : 0) : order.indexOf(chosen);
+    choose(order[(at + by + order.length) % order.length]!);
+  };
+
+  const playing: Shortcuts = {
+    " ": toggle,
+    ArrowLeft: (event) => step(event.shiftKey ? -frameMs / 1000 : -1),
+    ArrowRight: (event) => step(event.shiftKey ? frameMs / 1000 : 1),
+    Home: () => transport.seek(0),
+    End: () => transport.seek(duration),
+  };
+  const looking: Shortcuts = {
+    "+": () => zoom(0.5),
+    "=": () => zoom(0.5),
+    "-": () => zoom(2),
+    "0": whole,
+    n: () => stepGap(1),
+    p: () => stepGap(-1),
+    l: toggleLoop,
+    ...Object.fromEntries(audible.map(({ id }) => [String(report.methods.findIndex((m) => m.id === id) + 1), () => hear(id)])),
+  };
+  useShortcuts(blind ? playing : { ...playing, ...looking });
+
+  const reference = decoded.recordings.get(audible.find(isReference)?.id ?? audible[0]?.id ?? "");
+  const overview = (
+    <Overview
+      peaks={blind ? undefined : reference?.peaks}
+      view={blind ? undefined : view}
+      {...{ rateHz, duration, lost, dark }}
+      slider={marks.slider}
+      playhead={marks.overview}
+      onSeek={blind ? (at) => transport.seek(at) : seek}
+    />
+  );
+  return (
+    <div class={`player ${blind ? "blind" : ""}`}>
+      <PlayerBar
+        {...{ methods, audible, method, blind, duration }}
+        allMethods={report.methods}
+        playing={transport.playing}
+        looping={transport.loop !== undefined}
+        time={marks.time}
+        onToggle={toggle}
+        onHear={hear}
+        onZoom={zoom}
+        onWhole={whole}
+        onStepGap={stepGap}
+        onLoop={toggleLoop}
+        onBlind={() => setBlind(true)}
+      />
+      {blind ? (
+        <>
+          {overview}
+          <BlindTest
+            {...{ file, lost, transport, duration, view }}
+            methods={audible}
+            measure={ranking.measure}
+            margin={kLoopMargin}
+            onLeave={() => setBlind(false)}
+          />
+        </>
+      ) : (
+        <div class="call">
+          <div>
+            {overview}
+            <Lanes
+              {...{ decoded, rateHz, lost, view, dark }}
+              methods={methods}
+              allMethods={report.methods}
+              heard={method}
+              onView={setView}
+              onSeek={seek}
+              onHear={hear}
+            >
+              {transport.loop && <Region view={view} stretch={transport.loop} />}
+              <div class="playhead" ref={marks.lanes} data-view={`${view.start} ${view.end}`} />
+            </Lanes>
+          </div>
+          <div {...keepFocus}>
+            <GapList
+              gaps={file.gaps}
+              {...{ order, measures, frameMs, ranking, chosen }}
+              methods={report.methods}
+              onRank={setRanking}
+              onChoose={choose}
+            />
+          </div>
+        </div>
+      )}
+    </div>
+  );
+}
+
+const preferred = (methods: readonly Method[]): string =>
+  (methods.find((m) => m.id === "aiplc") ?? methods.find((m) => !isReference(m)) ?? methods[0])?.id ?? "";
+
+function nearest(lost: readonly Stretch[], at: number): number {
+  const distance = ({ start, end }: Stretch) => Math.max(0, start - at, at - end);
+  return lost.reduce((best, stretch, i) => (distance(stretch) < distance(lost[best]!) ? i : best), 0);
+}
+
+function useTransport(rateHz: number, decoded: Decoded): Transport {
+  const [, redraw] = useReducer((n: number) => n + 1, 0);
+  const transport = useMemo(() => new Transport(rateHz), []);
+  useLayoutEffect(() => {
+    transport.onChange = () => redraw(undefined);
+    transport.load(new Map([...decoded.recordings].map(([id, { buffer }]) => [id, buffer])), decoded.duration);
+    return () => {
+      transport.onChange = () => {};
+      transport.close();
+    };
+  }, [decoded]);
+  return transport;
+}
+
+function useScoredMeasures(report: Report, file: CallFile) {
+  return useMemo(() => {
+    const scored = new Set(file.gaps.flatMap((g) => Object.values(g.scores).flatMap((scores) => Object.keys(scores))));
+    return report.measures.filter((m) => scored.has(m.id));
+  }, [file]);
+}
+
+function useRanking(report: Report, file: CallFile, method: string) {
+  const measures = useScoredMeasures(report, file);
+  return useState<GapRanking>(() => ({ sort: "worst", method, measure: measures[0]?.id ?? "" }));
+}
+
+/** Keeps the playhead, the clock and the slider at the position, without drawing the page again. */
+function usePlayhead(
+  transport: Transport,
+  duration: number,
+  heard: string | undefined,
+  onMove: (seconds: number) => void,
+) {
+  const lanes = useRef<HTMLDivElement>(null);
+  const overview = useRef<HTMLDivElement>(null);
+  const slider = useRef<HTMLDivElement>(null);
+  const time = useRef<HTMLElement>(null);
+  const spoken = useRef(-1);
+  const newest = useRef(onMove);
+  newest.current = onMove;
+
+  const place = useCallback(() => {
+    const at = transport.position;
+    if (time.current) time.current.textContent = clockTime(at);
+    if (overview.current) overview.current.style.left = `${(100 * at) / duration}%`;
+    const head = lanes.current;
+    if (head) {
+      const [start, end] = head.dataset["view"]!.split(" ").map(Number) as [number, number];
+      head.style.left = `${(100 * (at - start)) / (end - start)}%`;
+      head.hidden = at < start || at > end;
+    }
+    // Once a second is enough for a screen reader while the call plays.
+    const now = transport.playing ? Math.floor(at) : at;
+    if (slider.current && spoken.current !== now) {
+      spoken.current = now;
+      slider.current.ariaValueNow = now.toFixed(2);
+    }
+  }, [transport, duration]);
+
+  useLayoutEffect(() => {
+    place();
+    if (slider.current)
+      slider.current.ariaValueText = `${clockTime(transport.position)}${heard ? `, ${heard}` : ""}`;
+  });
+  useEffect(() => {
+    if (!transport.playing) return;
+    let frame = requestAnimationFrame(function tick() {
+      place();
+      newest.current(transport.position);
+      frame = requestAnimationFrame(tick);
+    });
+    return () => cancelAnimationFrame(frame);
+  }, [transport.playing, place]);
+  return { lanes, overview, slider, time };
+}
+
+function Region({ view, stretch }: { view: View; stretch: Stretch }) {
+  const percent = (seconds: number) => `${(100 * seconds) / span(view)}%`;
+  return (
+    <div class="loop" style={`left: ${percent(stretch.start - view.start)}; width: ${percent(stretch.end - stretch.start)}`} />
+  );
+}

@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// The calls of the chosen loss: which one, its player, its figures.
+import { useEffect, useState } from "preact/hooks";
+import { CallPlayer } from "./call_player";
+import { FigureTable } from "./figure_table";
+import { type Decoded, decodeAll } from "./recording";
+import { type CallFile, type Figure, isShare, type Measure, nameOf, type Report } from "./report";
+import { Select } from "./select";
+import { ShortcutHelp } from "./shortcuts";
+
+interface Props {
+  report: Report;
+  loss: string;
+  kind: string;
+  dark: boolean;
+  onLoss: (loss: string) => void;
+}
+
+export function Calls({ report, loss, kind, dark, onLoss }: Props) {
+  const files = report.files.filter((f) => f.loss === loss);
+  const [name, setName] = useState(files[0]?.name ?? "");
+  const file = files.find((f) => f.name === name) ?? files[0];
+  const options = files.map((f) => ({ id: f.name, name: f.audio ? f.name : `${f.name} (figures only)` }));
+  const step = (by: number) => setName(files[(files.indexOf(file!) + by + files.length) % files.length]!.name);
+  return (
+    <section aria-labelledby="calls-title">
+      <h2 id="calls-title">Calls</h2>
+      <div class="controls">
+        {file && <Select label="Call" value={file.name} options={options} onChoose={setName} />}
+        {files.length > 1 && (
+          <div class="segments" role="group" aria-label="Step through the calls">
+            <button type="button" aria-label="Previous call" onClick={() => step(-1)}>
+              ‹
+            </button>
+            <button type="button" aria-label="Next call" onClick={() => step(1)}>
+              ›
+            </button>
+          </div>
+        )}
+        <Select label="Loss" value={loss} options={report.losses} onChoose={onLoss} />
+        <ShortcutHelp />
+      </div>
+      {file ? (
+        <Call key={`${file.loss}\n${file.name}`} {...{ report, file, kind, dark }} />
+      ) : (
+        <p class="nothing">The report keeps no call with this loss.</p>
+      )}
+    </section>
+  );
+}
+
+function Call({ report, file, kind, dark }: { report: Report; file: CallFile; kind: string; dark: boolean }) {
+  const decoded = useDecoded(file, report.rateHz);
+  const figures = file.figures.filter((f) => f.kind === kind);
+  const kindName = nameOf(report.kinds.find((k) => k.id === kind)!);
+  const lostFrames = file.gaps.reduce((sum, gap) => sum + gap.frames, 0);
+  const seconds = (file.frames * report.frameMs) / 1000;
+  return (
+    <>
+      <p class="note">
+        {seconds.toFixed(1)} s, {file.gaps.length} {file.gaps.length === 1 ? "gap" : "gaps"}: {lostFrames} of {file.frames}{" "}
+        frames lost ({((100 * lostFrames) / Math.max(1, file.frames)).toFixed(1)} %)
+        {file.audio && (
+          <>
+            , marked <span class="lost-sample" />
+          </>
+        )}
+        .
+        {!file.audio && " The recordings of this call were left out of the report to keep it small; its figures are here."}
+      </p>
+      {file.audio && !decoded && <p class="waiting">Decoding the recordings …</p>}
+      {decoded && decoded.recordings.size > 0 && <CallPlayer {...{ report, file, decoded, dark }} />}
+      {decoded?.recordings.size === 0 && (
+        <p class="problem" role="alert">
+          The recordings of this call cannot be played: {[...decoded.failures.values()][0] ?? "there are none"}.
+        </p>
+      )}
+      <details open={!file.audio}>
+        <summary>Figures of this call: {kindName}</summary>
+        <FigureTable
+          caption={`${file.name}: ${kindName}`}
+          methods={report.methods}
+          measures={report.measures.filter((m) => !isShare(m))}
+          figures={figures}
+        />
+      </details>
+      {Object.keys(file.sources).length > 0 && (
+        <details>
+          <summary>What its frames were made of</summary>
+          <FigureTable caption={`${file.name}: frames by source`} methods={report.methods} {...sourceFigures(file)} />
+        </details>
+      )}
+    </>
+  );
+}
+
+/** Frames by source as a table of figures without a best. */
+function sourceFigures(file: CallFile): { measures: Measure[]; figures: Figure[] } {
+  const names = new Set(Object.values(file.sources).flatMap((counts) => Object.keys(counts)));
+  const words = (id: string) => id.replace(/([a-z])([A-Z])/g, "$1 $2").toLowerCase();
+  return {
+    measures: [...names].map((id) => ({ id, name: words(id), unit: "frames" })),
+    figures: Object.entries(file.sources).flatMap(([method, counts]) =>
+      Object.entries(counts).map(([measure, value]) => ({ method, measure, kind: "", value })),
+    ),
+  };
+}
+
+/** Decoding begins once the page stands. */
+function useDecoded(file: CallFile, rateHz: number): Decoded | undefined {
+  const [decoded, setDecoded] = useState<Decoded>();
+  useEffect(() => {
+    let wanted = true;
+    if (file.audio) void decodeAll(file.audio, rateHz).then((result) => wanted && setDecoded(result));
+    return () => void (wanted = false);
+  }, []);
+  return decoded;
+}

@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: BSD-2-Clause
+import { render } from "preact";
+import { useState } from "preact/hooks";
+import { LiveRegion } from "./announce";
+import { Calls } from "./calls";
+import { FigureTable } from "./figure_table";
+import { LossPlots } from "./loss_plots";
+import { isShare, nameOf, type Report, readReport } from "./report";
+import { Select } from "./select";
+import { ThemeSwitch, useTheme } from "./theme";
+
+function Page({ report }: { report: Report }) {
+  const theme = useTheme();
+  const [loss, setLoss] = useState(report.losses[0]!.id);
+  const [kind, setKind] = useState(() => firstKind(report));
+  return (
+    <>
+      <header>
+        <h1>
+          <span>aiplc compare</span>
+          <small>{when(report.created)}</small>
+        </h1>
+        <ThemeSwitch {...theme} />
+      </header>
+      <main>
+        <Summary report={report} loss={loss} kind={kind} onLoss={setLoss} onKind={setKind} />
+        <section aria-labelledby="plots-title">
+          <h2 id="plots-title">Over the loss</h2>
+          <LossPlots report={report} kind={kind} dark={theme.dark} />
+        </section>
+        <Calls report={report} loss={loss} kind={kind} dark={theme.dark} onLoss={setLoss} />
+      </main>
+      <footer>
+        <About report={report} />
+      </footer>
+      <LiveRegion />
+    </>
+  );
+}
+
+interface SummaryProps {
+  report: Report;
+  loss: string;
+  kind: string;
+  onLoss: (id: string) => void;
+  onKind: (id: string) => void;
+}
+
+function Summary({ report, loss, kind, onLoss, onKind }: SummaryProps) {
+  const ofLoss = report.figures.filter((f) => f.loss === loss);
+  const figures = ofLoss.filter((f) => f.kind === kind);
+  const shares = report.measures.filter(isShare);
+  const shareIds = new Set(shares.map((m) => m.id));
+  const shareFigures = ofLoss.filter((f) => shareIds.has(f.measure));
+  const shareKind = shareFigures.find((f) => f.kind === "call")?.kind ?? shareFigures[0]?.kind;
+  const caption = `${nameOf(report.losses.find((l) => l.id === loss)!)}, ${nameOf(report.kinds.find((k) => k.id === kind)!)}`;
+  return (
+    <section aria-labelledby="summary-title">
+      <h2 id="summary-title">Summary</h2>
+      <div class="controls">
+        <Select label="Loss" value={loss} options={report.losses} onChoose={onLoss} />
+        <Select label="Measured over" value={kind} options={report.kinds} onChoose={onKind} />
+      </div>
+      <FigureTable caption={caption} methods={report.methods} measures={report.measures.filter((m) => !isShare(m))} figures={figures} />
+      <p class="note">
+        <b class="mark">★</b> best. <b class="mark">≈</b> not told apart from the best: their intervals overlap.{" "}
+        <b>Δ</b> difference from the codec; <b>≈ 0</b> where its interval includes 0. Intervals hold 95 % of a bootstrap{report.resampled && ` over the ${report.resampled}`}.
+      </p>
+      {shareFigures.length > 0 && (
+        <details>
+          <summary>What the frames were made of</summary>
+          <FigureTable
+            caption="Frames by source"
+            methods={report.methods}
+            measures={shares}
+            figures={shareFigures.filter((f) => f.kind === shareKind)}
+          />
+        </details>
+      )}
+    </section>
+  );
+}
+
+/** The first kind of gap there are figures for. */
+const firstKind = (report: Report): string =>
+  (report.kinds.find((k) => report.figures.some((f) => f.kind === k.id)) ?? report.kinds[0]!).id;
+
+function when(created: string): string {
+  const date = new Date(created);
+  return Number.isNaN(date.getTime()) ? created : date.toLocaleString("en-GB", { dateStyle: "long", timeStyle: "short" });
+}
+
+function About({ report }: { report: Report }) {
+  const lines: [string, string][] = [
+    ["Command", report.command],
+    ["Version", report.version],
+    ["Opus", report.libopus],
+    ["Model", report.model],
+    ["Audio", `${report.rateHz / 1000} kHz, frames of ${report.frameMs} ms, mono`],
+    ...report.methods.map((m): [string, string] => [nameOf(m), m.about ?? ""]),
+  ];
+  return (
+    <dl class="about">
+      {lines
+        .filter(([, value]) => value)
+        .map(([name, value]) => (
+          <div key={name}>
+            <dt>{name}</dt>
+            <dd>{value}</dd>
+          </div>
+        ))}
+    </dl>
+  );
+}
+
+function Problem({ problem, detail }: { problem: string; detail: string }) {
+  useTheme();
+  return (
+    <main>
+      <div class="problem" role="alert">
+        <h1>{problem}</h1>
+        <p>{detail}</p>
+      </div>
+    </main>
+  );
+}
+
+const result = readReport(document.getElementById("aiplc-report")?.textContent ?? "");
+const root = document.getElementById("app")!;
+root.textContent = "";
+render("report" in result ? <Page report={result.report} /> : <Problem {...result} />, root);

@@ -1,0 +1,224 @@
+// SPDX-License-Identifier: BSD-2-Clause
+//
+// From scores to figures to gates, on scores made by hand.
+
+#include "tools/compare_figures.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+
+#include "tools/compare_format.h"
+#include "tools/compare_method.h"
+#include "tools/failure.h"
+#include "tools/figure_gate.h"
+#include "tools/flac_audio.h"
+
+namespace aiplc::tools {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+using testing::ThrowsMessage;
+
+const size_t kCodec = MethodIndex(CompareMethod::Id::codec);
+const size_t kAiplc = MethodIndex(CompareMethod::Id::aiplc);
+
+// A gap in which the codec's frames are distance away, and those of aiplc two less.
+GapScores Gap(int64_t frames, double distance) {
+    GapScores gap{100, frames, std::vector<GapTerms>(CompareMethods().size())};
+    const auto count = static_cast<double>(frames);
+    gap.methods[kCodec].inside[0] = {distance * count, count};
+    gap.methods[kAiplc].inside[0] = {(distance - 2.0) * count, count};
+    gap.methods[kCodec].after[0] = {3.0, 2.0};
+    return gap;
+}
+
+CallScores Call(const std::vector<GapScores> &gaps, double correlation) {
+    CallScores call;
+    call.gaps = gaps;
+    call.stretches.resize(3);
+    for (StretchScores &stretch : call.stretches) {
+        stretch.methods.resize(CompareMethods().size());
+        StretchTerms &terms = stretch.methods[kCodec];
+        terms.intelligibility = {correlation * 10.0, 10.0};
+        terms.interruptions = {1.0, 1.0 / 30.0};
+        for (measure::Term &share : terms.shares)
+            share.count = 100.0;
+        terms.shares[static_cast<size_t>(host::FrameSource::codec)].sum = 2500.0;
+    }
+    return call;
+}
+
+std::vector<CallScores> TwoCalls() {
+    return {Call({Gap(1, 10.0), Gap(1, 12.0), Gap(5, 20.0)}, 0.9),
+            Call({Gap(2, 13.0), Gap(3, 18.0)}, 0.7)};
+}
+
+const CompareFigure &Figure(const std::vector<CompareFigure> &figures, size_t method,
+                            CompareKind kind, CompareMeasure measure) {
+    const CompareFigure *figure = FindFigure(figures, method, kind, measure);
+    if (figure == nullptr) throw std::runtime_error("no such figure");
+    return *figure;
+}
+
+TEST(CompareFiguresTest, MeansByKindAndPairedIntervals) {
+    for (const ResampledUnit unit : {ResampledUnit::gaps, ResampledUnit::calls}) {
+        const auto figures = MakeFigures(TwoCalls(), unit);
+        const auto codec = [&](CompareKind kind) {
+            return Figure(figures, kCodec, kind, CompareMeasure::lsd).estimate;
+        };
+        EXPECT_DOUBLE_EQ(codec(CompareKind::gap1).value, 11.0);
+        EXPECT_DOUBLE_EQ(codec(CompareKind::gap2to3).value, 16.0);  // by frames
+        EXPECT_DOUBLE_EQ(codec(CompareKind::gap4to6).value, 20.0);
+        EXPECT_DOUBLE_EQ(codec(CompareKind::after).value, 1.5);
+        EXPECT_DOUBLE_EQ(codec(CompareKind::call).value, 202.0 / 12.0);
+        EXPECT_EQ(codec(CompareKind::call).count, 12.0);
+        EXPECT_FALSE(codec(CompareKind::gap4to6).low.has_value());  // one gap
+        EXPECT_EQ(codec(CompareKind::gap1).low.has_value(), unit == ResampledUnit::gaps);
+        EXPECT_EQ(FindFigure(figures, kCodec, CompareKind::gap7up, CompareMeasure::lsd), nullptr);
+
+        const CompareFigure &aiplc =
+            Figure(figures, kAiplc, CompareKind::call, CompareMeasure::lsd);
+        EXPECT_NEAR(*aiplc.versusCodec->low, -2.0, 1e-9);
+        EXPECT_NEAR(*aiplc.versusCodec->high, -2.0, 1e-9);
+        EXPECT_EQ(aiplc.Verdict(), 1);
+        if (unit == ResampledUnit::gaps) {  // unpaired they overlap
+            EXPECT_GT(*aiplc.estimate.high, *codec(CompareKind::call).low);
+        }
+
+        const auto whole = [&](CompareMeasure measure) {
+            return Figure(figures, kCodec, CompareKind::call, measure).estimate;
+        };
+        EXPECT_NEAR(whole(CompareMeasure::estoi).value, 0.8, 1e-12);
+        EXPECT_EQ(whole(CompareMeasure::estoi).count, 2.0);
+        EXPECT_NEAR(whole(CompareMeasure::interruptions).value, 30.0, 1e-9);
+        EXPECT_NEAR(whole(ShareOf(host::FrameSource::codec)).value, 25.0, 1e-12);
+        EXPECT_EQ(FindFigure(figures, kCodec, CompareKind::call, ShareOf(host::FrameSource::fec)),
+                  nullptr);
+    }
+    EXPECT_EQ(UnitFor(9), ResampledUnit::gaps);
+    EXPECT_EQ(UnitFor(10), ResampledUnit::calls);
+}
+
+TEST(CompareFiguresTest, ScoresSurviveTheirWayBetweenProcesses) {
+    const CallScores scores = TwoCalls()[0];
+    const std::vector<double> numbers = PackScores(scores);
+    EXPECT_EQ(UnpackScores(numbers, CompareMethods().size()), scores);
+    EXPECT_THROW(UnpackScores(std::span(numbers).first(40), CompareMethods().size()),
+                 std::runtime_error);
+}
+
+TEST(CompareFiguresTest, CsvQuotesNamesAndLeavesMissingFieldsEmpty) {
+    const std::string rows = GapRows("a,\"b\".wav", "loss5", TwoCalls()[0]);
+    EXPECT_THAT(rows, testing::StartsWith("gap,\"a,\"\"b\"\".wav\",loss5,codec,gap1,lsd,100,1,10,,,"
+                                          "1,,,\n"));
+}
+
+TEST(CompareFiguresTest, TablesMarkWhatTheIntervalTellsApart) {
+    CompareOptions options;
+    options.inputs = {"a.wav", "b.wav"};
+    LossCondition loss;
+    loss.name = "5 %";
+    std::vector<CallScores> calls = TwoCalls();
+    const auto table = [&](ResampledUnit unit) {
+        return CompareTables(options, {loss}, {MakeFigures(calls, unit)}, unit);
+    };
+    // Two dB better in every gap; with one unit alone there is nothing to tell apart.
+    EXPECT_THAT(table(ResampledUnit::gaps),
+                testing::ContainsRegex("5 % .*16\\.83 .*14\\.83 .*\\*"));
+    EXPECT_THAT(table(ResampledUnit::gaps),
+                testing::ContainsRegex("4 to 6 .*20\\.00 +18\\.00 +-\n"));
+    calls.resize(1);
+    EXPECT_THAT(table(ResampledUnit::calls), testing::ContainsRegex("5 % .*17\\.43 +15\\.43 +-\n"));
+    // The codec's share of frames is no matter of better or worse.
+    EXPECT_THAT(table(ResampledUnit::gaps), Not(HasSubstr("share.")));
+}
+
+TEST(LossConditionTest, GridThenTracesOrTheCallsOwn) {
+    CompareOptions options;
+    const auto ids = [&options] {
+        std::vector<std::string> list;
+        for (const LossCondition &loss : LossConditions(options))
+            list.push_back(loss.id + ": " + loss.name);
+        return list;
+    };
+    EXPECT_THAT(ids(), ElementsAre("own: the call's own losses"));
+    options.lossPercents = {5.0, 12.5};
+    EXPECT_THAT(ids(), ElementsAre("loss5: 5 %", "loss12.5: 12.5 %"));
+    options.meanBursts = {1.0, 4.0};
+    EXPECT_THAT(ids(),
+                ElementsAre("loss5-burst1: 5 % in bursts of 1", "loss5-burst4: 5 % in bursts of 4",
+                            "loss12.5-burst1: 12.5 % in bursts of 1",
+                            "loss12.5-burst4: 12.5 % in bursts of 4"));
+    // In bursts of 1 no two packets in a row are lost; the seed says which ones.
+    const auto draw = [&options](uint64_t seed) {
+        const auto model = LossConditions(options).front().MakeModel(seed);
+        std::string lost;
+        for (int i = 0; i < 2000; ++i)
+            lost += model->NextLost() ? '1' : '0';
+        return lost;
+    };
+    EXPECT_THAT(draw(1), Not(HasSubstr("11")));
+    EXPECT_EQ(draw(1), draw(1));
+    EXPECT_NE(draw(1), draw(2));
+    EXPECT_NEAR(static_cast<double>(std::ranges::count(draw(1), '1')), 100.0, 30.0);
+}
+
+TEST(FigureGateTest, HoldsByLossAndNamesBothValues) {
+    LossCondition light;
+    light.name = "light";
+    LossCondition heavy;
+    heavy.name = "heavy";
+    const std::vector<LossCondition> losses = {light, heavy};
+    // At the heavy loss there is one long gap more.
+    std::vector<CallScores> more = TwoCalls();
+    more.push_back(Call({Gap(8, 40.0)}, 0.5));
+    const std::vector<std::vector<CompareFigure>> figures = {
+        MakeFigures(TwoCalls(), ResampledUnit::gaps), MakeFigures(more, ResampledUnit::gaps)};
+    const auto failures = [&](const char *gate) {
+        return FigureGate(gate).Failures(losses, figures);
+    };
+    EXPECT_TRUE(failures("aiplc.lsd > codec.lsd").empty());
+    EXPECT_THAT(failures("codec.lsd>aiplc.lsd"),
+                ElementsAre(HasSubstr("light: codec.lsd = 16.83, aiplc.lsd = 14.83"),
+                            HasSubstr("heavy: codec.lsd = 26.1, aiplc.lsd = 24.1")));
+    EXPECT_THAT(failures("codec.lsd >= 20"), ElementsAre(HasSubstr("heavy: codec.lsd = 26.1, 20")));
+    EXPECT_EQ(failures("codec.gap1.lsd <= 11").size(), 2U);
+    EXPECT_TRUE(failures("codec.gap1.lsd < 11").empty());
+    EXPECT_THAT(failures("39 < codec.gap7+.lsd"), ElementsAre(HasSubstr("heavy")));
+    EXPECT_EQ(failures("codec.share.codec > 24").size(), 2U);
+    EXPECT_TRUE(failures("codec.share.fec > 0").empty());
+    EXPECT_THAT(failures("silence.mcd > 1"), ElementsAre(HasSubstr("cannot be judged")));
+}
+
+TEST(FigureGateTest, NamesWhatIsRightWhenAskedForWhatIsNot) {
+    const auto parse = [](const char *gate) { return [gate] { FigureGate parsed(gate); }; };
+    EXPECT_THAT(parse("aipcl.lsd > 1"), ThrowsMessage<UsageError>(HasSubstr("silence, codec,")));
+    EXPECT_THAT(parse("aiplc.lsb > 1"), ThrowsMessage<UsageError>(HasSubstr("lsd, mcd, estoi")));
+    EXPECT_THAT(parse("aiplc.gap2.lsd > 1"),
+                ThrowsMessage<UsageError>(HasSubstr("gap1, gap2-3, gap4-6, gap7+, after, call")));
+    EXPECT_THAT(parse("aiplc.gap1.estoi > 1"),
+                ThrowsMessage<UsageError>(HasSubstr("for call all")));
+    EXPECT_THAT(parse("aiplc.after.click > 1"), ThrowsMessage<UsageError>(HasSubstr("for after")));
+    EXPECT_THAT(parse("aiplc.lsd = 1"), ThrowsMessage<UsageError>(HasSubstr(">=")));
+    EXPECT_THAT(parse("aiplc.lsd > much"), ThrowsMessage<UsageError>(HasSubstr("method.measure")));
+    EXPECT_THAT(parse("aiplc.lsd > "), ThrowsMessage<UsageError>(HasSubstr("method.measure")));
+    EXPECT_THAT(parse("aiplc.lsd > nan"), ThrowsMessage<UsageError>(HasSubstr("no number")));
+}
+
+TEST(FlacAudioTest, Base64OfTheStandard) {
+    const auto encode = [](std::string_view text) {
+        return Base64({reinterpret_cast<const uint8_t *>(text.data()), text.size()});
+    };
+    EXPECT_EQ(encode(""), "");
+    EXPECT_EQ(encode("f"), "Zg==");
+    EXPECT_EQ(encode("fo"), "Zm8=");
+    EXPECT_EQ(encode("foob"), "Zm9vYg==");
+    EXPECT_EQ(encode("foobar"), "Zm9vYmFy");
+    EXPECT_EQ(encode("\xFB\xFF\xFE"), "+//+");
+}
+
+}  // namespace
+}  // namespace aiplc::tools

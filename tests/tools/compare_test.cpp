@@ -1,0 +1,309 @@
+// SPDX-License-Identifier: BSD-2-Clause
+//
+// Whole comparisons with the real codec and the real worker.
+
+#include "tools/compare.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+
+#include "capture_files.h"
+#include "test_files.h"
+#include "tests/host/call.h"
+#include "tools/call_loader.h"
+#include "tools/call_recording.h"
+#include "tools/compare_method.h"
+#include "tools/conceal.h"
+#include "tools/failure.h"
+
+namespace aiplc::tools {
+namespace {
+
+using Json = nlohmann::json;
+using testing::Each;
+using testing::HasSubstr;
+
+constexpr const char *kMethods[] = {"silence", "codec", "aiplc", "ideal"};
+
+class CompareTest : public FolderTest {
+  protected:
+    CompareTest() {
+        m_options.inputs = {Write("talk.wav", WavFile(host::SpeechLike(16000, 4.0), 16000))};
+        m_options.jsonPath = Path("report.json");
+        m_options.csvPath = Path("report.csv");
+        m_options.htmlPath = Path("report.html");
+        m_options.quiet = true;
+    }
+
+    void Lose(const std::string &trace) {
+        m_options.tracePaths = {Write("trace.txt", Text(trace))};
+    }
+
+    // Runs the comparison; leaves its report in m_report.
+    void Run() {
+        testing::internal::CaptureStdout();
+        m_gates = Compare(m_options);
+        m_tables = testing::internal::GetCapturedStdout();
+        m_report = Json::parse(Read("report.json"));
+    }
+
+    // The report within the page.
+    Json PageReport() const {
+        const std::string page = Read("report.html");
+        const std::string mark = "id=\"aiplc-report\">";
+        const size_t begin = page.find(mark) + mark.size();
+        return Json::parse(page.substr(begin, page.find("</script>", begin) - begin));
+    }
+
+    // value of every figure of one measure, by method and kind.
+    std::map<std::string, double> Values(const std::string &measure) const {
+        std::map<std::string, double> values;
+        for (const Json &figure : m_report["figures"]) {
+            if (figure["measure"] == measure)
+                values[figure["method"].get<std::string>() + "." +
+                       figure["kind"].get<std::string>()] = figure["value"];
+        }
+        return values;
+    }
+
+    CompareOptions m_options;
+    std::vector<std::string> m_gates;
+    std::string m_tables;
+    Json m_report;
+};
+
+TEST_F(CompareTest, WithoutLossesEveryMethodIsTheIdeal) {
+    m_options.lossPercents = {0.0};
+    Run();
+    const Json file = PageReport()["files"][0];
+    EXPECT_TRUE(file["gaps"].empty());
+    ASSERT_EQ(file["audio"].size(), 4U);
+    for (const char *method : kMethods) {
+        EXPECT_EQ(file["audio"][method], file["audio"]["ideal"]) << method;
+        EXPECT_NEAR(Values("estoi")[std::string(method) + ".call"], 1.0, 1e-5);
+        EXPECT_EQ(Values("share.decoded")[std::string(method) + ".call"], 100.0);
+    }
+    EXPECT_TRUE(Values("lsd").empty());
+}
+
+TEST_F(CompareTest, GapsAreThoseOfTheTraceAndDistancesThoseOfConceal) {
+    // Of 40 packets two are lost singly, three in a row and eight in a row.
+    const std::string trace = "0000010001000000001110000000001111111100";
+    Lose(trace);
+    Run();
+    std::set<std::pair<int, int>> gaps;
+    for (const Json &gap : m_report["files"][0]["gaps"])
+        gaps.emplace(gap["first"].get<int>(), gap["frames"].get<int>());
+    std::set<std::pair<int, int>> expected;
+    for (int at = 0; at < 201; at += 40) {
+        for (const auto &[first, frames] : {std::pair{5, 1}, {9, 1}, {18, 3}, {30, 8}}) {
+            if (at + first < 201) expected.insert({at + first, frames});
+        }
+    }
+    EXPECT_EQ(gaps, expected);
+
+    const auto lsd = Values("lsd");
+    for (const char *kind : {"gap1", "gap2-3", "gap7+", "after", "call"}) {
+        EXPECT_EQ(lsd.at(std::string("ideal.") + kind), 0.0);
+        EXPECT_GT(lsd.at(std::string("codec.") + kind), 0.0);
+        EXPECT_GT(lsd.at(std::string("aiplc.") + kind), 0.0);
+    }
+    EXPECT_FALSE(lsd.contains("codec.gap4-6"));
+    EXPECT_GT(lsd.at("silence.call"), lsd.at("codec.call"));
+    EXPECT_GT(Values("interruptions").at("silence.call"), 0.0);
+    for (const char *measure : {"mcd", "joinLevel", "joinPitch", "interruptions"})
+        EXPECT_EQ(Values(measure).at("ideal.call"), 0.0) << measure;
+    EXPECT_NE(lsd.at("aiplc.gap2-3"), lsd.at("codec.gap2-3"));  // the worker was there
+    EXPECT_TRUE(m_report["files"][0]["sources"]["aiplc"].contains("interpolated"));
+
+    ConcealOptions conceal;
+    conceal.input = m_options.inputs[0];
+    conceal.output = Path("out.wav");
+    conceal.loss.tracePath = m_options.tracePaths[0];
+    conceal.noAi = conceal.quiet = true;
+    EXPECT_NEAR(Conceal(conceal).logSpectralDistanceDb.value_or(0.0), lsd.at("codec.call"), 1e-4);
+
+    // Every gap has its row of each method; the tables name what they hold.
+    size_t rows = 0;
+    std::istringstream csv(Read("report.csv"));
+    for (std::string row; std::getline(csv, row);)
+        rows += row.starts_with("gap,talk.wav,trace1,silence,gap7+,lsd,") ? 1U : 0U;
+    EXPECT_EQ(rows, 5U);
+    EXPECT_THAT(m_tables, testing::AllOf(HasSubstr("[lsd], dB"), HasSubstr("7 frames or more"),
+                                         HasSubstr("interpolated")));
+}
+
+TEST_F(CompareTest, At48KhzTheSameGapsAreMeasured) {
+    m_options.inputs = {Write("talk.wav", WavFile(host::SpeechLike(48000, 3.0), 48000))};
+    m_options.sampleRate = 48000;
+    Lose("00000000000000000011");
+    Run();
+    EXPECT_EQ(m_report["rateHz"], 48000);
+    const Json &file = m_report["files"][0];
+    ASSERT_EQ(file["gaps"].size(), 7U);
+    EXPECT_EQ(file["gaps"][1]["first"], 38);
+    EXPECT_EQ(file["gaps"][1]["frames"], 2);
+    const auto mcd = Values("mcd");
+    EXPECT_EQ(mcd.at("ideal.gap2-3"), 0.0);
+    EXPECT_GT(mcd.at("silence.gap2-3"), mcd.at("codec.gap2-3"));
+    EXPECT_NE(mcd.at("aiplc.gap2-3"), mcd.at("codec.gap2-3"));
+    EXPECT_GT(Values("joinLevel").at("silence.call"), 20.0);
+    const double estoi = Values("estoi").at("codec.call");
+    EXPECT_TRUE(estoi > 0.5 && estoi < 1.0) << estoi;
+}
+
+// Three packets come too late and one never came: that one has no reference.
+TEST_F(CompareTest, CaptureHasItsOwnLosses) {
+    std::vector<std::pair<uint64_t, Bytes>> arrivals;
+    for (const host::RtpPacket &packet : host::Speech({.sampleRate = 16000}, 3.0)) {
+        const uint16_t number = packet.sequenceNumber;
+        if (number == 80) continue;
+        const uint64_t late = number >= 50 && number < 53 ? 300000 : number % 3 * 5000;
+        arrivals.emplace_back(uint64_t{number} * 20000 + late,
+                              Rtp(1, 96, number, packet.timestamp, packet.payload));
+    }
+    std::ranges::stable_sort(arrivals, {}, [](const auto &one) { return one.first; });
+    Bytes capture = CaptureHeader();
+    for (const auto &[timeUs, rtp] : arrivals)
+        capture = Join({capture, Frame(timeUs, rtp)});
+    m_options.inputs = {Write("call.pcap", capture)};
+    Run();
+    EXPECT_EQ(m_report["losses"][0]["id"], "own");
+    const Json &gaps = m_report["files"][0]["gaps"];
+    ASSERT_EQ(gaps.size(), 2U);
+    EXPECT_EQ(gaps[0]["first"], 50);
+    EXPECT_EQ(gaps[0]["frames"], 3);
+    EXPECT_EQ(gaps[0]["scores"]["ideal"]["lsd"], 0.0);
+    EXPECT_GT(gaps[0]["scores"]["codec"]["lsd"], 1.0);
+    EXPECT_EQ(gaps[1]["first"], 80);
+    EXPECT_TRUE(gaps[1]["scores"].empty());
+}
+
+TEST_F(CompareTest, LossesAreSeededAndDoNotDependOnTheNumberOfJobs) {
+    m_options.inputs.push_back(Write("other.wav", WavFile(host::SpeechLike(16000, 2.0), 16000)));
+    m_options.lossPercents = {10.0, 30.0};
+    m_options.meanBursts = {2.0};
+    const auto gapsAndCodec = [this](int jobs, uint64_t seed) {
+        m_options.jobs = jobs;
+        m_options.seed = seed;
+        Run();
+        Json result = Json::array();
+        for (const Json &file : m_report["files"]) {
+            Json gaps = file["gaps"];
+            for (Json &gap : gaps)
+                gap["scores"].erase("aiplc");  // may hear of a busy machine
+            result.push_back({file["name"], file["loss"], gaps});
+        }
+        return result;
+    };
+    const Json one = gapsAndCodec(1, 5);
+    EXPECT_EQ(one, gapsAndCodec(3, 5));
+    EXPECT_NE(one, gapsAndCodec(3, 6));
+    EXPECT_NE(one[0][2], one[1][2]);  // the calls lose different packets
+    EXPECT_EQ(one[3][0], "other.wav");
+    EXPECT_EQ(one[3][1], "loss30-burst2");
+}
+
+TEST_F(CompareTest, PageHoldsTheSoundThatFits) {
+    m_options.lossPercents = {10.0, 20.0};
+    Run();
+    const Json page = PageReport();
+    const auto size = static_cast<double>(page["files"][0]["audio"].dump().size());
+    EXPECT_THAT(page["files"][0]["audio"]["codec"].get<std::string>(),
+                testing::StartsWith("data:audio/flac;base64,ZkxhQ"));  // "fLaC"
+    EXPECT_TRUE(page["files"][1].contains("audio"));
+    EXPECT_FALSE(m_report["files"][0].contains("audio"));
+
+    m_options.audioLimitMb = 1.5 * size / 1e6;
+    m_options.quiet = false;
+    testing::internal::CaptureStderr();
+    Run();
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("  talk.wav at 20 %"));
+    EXPECT_TRUE(PageReport()["files"][0].contains("audio"));
+    EXPECT_FALSE(PageReport()["files"][1].contains("audio"));
+}
+
+TEST_F(CompareTest, NothingIsWrittenWhenItFails) {
+    const std::vector<std::string> before = Names();
+    m_options.inputs.push_back(Write("short.wav", WavFile(Chirps(16000, 0.5), 16000)));
+    m_options.lossPercents = {5.0};
+    // Cut short behind its header: only the process that decodes it can tell.
+    const std::string wav = Read("short.wav");
+    Write("short.wav", Text(wav.substr(0, 4000)));
+    EXPECT_THAT([this] { Compare(m_options); },
+                testing::ThrowsMessage<Failure>(HasSubstr("short.wav: truncated")));
+    EXPECT_THAT(Names(), testing::ElementsAre("short.wav", "talk.wav"));
+    EXPECT_EQ(before.size(), 1U);
+}
+
+class RecordingTest : public FolderTest {
+  protected:
+    RecordingTest() {
+        InputFile input =
+            InputFile::Open(Write("in.wav", WavFile(host::SpeechLike(16000, 2.0), 16000)));
+        const ConcealOptions options = WithDefaults({}, InputKind::speechAudio);
+        m_call = LoadCall(input, InputKind::speechAudio, options).call;
+    }
+
+    static CallRecording Record(const OpusCall &call, std::vector<bool> lost,
+                                CompareMethod::Id method) {
+        const CallTimeline timeline(call, std::move(lost), 16000, 40);
+        return RecordCall(timeline, CompareMethods()[MethodIndex(method)].receiver, [](int64_t) {});
+    }
+    std::vector<bool> None() const { return std::vector<bool>(m_call.packets.size(), false); }
+
+    OpusCall m_call;
+};
+
+TEST_F(RecordingTest, SilenceIsZeroInLostFramesAndDecodesTheOthers) {
+    std::vector<bool> lost = None();
+    lost[30] = lost[31] = true;
+    const CallRecording silence = Record(m_call, lost, CompareMethod::Id::silence);
+    const CallRecording ideal = Record(m_call, None(), CompareMethod::Id::ideal);
+    const auto frames = [](const CallRecording &recording, long first, long end) {
+        return Samples(recording.samples.begin() + 320 * first,
+                       recording.samples.begin() + 320 * end);
+    };
+    EXPECT_THAT(frames(silence, 30, 32), Each(0));
+    EXPECT_EQ(frames(silence, 0, 30), frames(ideal, 0, 30));
+    EXPECT_NE(frames(ideal, 30, 32), frames(silence, 30, 32));
+}
+
+// A captured call: jitter, two packets that overtake each other, three that come too late and one
+// that never came. The reference has all but that one, in their places.
+TEST_F(RecordingTest, ReferenceOfACaptureKnowsNoJitter) {
+    const CallRecording straight = Record(m_call, None(), CompareMethod::Id::ideal);
+    OpusCall capture = m_call;
+    capture.hasArrivalTimes = true;
+    for (CallPacket &packet : capture.packets) {
+        packet.timestamp += 0xFFFFF000U;  // wraps within the call
+        packet.arrivalUs += int64_t{packet.sequence % 3} * 4000;
+    }
+    for (size_t i = 50; i < 53; ++i)
+        capture.packets[i].arrivalUs += 300000;
+    std::swap(capture.packets[0], capture.packets[1]);
+    capture.packets.erase(capture.packets.begin() + 80);
+    std::ranges::stable_sort(capture.packets, {}, &CallPacket::arrivalUs);
+
+    const std::vector<bool> none(capture.packets.size(), false);
+    const CallRecording lossy = Record(capture, none, CompareMethod::Id::codec);
+    const CallRecording ideal =
+        Record(WithoutJitter(capture, none, 40), none, CompareMethod::Id::ideal);
+    ASSERT_EQ(ideal.firstFrame, lossy.firstFrame);
+    for (int64_t frame = 0; frame < 95; ++frame) {
+        const auto i = static_cast<size_t>(frame);
+        EXPECT_EQ(IsConcealed(lossy.sources[i]), frame == 80 || (frame >= 50 && frame < 53))
+            << frame;
+        EXPECT_EQ(IsConcealed(ideal.sources[i]), frame == 80) << frame;
+    }
+    EXPECT_TRUE(std::equal(ideal.samples.begin(), ideal.samples.begin() + 80L * 320,
+                           straight.samples.begin()));
+}
+
+}  // namespace
+}  // namespace aiplc::tools

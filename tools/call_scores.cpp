@@ -1,0 +1,254 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#include "call_scores.h"
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+#include <stdexcept>
+
+#include "measure/frame_spectrum.h"
+#include "measure/intelligibility.h"
+#include "measure/interruptions.h"
+#include "measure/joins.h"
+#include "measure/log_spectral_distance.h"
+#include "measure/mel_cepstral_distance.h"
+#include "measure/speech_range.h"
+
+namespace aiplc::tools {
+namespace {
+
+constexpr int64_t kStretchFrames = 100;
+constexpr double kFrameSeconds = 0.02;
+constexpr int64_t kFramesAfter = 2;
+constexpr double kOctave = 12.0;  // semitones
+
+measure::Term One(double value) {
+    return {value, 1.0};
+}
+
+class CallScorer {
+  public:
+    CallScorer(std::span<const CallRecording> recordings, size_t ideal, size_t gapsOf,
+               int sampleRate)
+        : m_recordings(recordings),
+          m_ideal(recordings[ideal]),
+          m_gapsOf(recordings[gapsOf]),
+          m_sampleRate(sampleRate),
+          m_frameSamples(static_cast<size_t>(sampleRate / 50)),
+          m_spectrum(sampleRate) {
+        for (int64_t frame = 0; frame < m_ideal.Frames(); ++frame)
+            m_range.Add(measure::MeanPower(Frame(m_ideal, frame)));
+    }
+
+    std::vector<GapScores> Gaps() {
+        std::vector<GapScores> gaps;
+        for (int64_t frame = 0; frame < m_gapsOf.Frames(); ++frame) {
+            if (!IsConcealed(Source(m_gapsOf, frame))) continue;
+            GapScores gap{frame, 1, std::vector<GapTerms>(m_recordings.size())};
+            while (frame + gap.frames < m_gapsOf.Frames() &&
+                   IsConcealed(Source(m_gapsOf, frame + gap.frames)))
+                ++gap.frames;
+            frame += gap.frames - 1;
+            AddDistances(gap);
+            AddJoin(gap, gap.first);
+            AddJoin(gap, gap.first + gap.frames);
+            gaps.push_back(std::move(gap));
+        }
+        return gaps;
+    }
+
+    std::vector<StretchScores> Stretches() const {
+        std::vector<StretchScores> stretches(
+            static_cast<size_t>((m_ideal.Frames() + kStretchFrames - 1) / kStretchFrames));
+        for (StretchScores &stretch : stretches)
+            stretch.methods.resize(m_recordings.size());
+        const measure::Intelligibility intelligibility(m_ideal.samples, m_sampleRate);
+        for (size_t method = 0; method < m_recordings.size(); ++method) {
+            const CallRecording &recording = m_recordings[method];
+            const auto at = [&](double seconds) -> StretchTerms & {
+                const auto index = static_cast<size_t>(
+                    seconds / (static_cast<double>(kStretchFrames) * kFrameSeconds));
+                return stretches[std::min(index, stretches.size() - 1)].methods[method];
+            };
+            for (const auto &segment : intelligibility.Segments(recording.samples))
+                at(segment.seconds).intelligibility += One(segment.correlation);
+            for (const size_t start :
+                 measure::Interruptions(recording.samples, m_ideal.samples, m_sampleRate))
+                at(static_cast<double>(start) / m_sampleRate).interruptions.sum += 1.0;
+            for (int64_t frame = 0; frame < recording.Frames(); ++frame) {
+                StretchTerms &terms =
+                    stretches[static_cast<size_t>(frame / kStretchFrames)].methods[method];
+                terms.interruptions.count += kFrameSeconds / 60.0;
+                for (measure::Term &share : terms.shares)
+                    share.count += 1.0;
+                terms.shares[static_cast<size_t>(Source(recording, frame))].sum += 100.0;
+            }
+        }
+        return stretches;
+    }
+
+  private:
+    static host::FrameSource Source(const CallRecording &recording, int64_t frame) {
+        return recording.sources[static_cast<size_t>(frame)];
+    }
+    std::span<const int16_t> Frame(const CallRecording &recording, int64_t frame) const {
+        return std::span(recording.samples)
+            .subspan(static_cast<size_t>(frame) * m_frameSamples, m_frameSamples);
+    }
+
+    // Whether there is something to compare a frame with.
+    bool IsReference(int64_t frame) const {
+        return frame >= 0 && frame < m_ideal.Frames() && !IsConcealed(Source(m_ideal, frame));
+    }
+    bool IsSpeech(int64_t frame) const {
+        return IsReference(frame) && m_range.IsSpeech(measure::MeanPower(Frame(m_ideal, frame)));
+    }
+
+    void AddDistances(GapScores &gap) {
+        const int64_t end = gap.first + gap.frames;
+        for (int64_t frame = gap.first; frame < end; ++frame) {
+            AddDistance(
+                frame, [&](size_t method) { return gap.methods[method].inside.data(); },
+                gap.methods.size());
+        }
+        for (int64_t frame = end; frame < std::min(end + kFramesAfter, m_gapsOf.Frames());
+             ++frame) {
+            if (IsConcealed(Source(m_gapsOf, frame))) break;
+            AddDistance(
+                frame, [&](size_t method) { return gap.methods[method].after.data(); },
+                gap.methods.size());
+        }
+    }
+
+    // terms(method): where its log-spectral and then its mel-cepstral distance go.
+    template <typename TermsOf>
+    void AddDistance(int64_t frame, TermsOf termsOf, size_t methods) {
+        if (!IsSpeech(frame)) return;
+        m_spectrum.Power(Frame(m_ideal, frame), m_referencePower);
+        for (size_t method = 0; method < methods; ++method) {
+            m_spectrum.Power(Frame(m_recordings[method], frame), m_power);
+            measure::Term *terms = termsOf(method);
+            terms[0] += One(measure::LogSpectralDistanceDb(m_power, m_referencePower));
+            terms[1] += One(m_cepstral.Db(m_power, m_referencePower));
+        }
+    }
+
+    // frame: the first one behind the join. Where the reference is silent on both sides nobody
+    // hears a join.
+    void AddJoin(GapScores &gap, int64_t frame) {
+        if (!IsReference(frame - 1) || !IsReference(frame)) return;
+        if (!IsSpeech(frame - 1) && !IsSpeech(frame)) return;
+        const auto at = static_cast<size_t>(frame) * m_frameSamples;
+        const auto level = measure::LevelStepDb(m_ideal.samples, at, m_sampleRate);
+        const auto pitch = measure::PitchStep(m_ideal.samples, at, m_sampleRate);
+        for (size_t method = 0; method < gap.methods.size(); ++method) {
+            const std::vector<int16_t> &samples = m_recordings[method].samples;
+            auto &terms = gap.methods[method].inside;
+            const auto ownLevel = measure::LevelStepDb(samples, at, m_sampleRate);
+            if (level && ownLevel) terms[2] += One(std::abs(*ownLevel - *level));
+            const auto ownPitch =
+                pitch ? measure::PitchStep(samples, at, m_sampleRate) : std::nullopt;
+            if (ownPitch) terms[3] += One(std::min(std::abs(*ownPitch - *pitch), kOctave));
+            const auto click = measure::ClickDb(samples, at, m_sampleRate);
+            if (click) terms[4] += One(*click);
+        }
+    }
+
+    std::span<const CallRecording> m_recordings;
+    const CallRecording &m_ideal;
+    const CallRecording &m_gapsOf;
+    int m_sampleRate;
+    size_t m_frameSamples;
+    measure::SpeechRange m_range;
+    measure::FrameSpectrum m_spectrum;
+    measure::MelCepstralDistance m_cepstral;
+    std::vector<double> m_power;
+    std::vector<double> m_referencePower;
+};
+
+void Put(std::vector<double> &numbers, std::span<const measure::Term> terms) {
+    for (const measure::Term &term : terms) {
+        numbers.push_back(term.sum);
+        numbers.push_back(term.count);
+    }
+}
+
+class NumberReader {
+  public:
+    explicit NumberReader(std::span<const double> numbers) : m_numbers(numbers) {}
+
+    double Take() {
+        if (m_next == m_numbers.size()) throw std::runtime_error("scores: cut short");
+        return m_numbers[m_next++];
+    }
+    void Take(std::span<measure::Term> terms) {
+        for (measure::Term &term : terms) {
+            term.sum = Take();
+            term.count = Take();
+        }
+    }
+
+  private:
+    std::span<const double> m_numbers;
+    size_t m_next = 0;
+};
+
+}  // namespace
+
+CallScores ScoreCall(std::span<const CallRecording> recordings, size_t ideal, size_t gapsOf,
+                     int sampleRate) {
+    CallScorer scorer(recordings, ideal, gapsOf, sampleRate);
+    CallScores scores;
+    scores.gaps = scorer.Gaps();
+    scores.stretches = scorer.Stretches();
+    return scores;
+}
+
+std::vector<double> PackScores(const CallScores &scores) {
+    std::vector<double> numbers{static_cast<double>(scores.gaps.size())};
+    for (const GapScores &gap : scores.gaps) {
+        numbers.push_back(static_cast<double>(gap.first));
+        numbers.push_back(static_cast<double>(gap.frames));
+        for (const GapTerms &terms : gap.methods) {
+            Put(numbers, terms.inside);
+            Put(numbers, terms.after);
+        }
+    }
+    numbers.push_back(static_cast<double>(scores.stretches.size()));
+    for (const StretchScores &stretch : scores.stretches) {
+        for (const StretchTerms &terms : stretch.methods) {
+            Put(numbers, {&terms.intelligibility, 1});
+            Put(numbers, {&terms.interruptions, 1});
+            Put(numbers, terms.shares);
+        }
+    }
+    return numbers;
+}
+
+CallScores UnpackScores(std::span<const double> numbers, size_t methods) {
+    NumberReader reader(numbers);
+    CallScores scores;
+    scores.gaps.resize(static_cast<size_t>(reader.Take()));
+    for (GapScores &gap : scores.gaps) {
+        gap.first = static_cast<int64_t>(reader.Take());
+        gap.frames = static_cast<int64_t>(reader.Take());
+        gap.methods.resize(methods);
+        for (GapTerms &terms : gap.methods) {
+            reader.Take(terms.inside);
+            reader.Take(terms.after);
+        }
+    }
+    scores.stretches.resize(static_cast<size_t>(reader.Take()));
+    for (StretchScores &stretch : scores.stretches) {
+        stretch.methods.resize(methods);
+        for (StretchTerms &terms : stretch.methods) {
+            reader.Take({&terms.intelligibility, 1});
+            reader.Take({&terms.interruptions, 1});
+            reader.Take(terms.shares);
+        }
+    }
+    return scores;
+}
+
+}  // namespace aiplc::tools

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#ifndef AIPLC_TOOLS_CALL_SCORES_H
+#define AIPLC_TOOLS_CALL_SCORES_H
+
+#include <array>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "call_recording.h"
+#include "compare_measure.h"
+#include "measure/bootstrap.h"
+
+namespace aiplc::tools {
+
+// What one method makes of one gap.
+struct GapTerms {
+    std::array<measure::Term, kGapMeasures.size()> inside;
+    std::array<measure::Term, kAfterMeasures> after;
+    bool operator==(const GapTerms &) const = default;
+};
+
+struct GapScores {
+    int64_t first = 0;   // frame of the call
+    int64_t frames = 0;  // 1 or more
+    std::vector<GapTerms> methods;
+    bool operator==(const GapScores &) const = default;
+};
+
+// What one method makes of two seconds of a call.
+struct StretchTerms {
+    measure::Term intelligibility;
+    measure::Term interruptions;  // counted per minute
+    std::array<measure::Term, host::kFrameSources> shares;
+    bool operator==(const StretchTerms &) const = default;
+};
+
+struct StretchScores {
+    std::vector<StretchTerms> methods;
+    bool operator==(const StretchScores &) const = default;
+};
+
+// One call under one loss, by every method.
+struct CallScores {
+    std::vector<GapScores> gaps;
+    std::vector<StretchScores> stretches;
+    bool operator==(const CallScores &) const = default;
+};
+
+// Measures recordings of the same call against the one of them that lost nothing. Where that one
+// has no received audio either, nothing is measured. gapsOf: the recording whose concealed frames
+// are the gaps.
+CallScores ScoreCall(std::span<const CallRecording> recordings, size_t ideal, size_t gapsOf,
+                     int sampleRate);
+
+// The scores as plain numbers, to be handed from one process to another, and back.
+std::vector<double> PackScores(const CallScores &scores);
+CallScores UnpackScores(std::span<const double> numbers, size_t methods);
+
+}  // namespace aiplc::tools
+
+#endif

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#ifndef AIPLC_TOOLS_COMPARE_JOB_H
+#define AIPLC_TOOLS_COMPARE_JOB_H
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "call_scores.h"
+#include "compare_options.h"
+#include "loss_condition.h"
+
+namespace aiplc::tools {
+
+// One call under one loss, to be played by every method.
+struct CompareJob {
+    std::string input;  // a path
+    std::string name;   // in reports
+    const LossCondition *loss = nullptr;
+    uint64_t seed = 1;
+};
+
+// What came of it, free of the audio.
+struct CompareResult {
+    CallScores scores;
+    std::string entry;  // of the report's "files": JSON without the closing brace
+    std::string rows;   // of the CSV file
+    std::string audio;  // the entry's "audio" member; empty: too large, or nobody asked
+    uint64_t requests = 0;
+    uint64_t requestsFailed = 0;
+};
+
+// Plays, measures and encodes. audioLimit: bytes that the audio may take in the report. progress
+// takes the share done. Throws Failure, UsageError, Interrupted, std::runtime_error.
+CompareResult RunCompareJob(const CompareJob &job, const CompareOptions &options,
+                            int64_t audioLimit, const std::function<void(double)> &progress);
+
+// The result as a file between processes. descriptor: at the place to write to or read from. Throw
+// Failure.
+void WriteResult(const CompareResult &result, int descriptor);
+CompareResult ReadResult(int descriptor);
+
+}  // namespace aiplc::tools
+
+#endif

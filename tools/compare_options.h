@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#ifndef AIPLC_TOOLS_COMPARE_OPTIONS_H
+#define AIPLC_TOOLS_COMPARE_OPTIONS_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "conceal_options.h"
+
+namespace aiplc::tools {
+
+// The command line of `aiplc compare`.
+struct CompareOptions {
+    std::vector<std::string> inputs;
+    EncodingOptions encoding;
+    StreamChoice stream;
+    std::optional<int> jitterBufferMs;  // captures only
+    int sampleRate = 16000;             // 16000 or 48000
+
+    std::vector<double> lossPercents;
+    std::vector<double> meanBursts;  // packets; independent losses when empty
+    std::optional<uint64_t> seed;    // 1 when not given
+    std::vector<std::string> tracePaths;
+
+    std::optional<int> jobs;  // processes at a time; one per processor when not given
+    std::string jsonPath;     // empty: none
+    std::string csvPath;
+    std::string htmlPath;
+    double audioLimitMb = 40.0;          // of sound in the page, as it is written there; 10^6 bytes
+    std::vector<std::string> failGates;  // "aiplc.lsd > codec.lsd"
+    bool showKinds = false;
+    bool quiet = false;
+    bool verbose = false;
+    std::string command;  // as the user gave it
+};
+
+}  // namespace aiplc::tools
+
+#endif
