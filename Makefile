@@ -2,7 +2,8 @@
 # make demo   conceals a piece of speech at 20 % loss, into demo/
 # make compare-demo  the same speech at twelve losses, as tables and a page
 # make measure  the figures of a ten-minute call
-# make test   all tests, in a Debug build with sanitizers and in the Release build
+# make test   all tests: the page's in Chromium, the programs' in a Debug build with sanitizers and in the
+#             Release build
 # make train-data, loop-data, train, export, model-report   the neural model again; see docs/model.md
 # make report, report-test  the page of aiplc compare, see report/README.md
 # Each target first installs the Debian or Ubuntu packages it lacks.
@@ -31,7 +32,7 @@ measure: all
 	scripts/install-packages.sh measure
 	scripts/measure.sh build/release/bin/aiplc build/measure $(PACED)
 
-test:
+test: report-test
 	scripts/install-packages.sh build test
 	$(call BUILD,debug)
 	ctest --test-dir build/debug -j $(JOBS) --output-on-failure --no-tests=error

@@ -16,7 +16,8 @@ packages() {
     training) echo "python3 python3-numpy python3-scipy python3-torch" ;;
     report) # any Node 18 or newer with npm will do
         command -v npm >/dev/null || echo "nodejs npm"
-        echo "chromium" ;;
+        # Ubuntu has Chromium as a snap only, which not every machine can run.
+        ! grep -qx 'ID=debian' /etc/os-release || echo "chromium" ;;
     *) echo "install-packages.sh: unknown group '$1': use build, test, demo, measure, lint, training or report" >&2
        exit 2 ;;
     esac

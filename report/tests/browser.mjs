@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // A page of the report in headless Chromium, watched for errors and requests, its sound recorded in window.recorded.
-import { mkdtempSync, rmSync, writeFileSync } from "node:fs";
+import { existsSync, mkdtempSync, rmSync, writeFileSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
 import { pathToFileURL } from "node:url";
@@ -10,12 +10,18 @@ import { fillPage } from "./report_fixture.mjs";
 const flags =
   "--no-sandbox --disable-gpu --no-first-run --disable-background-networking --disable-component-update --disable-sync";
 
+// CHROMIUM: any Chrome or Chromium of 2024 or later, for systems that have none as a plain package.
+const executable = process.env.CHROMIUM ?? "/usr/bin/chromium";
+export const missing = existsSync(executable)
+  ? false
+  : `${executable}: no such program; set CHROMIUM to a Chrome or Chromium to test the page in it`;
+
 const folder = mkdtempSync(join(tmpdir(), "aiplc-report-"));
 let browser;
 let pages = 0;
 
 export async function openBrowser() {
-  browser = await chromium.launch({ executablePath: "/usr/bin/chromium", args: flags.split(" ") });
+  if (!missing) browser = await chromium.launch({ executablePath: executable, args: flags.split(" ") });
 }
 
 export async function closeBrowser() {

@@ -2,7 +2,7 @@
 // The page in a browser, by real keys and clicks.
 import assert from "node:assert/strict";
 import { after, before, test } from "node:test";
-import { closeBrowser, openBrowser, openPage } from "./browser.mjs";
+import { closeBrowser, missing, openBrowser, openPage } from "./browser.mjs";
 import { instantOf, kRate, makeReport, wavAddress } from "./report_fixture.mjs";
 
 before(openBrowser);
@@ -10,7 +10,7 @@ after(closeBrowser);
 
 /** A test on an opened page, which ends with no error and no request. */
 function pageTest(name, options, body) {
-  test(name, { timeout: 60000 }, async () => {
+  test(name, { timeout: 60000, skip: missing }, async () => {
     const { page, problems } = await openPage(options.data ?? makeReport(), options);
     page.setDefaultTimeout(20000);
     await body(page);
@@ -69,7 +69,7 @@ pageTest("a switch by key keeps the instant and does not click", {}, async (page
 
   const samples = await page.evaluate(() => window.recorded);
   const start = samples.findIndex((x) => x > 0.12);
-  const end = samples.findLastIndex((x) => x < -0.12);
+  const end = samples.findLastIndex((x) => x < -0.12) - 0.05 * kRate; // before the pause fades it out
   const elapsed = (end - start) / kRate;
   const moved = instantOf(samples[end]) - instantOf(samples[start]);
   assert.ok(Math.abs(moved - elapsed) < 0.003, `${moved} s of the call in ${elapsed} s`);
@@ -383,7 +383,7 @@ pageTest("a call without recordings shows its figures", {}, async (page) => {
   assert.equal(await button(page, "Play").count(), 0);
 });
 
-test("a page without a whole report says what is wrong", async () => {
+test("a page without a whole report says what is wrong", { skip: missing }, async () => {
   const broken = makeReport();
   broken.files[0].gaps = [{ first: "x", frames: 1 }];
   const cases = [
@@ -400,7 +400,7 @@ test("a page without a whole report says what is wrong", async () => {
   }
 });
 
-test("a recording that cannot be decoded leaves the others to be heard", async () => {
+test("a recording that cannot be decoded leaves the others to be heard", { skip: missing }, async () => {
   const data = makeReport();
   data.files[0].audio = { ...data.files[0].audio, codec: "data:audio/flac;base64,AAAA" };
   const { page, problems } = await openPage(data);
