@@ -1,9 +1,11 @@
 # SPDX-License-Identifier: BSD-2-Clause
 """Networks that tell answers from loss-free decodes, for the adversarial stage of the training.
 
-Three of them look at compressed complex spectra of different resolution (as in A. Defossez et al.,
-"High fidelity neural audio compression", 2022), one at the waveform. Objective: least squares (X. Mao et al.,
-ICCV 2017), with feature matching (K. Kumar et al., "MelGAN", NeurIPS 2019).
+All are told which samples are open, and only what they say there counts. Two look at whole short
+spectra, level and phase advance of every bin, with convolutions over time; two at patches of
+compressed complex spectra (as in A. Defossez et al., "High fidelity neural audio compression",
+2022); one at the waveform. Objective: least squares (X. Mao et al., ICCV 2017), with feature
+matching (K. Kumar et al., "MelGAN", NeurIPS 2019).
 """
 import torch
 from torch import nn
@@ -15,70 +17,116 @@ HEARD = 1600    # samples at the end of the window that are judged: at least 320
 SLOPE = 0.2
 
 
-class Member(nn.Module):
-    """(N, HEARD) to the outputs of each layer, the verdicts (N, 1, .., ..) last."""
+def conv1d(ins, outs, size, **options):
+    return nn.utils.weight_norm(nn.Conv1d(ins, outs, size, **options))
 
-    def look(self, y):
+
+def conv2d(ins, outs, size, **options):
+    return nn.utils.weight_norm(nn.Conv2d(ins, outs, size, **options))
+
+
+class Member(nn.Module):
+    """x, open: (N, HEARD). Returns the outputs of each layer, and the verdict (N, TIMES) last."""
+
+    def forward(self, x, opened):
+        y = self.input(x, opened)
         seen = []
         for layer in self.layers:
             y = F.leaky_relu(layer(y), SLOPE)
             seen.append(y)
-        return [*seen, self.verdict(y)]
+        verdict = self.verdict(y)
+        return [*seen, verdict.flatten(1, -2).mean(1)]
+
+
+def opened_spectra(opened, size):
+    """(N, TIMES) share of the spectra's samples that are open, for losses.spectra."""
+    return F.pad(opened, (0, size // 2)).unfold(1, size, size // 4).mean(2)
 
 
 class OfSpectra(Member):
+    def __init__(self, size, channels=192):
+        super().__init__()
+        self.size = size
+        self.layers = nn.ModuleList([
+            conv1d(3 * (size // 2 + 1) + 1, channels, 3, padding=1),
+            conv1d(channels, channels, 3, padding=1),
+            conv1d(channels, channels, 3, padding=2, dilation=2)])
+        self.verdict = conv1d(channels, 1, 3, padding=1)
+
+    def input(self, x, opened):
+        magnitude, spectrum = losses.compressed(losses.spectra(x, self.size))
+        past = F.pad(spectrum[:, :, :-1], (0, 0, 1, 0))
+        size = (magnitude * F.pad(magnitude[:, :, :-1], (1, 0), value=1.0)).clamp(min=1e-3).sqrt()
+        (re, im), (past_re, past_im) = spectrum.unbind(-1), past.unbind(-1)
+        return torch.cat([torch.log(magnitude) + 0.5, (re * past_re + im * past_im) / size,
+                          (im * past_re - re * past_im) / size,
+                          opened_spectra(opened, self.size)[:, None]], 1)
+
+
+class OfPatches(Member):
     def __init__(self, size, channels=(16, 24, 32, 48)):
         super().__init__()
         self.size = size
-        widths = (2, *channels)
+        widths = (3, *channels)
         self.layers = nn.ModuleList(
-            nn.utils.weight_norm(nn.Conv2d(a, b, (5, 3), (2, 1 if i < 2 else 2), (2, 1)))
+            conv2d(a, b, (5, 3), stride=(2, 1 if i < 2 else 2), padding=(2, 1))
             for i, (a, b) in enumerate(zip(widths, widths[1:])))
-        self.verdict = nn.utils.weight_norm(nn.Conv2d(channels[-1], 1, (3, 3), padding=(1, 1)))
+        self.verdict = conv2d(channels[-1], 1, (3, 3), padding=(1, 1))
 
-    def forward(self, x):
+    def input(self, x, opened):
         _, spectrum = losses.compressed(losses.spectra(x, self.size))
-        return self.look(spectrum.permute(0, 3, 1, 2))
+        y = spectrum.permute(0, 3, 1, 2)
+        mask = opened_spectra(opened, self.size)[:, None, None]
+        return torch.cat([y, mask.expand(-1, 1, y.shape[2], -1)], 1)
 
 
 class OfSamples(Member):
     def __init__(self, channels=(16, 32, 64, 64)):
         super().__init__()
-        widths = (1, *channels)
+        widths = (2, *channels)
         self.layers = nn.ModuleList(
-            nn.utils.weight_norm(nn.Conv1d(a, b, 15, 4 if i else 2, 7, groups=1 if i < 2 else 4))
+            conv1d(a, b, 15, stride=4 if i else 2, padding=7, groups=1 if i < 2 else 4)
             for i, (a, b) in enumerate(zip(widths, widths[1:])))
-        self.verdict = nn.utils.weight_norm(nn.Conv1d(channels[-1], 1, 3, padding=1))
+        self.verdict = conv1d(channels[-1], 1, 3, padding=1)
 
-    def forward(self, x):
-        return self.look(x[:, None])
+    def input(self, x, opened):
+        return torch.stack([x, opened], 1)
 
 
 class Jury(nn.Module):
     def __init__(self):
         super().__init__()
-        self.members = nn.ModuleList([*(OfSpectra(s) for s in losses.WINDOWS), OfSamples()])
+        self.members = nn.ModuleList([OfSpectra(320), OfSpectra(640), OfPatches(320),
+                                      OfSamples(), OfPatches(640)])
 
-    def forward(self, x):
-        return [member(x) for member in self.members]
+    def forward(self, x, opened):
+        return [member(x, opened) for member in self.members]
 
 
 def heard(answer, batch):
     """The end of the windows, (N, HEARD), scaled by the target's level there: true before the last
     hole, and after the second missing frame of mode 5, which is heard in a fade only."""
     target = batch["target"]
-    answer = torch.where(losses.importance(batch) == 1, answer, target)[:, -HEARD:]
+    opened = losses.importance(batch) == 1
+    answer = torch.where(opened, answer, target)[:, -HEARD:]
     scale = losses.level(target, batch["open"])
-    return answer / scale, target[:, -HEARD:] / scale
+    return answer / scale, target[:, -HEARD:] / scale, opened[:, -HEARD:].to(answer.dtype)
 
 
-def jury_loss(true, made):
+def where_open(error, opened):
+    """Mean of error (N, TIMES) where something is open."""
+    weight = (F.adaptive_avg_pool1d(opened[:, None], error.shape[1])[:, 0] > 0.1).to(error.dtype)
+    return (error * weight).sum() / weight.sum()
+
+
+def jury_loss(true, made, opened):
     """What the jury gets wrong: verdicts are 1 on what is true and 0 on what was made."""
-    return sum((1 - t[-1]).square().mean() + m[-1].square().mean() for t, m in zip(true, made))
+    return sum(where_open((1 - t[-1]).square() + m[-1].square(), opened)
+               for t, m in zip(true, made))
 
 
-def adversarial_loss(made):
-    return sum((1 - m[-1]).square().mean() for m in made)
+def adversarial_loss(made, opened):
+    return sum(where_open((1 - m[-1]).square(), opened) for m in made)
 
 
 def matching_loss(true, made):

@@ -72,12 +72,14 @@ def log_distances(answer, target, opened, ends):
 
 def loss(answer, batch, weights=WEIGHTS):
     """Mean over the batch. weights: as NAMES; the last is of the log power bin by bin behind the
-    hole."""
+    hole. Waveform and complex spectrum do not count where the hole has no far side (mode 5): the
+    phase there cannot be known, and to ask for it is to ask for silence."""
     opened = importance(batch)[:, FIRST:]
     scale = level(batch["target"], batch["open"])
     answer, target = answer[:, FIRST:], batch["target"][:, FIRST:]
     made, true = answer / scale, target / scale
-    total = weights[0] * ((made - true).abs() * opened).sum() / opened.sum()
+    phased = (batch["mode"] != 5).to(opened.dtype)[:, None]
+    total = weights[0] * ((made - true).abs() * opened * phased).sum() / opened.sum()
     logs = log_distances(answer, target, opened, batch["ends"] - FIRST)
     for weight, distance in zip(weights[3:], logs):
         if weight > 0:
@@ -89,5 +91,5 @@ def loss(answer, batch, weights=WEIGHTS):
         count = touched.sum() * magnitude.shape[1]
         total = total + (weights[1] * ((magnitude - true_magnitude).abs() * touched).sum()
                          + weights[2] * ((complex_ - true_complex).square().sum(-1).add(1e-8).sqrt()
-                                         * touched).sum()) / count / len(WINDOWS)
+                                         * touched * phased[:, None]).sum()) / count / len(WINDOWS)
     return total

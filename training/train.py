@@ -41,7 +41,7 @@ def arguments():
     a.add_argument("--adversarial-from", type=int, default=10**9, help="step; 0: from the start")
     a.add_argument("--adversarial", type=float, nargs=2, default=(0.3, 0.3),
                    help="weights of the jury's verdict and of feature matching")
-    a.add_argument("--jury-rate", type=float, default=3e-4)
+    a.add_argument("--jury-rate", type=float, default=5e-4)
     a.add_argument("--seed", type=int, default=1)
     a.add_argument("--threads", type=int, default=os.cpu_count())
     a.add_argument("--report", type=int, default=100, help="steps between lines of the log")
@@ -108,20 +108,20 @@ class Run:
                 mean.lerp_(now, 1 - keep)
         return value.item(), adversarial.item()
 
-    def judge(self, made, true):
+    def judge(self, made, true, opened):
         """Trains the jury; returns what the network is charged for being told."""
-        seen = self.jury(true)
-        wrong = discriminators.jury_loss(seen, self.jury(made.detach()))
+        seen = self.jury(true, opened)
+        wrong = discriminators.jury_loss(seen, self.jury(made.detach(), opened), opened)
         self.jury_optimiser.zero_grad(set_to_none=True)
         wrong.backward()
         self.jury_optimiser.step()
         for p in self.jury.parameters():
             p.requires_grad_(False)
-        told = self.jury(made)
+        told = self.jury(made, opened)
         for p in self.jury.parameters():
             p.requires_grad_(True)
         weights = self.args.adversarial
-        return (weights[0] * discriminators.adversarial_loss(told)
+        return (weights[0] * discriminators.adversarial_loss(told, opened)
                 + weights[1] * discriminators.matching_loss(seen, told))
 
     def validate(self, maps, count=2048):
