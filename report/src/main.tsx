@@ -12,7 +12,7 @@ import { ThemeSwitch, useTheme } from "./theme";
 function Page({ report }: { report: Report }) {
   const theme = useTheme();
   const [loss, setLoss] = useState(report.losses[0]!.id);
-  const [kind, setKind] = useState(() => firstKind(report));
+  const [kind, setKind] = useState(() => fullestKind(report));
   return (
     <>
       <header>
@@ -81,9 +81,11 @@ function Summary({ report, loss, kind, onLoss, onKind }: SummaryProps) {
   );
 }
 
-/** The first kind of gap there are figures for. */
-const firstKind = (report: Report): string =>
-  (report.kinds.find((k) => report.figures.some((f) => f.kind === k.id)) ?? report.kinds[0]!).id;
+/** The kind with figures for the most measures: the whole call, where that is measured. */
+function fullestKind(report: Report): string {
+  const measures = (kind: string) => new Set(report.figures.filter((f) => f.kind === kind).map((f) => f.measure)).size;
+  return report.kinds.reduce((best, k) => (measures(k.id) > measures(best.id) ? k : best)).id;
+}
 
 function when(created: string): string {
   const date = new Date(created);
