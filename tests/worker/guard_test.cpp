@@ -60,10 +60,10 @@ TEST(Guard, FindsWhatMustNotBeHeardAndNothingElse) {
     constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
     const Change same = [](Seen &) {};
     EXPECT_EQ(Verdict(3000, same), Fault::none);
-    EXPECT_EQ(Verdict(3000, Tone(2500, 0.1F)), Fault::none);               // +5 dB
-    EXPECT_EQ(Verdict(3000, Tone(4000, 0.1F)), Fault::level);              // +7 dB
-    EXPECT_EQ(Verdict(3000, Tone(4000, 0.1F, 1500, 1900)), Fault::level);  // behind the hole
-    EXPECT_EQ(Verdict(3000, Tone(9000, 0.1F, 200, 900)), Fault::none);     // before it: not its own
+    EXPECT_EQ(Verdict(3000, Tone(7600, 0.1F)), Fault::none);                // +11 dB
+    EXPECT_EQ(Verdict(3000, Tone(10400, 0.1F)), Fault::level);              // +13 dB
+    EXPECT_EQ(Verdict(3000, Tone(10400, 0.1F, 1500, 1900)), Fault::level);  // behind the hole
+    EXPECT_EQ(Verdict(3000, Tone(12000, 0.1F, 200, 900)), Fault::none);  // before it: not its own
     EXPECT_EQ(Verdict(3000, Set(1900, kNan)), Fault::notFinite);
     EXPECT_EQ(Verdict(3000, Set(1900, -std::numeric_limits<float>::infinity())), Fault::notFinite);
     // A quiet hiss above a hum may be speech, a loud one is not.
