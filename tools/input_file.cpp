@@ -79,7 +79,7 @@ InputFile InputFile::Open(const std::string &name) {
         const int error = errno;
         if (descriptor >= 0) close(descriptor);
         throw Failure(input.m_name, std::string("cannot be opened: ") + strerror(error) +
-                                        "; give a readable file, or - for standard input");
+                                        "; give a readable file");
     }
     input.m_file.reset(fdopen(descriptor, "rb"));
     if (S_ISDIR(status.st_mode)) {
