@@ -2,20 +2,58 @@
 
 #include <aiplc/aiplc.h>
 
-#include <cstring>
+#include <algorithm>
 
+#include "dsp/inner_products.h"
 #include "dsp/truncate.h"
 
+namespace {
+
+// Samples filtered at once, and taps of filters for which there is room to do so.
+constexpr size_t kBlock = AIPLC_FRAME_SAMPLES_48K;
+constexpr size_t kMostTaps = 128;
+// Outputs side by side: eight vectors of four hide the latency of the additions.
+constexpr size_t kWidth = 32;
+
+// The low-pass taps sum to 1.77 in magnitude, so a loud input can leave the range.
+int16_t ToOutput(float sum) {
+    return aiplc::dsp::TruncateToPcm(sum);
+}
+
+void FilterBlock(int16_t *data, float *state, const float *coeff, size_t length, size_t taps) {
+    float line[kMostTaps + kBlock];  // oldest sample first
+    const size_t past = taps - 1;
+    std::reverse_copy(state, state + past, line);
+    float *newest = line + past;
+    std::copy_n(data, length, newest);
+    aiplc::dsp::InBlocks<kWidth>(length, [&](auto width, size_t first) {
+        const auto sums = aiplc::dsp::InnerProducts<width, 1>(
+            {coeff}, taps, [&](size_t term) { return newest + first - term; });
+        std::ranges::transform(sums[0], data + first, ToOutput);
+    });
+    const float *end = newest + length;
+    std::reverse_copy(end - taps, end, state);
+}
+
+// For any number of taps.
+void FilterSample(int16_t &sample, float *state, const float *coeff, int32_t taps) {
+    if (taps >= 2) std::copy_backward(state, state + taps - 1, state + taps);
+    state[0] = sample;
+    float sum = 0.0F;
+    for (int32_t k = 0; k < taps; ++k)
+        sum += state[k] * coeff[k];
+    sample = ToOutput(sum);
+}
+
+}  // namespace
+
 void AiPlcFir(int16_t *data, float *state, const float *coeff, int32_t length, int32_t taps) {
-    for (int32_t i = 0; i < length; ++i) {
-        if (taps >= 2) {
-            std::memmove(state + 1, state, (static_cast<size_t>(taps) - 1) * sizeof(float));
-        }
-        state[0] = static_cast<float>(data[i]);
-        float sum = 0.0F;
-        for (int32_t k = 0; k < taps; ++k)
-            sum += state[k] * coeff[k];
-        // The low-pass taps sum to 1.77 in magnitude, so a loud input can leave the range.
-        data[i] = aiplc::dsp::TruncateToPcm(sum);
+    const size_t count = length > 0 ? static_cast<size_t>(length) : 0;
+    if (taps < 1 || static_cast<size_t>(taps) > kMostTaps) {
+        for (size_t i = 0; i < count; ++i)
+            FilterSample(data[i], state, coeff, taps);
+        return;
     }
+    for (size_t i = 0; i < count; i += kBlock)
+        FilterBlock(data + i, state, coeff, std::min(kBlock, count - i), static_cast<size_t>(taps));
 }

@@ -5,10 +5,12 @@
 #include <aiplc/aiplc.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 
+#include "dsp/inner_products.h"
 #include "dsp/three_band_tables.h"
 #include "platform/platform.h"
 
@@ -16,6 +18,26 @@ namespace {
 
 constexpr size_t kTaps = AIPLC_BANK_TAPS;
 constexpr size_t kBandTaps = kTaps / AIPLC_BANDS;
+// Outputs side by side, in three rows: nine vectors of four hide the latency of the additions and
+// leave registers for what is multiplied.
+constexpr size_t kWidth = 12;
+// Band samples analysed at once.
+constexpr size_t kBlock = AIPLC_BAND_SAMPLES;
+// Restores the gain that decimation by three takes away.
+constexpr float kGain = 3.0F;
+
+// The synthesis taps with a row for each output phase: those of each band after another.
+constexpr aiplc::dsp::BankTable MakePhaseTaps() {
+    aiplc::dsp::BankTable rows{};
+    for (size_t phase = 0; phase < AIPLC_BANDS; ++phase) {
+        for (size_t term = 0; term < kTaps; ++term) {
+            const auto &band = aiplc::dsp::g_aiplcBandSynthesisCoeff[term / kBandTaps];
+            rows[phase][term] = band[phase * kBandTaps + term % kBandTaps];
+        }
+    }
+    return rows;
+}
+constexpr aiplc::dsp::BankTable kPhaseTaps = MakePhaseTaps();
 
 struct Free {
     void operator()(float *buffer) const { std::free(buffer); }
@@ -39,6 +61,46 @@ int32_t CopyOut(float *output, const float *result, size_t count) {
     return aiplc::platform::CopyBounded(output, bytes, result, bytes) == 0 ? 0 : -1;
 }
 
+// Of each of the table's rows, with what lies at source(tap).
+template <size_t Width, typename Source>
+auto ThreeRows(const aiplc::dsp::BankTable &table, Source source) {
+    return aiplc::dsp::InnerProducts<Width, AIPLC_BANDS>(
+        {table[0].data(), table[1].data(), table[2].data()}, kTaps, source);
+}
+
+// input: count + 15 groups of three samples; output: band by band, stride apart.
+void AnalyseBlock(const float *input, float *output, size_t count, size_t stride) {
+    float phases[AIPLC_BANDS][kBlock + kBandTaps];  // every third sample
+    for (size_t i = 0; i < count + kBandTaps - 1; ++i) {
+        for (size_t phase = 0; phase < AIPLC_BANDS; ++phase)
+            phases[phase][i] = input[AIPLC_BANDS * i + phase];
+    }
+    aiplc::dsp::InBlocks<kWidth>(count, [&](auto width, size_t first) {
+        const auto bands = ThreeRows<width>(aiplc::dsp::g_aiplcBandAnalysisCoeff, [&](size_t term) {
+            return phases[term % AIPLC_BANDS] + first + term / AIPLC_BANDS;
+        });
+        for (size_t band = 0; band < AIPLC_BANDS; ++band)
+            std::ranges::copy(bands[band], output + band * stride + first);
+    });
+}
+
+// bands: count + 15 samples of each; output: count groups of three samples.
+void SynthesiseBlock(const std::array<const float *, AIPLC_BANDS> &bands, float *output,
+                     size_t count) {
+    float phases[AIPLC_BANDS][kBlock];
+    aiplc::dsp::InBlocks<kWidth>(count, [&](auto width, size_t first) {
+        const auto sums = ThreeRows<width>(kPhaseTaps, [&](size_t term) {
+            return bands[term / kBandTaps] + first + term % kBandTaps;
+        });
+        for (size_t phase = 0; phase < AIPLC_BANDS; ++phase)
+            std::ranges::copy(sums[phase], phases[phase] + first);
+    });
+    for (size_t i = 0; i < count; ++i) {
+        for (size_t phase = 0; phase < AIPLC_BANDS; ++phase)
+            output[AIPLC_BANDS * i + phase] = kGain * phases[phase][i];
+    }
+}
+
 }  // namespace
 
 void AiPlcThreeBandAnalysisProc(const float *input, float *state, float *work, float *output,
@@ -49,16 +111,9 @@ void AiPlcThreeBandAnalysisProc(const float *input, float *state, float *work, f
     std::memcpy(state, work + samples, kTaps * sizeof(float));
 
     const size_t bandSamples = samples / AIPLC_BANDS;
-    for (size_t i = 0; i < bandSamples; ++i) {
-        const float *window = work + AIPLC_BANDS * i + AIPLC_BANDS;
-        for (size_t band = 0; band < AIPLC_BANDS; ++band) {
-            const auto &taps = aiplc::dsp::g_aiplcBandAnalysisCoeff[band];
-            float sum = 0.0F;
-            for (size_t j = 0; j < kTaps; ++j)
-                sum += taps[j] * window[j];
-            output[band * bandSamples + i] = sum;
-        }
-    }
+    for (size_t first = 0; first < bandSamples; first += kBlock)
+        AnalyseBlock(work + AIPLC_BANDS * (first + 1), output + first,
+                     std::min(kBlock, bandSamples - first), bandSamples);
 }
 
 void AiPlcThreeBandSynthesisProc(const float *input, float *state, float **bands, float *output,
@@ -72,21 +127,9 @@ void AiPlcThreeBandSynthesisProc(const float *input, float *state, float **bands
         std::memcpy(history, bands[band] + bandSamples, kBandTaps * sizeof(float));
     }
 
-    // Restores the gain that decimation by three takes away.
-    constexpr float kGain = 3.0F;
-    for (size_t i = 0; i < bandSamples; ++i) {
-        for (size_t phase = 0; phase < AIPLC_BANDS; ++phase) {
-            float sum = 0.0F;
-            for (size_t band = 0; band < AIPLC_BANDS; ++band) {
-                const float *taps =
-                    aiplc::dsp::g_aiplcBandSynthesisCoeff[band].data() + phase * kBandTaps;
-                const float *window = bands[band] + i + 1;
-                for (size_t j = 0; j < kBandTaps; ++j)
-                    sum += taps[j] * window[j];
-            }
-            output[AIPLC_BANDS * i + phase] = kGain * sum;
-        }
-    }
+    for (size_t first = 0; first < bandSamples; first += kBlock)
+        SynthesiseBlock({bands[0] + first + 1, bands[1] + first + 1, bands[2] + first + 1},
+                        output + AIPLC_BANDS * first, std::min(kBlock, bandSamples - first));
 }
 
 int32_t AiPlcThreeBandAnalysis(const float *input, float *output, float *state, int32_t length) {

@@ -7,7 +7,10 @@
 #include <cmath>
 #include <complex>
 #include <numeric>
+#include <random>
 #include <vector>
+
+#include "dsp/three_band_tables.h"
 
 namespace {
 
@@ -55,6 +58,31 @@ Floats PassThrough(Floats signal) {
     return signal;
 }
 
+// Full scale, nothing, what is too small for a normal float, and all between.
+Floats Extremes(size_t count, float scale = 1) {
+    std::minstd_rand random(static_cast<uint32_t>(count));
+    Floats values(count);
+    for (float &value : values) {
+        const auto draw = static_cast<float>(random() % 65536) - 32768.0F;
+        const float choices[] = {-32768.0F, 32767.0F, -0.0F, 1e-41F};
+        const size_t choice = random() % 8;
+        value = scale * (choice < 4 ? choices[choice] : draw);
+    }
+    return values;
+}
+
+// The definitions: one output after the other, each sum from its first term to its last.
+void FilterByDefinition(Samples &samples, Floats &state, const Floats &coeff) {
+    for (int16_t &sample : samples) {
+        state.insert(state.begin(), sample);
+        state.pop_back();
+        float sum = 0;
+        for (size_t k = 0; k < coeff.size(); ++k)
+            sum += state[k] * coeff[k];
+        AiPlcFloat2Short(&sum, &sample, 1);
+    }
+}
+
 }  // namespace
 
 TEST(SampleConversion, TruncatesTowardsZeroAndSaturates) {
@@ -78,6 +106,23 @@ TEST(Fir, GivesTheWorkedOutNumbersAndSaturates) {
     for (const float tap : g_aiplcLowPassCoeff16K)
         loud.push_back(tap < 0 ? -32768 : 32767);
     EXPECT_EQ(LowPass(loud)[30], 32767);
+}
+
+TEST(Fir, IsItsDefinitionBitForBit) {
+    for (const size_t taps : {1U, 2U, 31U, 91U, 128U, 129U}) {
+        for (const size_t length : {0U, 1U, 31U, 33U, 320U, 960U, 961U, 2000U}) {
+            Floats state = Extremes(taps), expectedState = state;
+            const Floats coeff = Extremes(taps, 1.0F / 65536);
+            Samples samples(length);
+            AiPlcFloat2Short(Extremes(length).data(), samples.data(), static_cast<int32_t>(length));
+            Samples expected = samples;
+            FilterByDefinition(expected, expectedState, coeff);
+            AiPlcFir(samples.data(), state.data(), coeff.data(), static_cast<int32_t>(length),
+                     static_cast<int32_t>(taps));
+            ASSERT_EQ(samples, expected) << taps << " taps, " << length << " samples";
+            ASSERT_EQ(state, expectedState) << taps << " taps, " << length << " samples";
+        }
+    }
 }
 
 TEST(FirTables, HaveTheirResponses) {
@@ -107,6 +152,42 @@ TEST(ThreeBand, ImpulsesReadTheTaps) {
     EXPECT_EQ(low[26], 3.0F * 0.121545419F);
     EXPECT_EQ(low[47], 3.0F * -0.000827039999F);
     EXPECT_EQ(low[48], 0);
+}
+
+TEST(ThreeBand, IsItsDefinitionBitForBit) {
+    using aiplc::dsp::g_aiplcBandAnalysisCoeff, aiplc::dsp::g_aiplcBandSynthesisCoeff;
+    for (const size_t count : {1U, 11U, 12U, 13U, 320U, 333U, 700U}) {  // samples of a band
+        const Floats input = Extremes(3 * count), before = Extremes(48);
+        Floats state = before, work(3 * count + 48), output(3 * count);
+        const auto length = static_cast<int32_t>(3 * count);
+        AiPlcThreeBandAnalysisProc(input.data(), state.data(), work.data(), output.data(), length);
+        Floats past = before;
+        past.insert(past.end(), input.begin(), input.end());
+        for (size_t i = 0; i < 3 * count; ++i) {
+            float sum = 0;
+            for (size_t j = 0; j < 48; ++j)
+                sum += g_aiplcBandAnalysisCoeff[i / count][j] * past[3 * (i % count) + 3 + j];
+            ASSERT_EQ(output[i], sum) << "analysis of " << count << ", " << i;
+        }
+
+        state = before;
+        Floats buffers[3];
+        float *bands[3];
+        for (size_t band = 0; band < 3; ++band) {
+            buffers[band].resize(count + 16);
+            bands[band] = buffers[band].data();
+        }
+        AiPlcThreeBandSynthesisProc(input.data(), state.data(), bands, output.data(), length);
+        for (size_t i = 0; i < 3 * count; ++i) {
+            float sum = 0;
+            for (size_t term = 0; term < 48; ++term) {
+                const size_t band = term / 16, j = i / 3 + 1 + term % 16;
+                sum += g_aiplcBandSynthesisCoeff[band][i % 3 * 16 + term % 16] *
+                       (j < 16 ? before[16 * band + j] : input[band * count + j - 16]);
+            }
+            ASSERT_EQ(output[i], 3.0F * sum) << "synthesis of " << count << ", " << i;
+        }
+    }
 }
 
 TEST(ThreeBand, BandsHaveTheirResponses) {
