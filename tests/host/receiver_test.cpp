@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
+#include <algorithm>
 #include <cstdlib>
 #include <random>
 #include <stdexcept>

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <limits>

@@ -3,6 +3,7 @@
 // aiplc_collect_windows: plays simulated calls and writes the windows that the library requests.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <map>
 #include <memory>
