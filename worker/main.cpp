@@ -14,7 +14,9 @@ namespace {
 int Serve() {
     const auto predictor = aiplc::worker::ChoosePredictor();
     aiplc::worker::Service service(*predictor);
-    const int result = service.Open() ? service.Run() : 1;
+    if (!service.Open()) return 1;
+    aiplc::platform::AskForRealTime();
+    const int result = service.Run();
     predictor->Report();
     return result;
 }

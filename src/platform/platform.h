@@ -108,6 +108,9 @@ void JoinAsServer();
 // Blocks until no host process holds an object of the namespace (true), or until it cannot be
 // told (false). Returns at once when there never was a host.
 bool WaitHostsGone();
+// Keeps what the process has mapped in memory, and runs the calling thread before all that is not
+// in a hurry, as far as the system grants it; threads that it starts run as others do.
+void AskForRealTime();
 
 }  // namespace aiplc::platform
 
