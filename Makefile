@@ -2,6 +2,7 @@
 # make demo   conceals a piece of speech at 20 % loss, into demo/
 # make compare-demo  the same speech at twelve losses, as tables and a page
 # make measure  the figures of a ten-minute call
+# make bench  what frames, kernels and requests cost: bench/README.md, as JSON in build/bench.json
 # make test   all tests: the page's in Chromium, the programs' in a Debug build with sanitizers and in the
 #             Release build
 # make train-data, loop-data, train, export, model-report   the neural model again; see docs/model.md
@@ -12,7 +13,7 @@ JOBS := $(shell nproc)
 BUILD = cmake --preset $(1) -G Ninja --log-level=WARNING -Wno-dev && cmake --build --preset $(1) -j $(JOBS)
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 
-.PHONY: all demo compare-demo measure test install format lint clean train-data loop-data train export \
+.PHONY: all demo compare-demo measure bench test install format lint clean train-data loop-data train export \
         model-report report report-test
 
 all:
@@ -32,6 +33,15 @@ measure: all
 	scripts/install-packages.sh measure
 	scripts/measure.sh build/release/bin/aiplc build/measure $(PACED)
 
+# Paced runs last ten seconds each; AIPLC_BENCH_PACED_FRAMES=30000 makes it ten minutes. FILTER picks
+# benchmarks by a regular expression: make bench FILTER=kernel
+FILTER ?= .
+bench:
+	scripts/install-packages.sh build bench
+	$(call BUILD,bench) --target aiplc_bench
+	build/bench/bin/aiplc_bench --benchmark_filter='$(FILTER)' --benchmark_counters_tabular \
+		--benchmark_out=build/bench.json
+
 test: report-test
 	scripts/install-packages.sh build test
 	$(call BUILD,debug)
@@ -49,9 +59,11 @@ format:
 	clang-format -i $(SOURCES)
 
 lint: all
-	scripts/install-packages.sh lint
+	scripts/install-packages.sh lint bench
 	clang-format --dry-run --Werror $(SOURCES)
-	git ls-files -z '*.cpp' | xargs -0 -n 1 -P $(JOBS) clang-tidy --quiet -p build/release
+	git ls-files -z '*.cpp' ':!bench' | xargs -0 -n 1 -P $(JOBS) clang-tidy --quiet -p build/release
+	cmake --preset bench -G Ninja --log-level=WARNING -Wno-dev
+	git ls-files -z 'bench/*.cpp' | xargs -0 -n 1 -P $(JOBS) clang-tidy --quiet -p build/bench
 
 # SPEECH and BACKGROUND are folders of recordings. LICENCES leaves all others out, such as
 # LICENCES=CC0-1.0,CC-BY-4.0. An interrupted make train goes on where it stopped; a new one can begin
