@@ -15,13 +15,9 @@ constexpr size_t kMostTaps = 128;
 // Outputs side by side: eight vectors of four hide the latency of the additions.
 constexpr size_t kWidth = 32;
 
-// The low-pass taps sum to 1.77 in magnitude, so a loud input can leave the range.
-int16_t ToOutput(float sum) {
-    return aiplc::dsp::TruncateToPcm(sum);
-}
-
 void FilterBlock(int16_t *data, float *state, const float *coeff, size_t length, size_t taps) {
     float line[kMostTaps + kBlock];  // oldest sample first
+    float result[kBlock];
     const size_t past = taps - 1;
     std::reverse_copy(state, state + past, line);
     float *newest = line + past;
@@ -29,8 +25,9 @@ void FilterBlock(int16_t *data, float *state, const float *coeff, size_t length,
     aiplc::dsp::InBlocks<kWidth>(length, [&](auto width, size_t first) {
         const auto sums = aiplc::dsp::InnerProducts<width, 1>(
             {coeff}, taps, [&](size_t term) { return newest + first - term; });
-        std::ranges::transform(sums[0], data + first, ToOutput);
+        std::ranges::copy(sums[0], result + first);
     });
+    aiplc::dsp::TruncateToPcm(result, data, length);
     const float *end = newest + length;
     std::reverse_copy(end - taps, end, state);
 }
@@ -42,7 +39,7 @@ void FilterSample(int16_t &sample, float *state, const float *coeff, int32_t tap
     float sum = 0.0F;
     for (int32_t k = 0; k < taps; ++k)
         sum += state[k] * coeff[k];
-    sample = ToOutput(sum);
+    sample = aiplc::dsp::TruncateToPcm(sum);
 }
 
 }  // namespace

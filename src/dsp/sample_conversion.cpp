@@ -12,8 +12,7 @@ void AiPlcShort2Float(const int16_t *input, float *output, int32_t count) {
 }
 
 void AiPlcFloat2Short(const float *input, int16_t *output, int32_t count) {
-    for (int32_t i = 0; i < count; ++i)
-        output[i] = aiplc::dsp::TruncateToPcm(input[i]);
+    if (count > 0) aiplc::dsp::TruncateToPcm(input, output, static_cast<size_t>(count));
 }
 
 void AiPlcSetZeros(int16_t *data, uint16_t count) {
