@@ -67,7 +67,8 @@ std::vector<CompareMethod> MakeMethods() {
     silent.codecConceals = false;
     host::ReceiverOptions neural = classic;
     neural.decoderComplexity = kNeuralComplexity;
-    host::ReceiverOptions withWorker = classic;
+    const bool hasNeural = HasNeuralConcealment();
+    host::ReceiverOptions withWorker = hasNeural ? neural : classic;  // as a host would have it
     withWorker.useWorker = true;
 
     std::vector<CompareMethod> methods;
@@ -75,11 +76,15 @@ std::vector<CompareMethod> MakeMethods() {
         {Id::silence, "silence", "Silence", "Nothing is played in place of a lost frame.", silent});
     methods.push_back(
         {Id::codec, "codec", "Codec", "The concealment of the Opus decoder.", classic});
-    if (HasNeuralConcealment()) {
+    if (hasNeural) {
         methods.push_back({Id::neural, "neural", "Neural codec",
                            "The neural concealment of the Opus decoder.", neural});
     }
-    methods.push_back({Id::aiplc, "aiplc", "aiplc", "This library with its worker.", withWorker});
+    methods.push_back({Id::aiplc, "aiplc", "aiplc",
+                       hasNeural ? "This library with its worker; what that leaves is concealed by "
+                                   "the decoder's network."
+                                 : "This library with its worker.",
+                       withWorker});
     methods.push_back({Id::ideal, "ideal", "No loss",
                        "The call as it sounds when every packet arrives in time.", classic});
     return methods;
