@@ -20,7 +20,9 @@ struct ReceiverOptions {
     bool useFec = true;           // recover from the redundancy of the packet after a loss
     bool useLatePackets = true;   // take packets that come up to 60 ms after their frame was due
     bool codecConceals = true;    // false: silence in place of what the codec would conceal
-    int decoderComplexity = 10;   // 0..10, for libopus versions whose decoder has the setting
+    // 0..10, of the decoder of libopus 1.5 and later. From 5 on it conceals with a network; from 6
+    // on it may also enhance what was received, which the worker's model has not been trained with.
+    int decoderComplexity = 5;
     // Takes the worker's place when not null; useWorker is then ignored. The caller's, and it
     // outlives the receiver. Only Process is called.
     AiplcAdapterInterface *adapter = nullptr;
