@@ -72,6 +72,7 @@ std::vector<CompareMethod> MakeMethods() {
     withWorker.useWorker = true;
 
     std::vector<CompareMethod> methods;
+    methods.reserve(5);
     methods.push_back(
         {Id::silence, "silence", "Silence", "Nothing is played in place of a lost frame.", silent});
     methods.push_back(
