@@ -13,24 +13,27 @@ constexpr char kUnit[] = "aiplc_process";
 constexpr std::ptrdiff_t kReserveBytes = 11520;  // six frames at 48 kHz
 constexpr uint32_t kFrameMs = 20;
 
-// Bytes from a position to the end of its area; negative when the position lies outside.
-std::ptrdiff_t BytesUntil(const uint8_t *position, const uint8_t *end) {
-    if (position == nullptr || end == nullptr) return -1;
-    return static_cast<std::ptrdiff_t>(reinterpret_cast<uintptr_t>(end) -
-                                       reinterpret_cast<uintptr_t>(position));
+// Bytes from a position to the end of the area; negative when the position lies outside.
+std::ptrdiff_t BytesLeft(const AiPlcHostStream &stream, const uint8_t *position) {
+    const auto at = reinterpret_cast<uintptr_t>(position);
+    const auto end = reinterpret_cast<uintptr_t>(stream.outEnd);
+    if (position == nullptr || at < reinterpret_cast<uintptr_t>(stream.outBase) || at > end) {
+        return -1;
+    }
+    return static_cast<std::ptrdiff_t>(end - at);
 }
 
 }  // namespace
 
 void CompactOutput(AiPlcHostStream &stream, uint32_t sampleRate) {
-    if (stream.outWrite == nullptr || BytesUntil(stream.outWrite, stream.outEnd) >= kReserveBytes) {
+    if (stream.outWrite == nullptr || BytesLeft(stream, stream.outWrite) >= kReserveBytes) {
         return;
     }
 
     const auto keep = static_cast<uint16_t>(stream.outPending + kFrameMs * (sampleRate / 1000));
     const std::ptrdiff_t keepBytes = std::ptrdiff_t{keep} * std::ptrdiff_t{sizeof(int16_t)};
-    const std::ptrdiff_t readable = BytesUntil(stream.outRead, stream.outEnd);
-    const std::ptrdiff_t area = BytesUntil(stream.outBase, stream.outEnd);
+    const std::ptrdiff_t readable = BytesLeft(stream, stream.outRead);
+    const std::ptrdiff_t area = BytesLeft(stream, stream.outBase);
     if (readable < 0 || keepBytes > area) {
         AudAiplcLog(kUnit, __LINE__, "output area too small to compact: %ld bytes, keeping %ld",
                     static_cast<long>(area), static_cast<long>(keepBytes));
@@ -44,7 +47,7 @@ void CompactOutput(AiPlcHostStream &stream, uint32_t sampleRate) {
 
 uint16_t AppendOutput(AiPlcHostStream &stream, const AiPlcPkt &node) {
     const std::ptrdiff_t bytes = std::ptrdiff_t{node.sampleCount} * std::ptrdiff_t{sizeof(int16_t)};
-    if (bytes > BytesUntil(stream.outWrite, stream.outEnd)) {
+    if (bytes > BytesLeft(stream, stream.outWrite)) {
         AudAiplcLog(kUnit, __LINE__, "frame dropped: no room for %u samples at outWrite",
                     unsigned{node.sampleCount});
         return 0;
