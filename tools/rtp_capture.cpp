@@ -141,22 +141,27 @@ StreamKey ChooseStream(const InputFile &input, const StreamChoice &choice, Strea
     return *best;
 }
 
-// Length of the call in 48 kHz samples: by its timestamps, or, when the sender's clock jumped, by
-// the time it took.
+// Length of the call in 48 kHz samples: by its timestamps, of which the first to arrive need not be
+// the earliest, or, when the sender's clock jumped, by the time it took. At least one packet is
+// Opus.
 int64_t CallSpan(const OpusCall &call, const std::string &file) {
     constexpr int64_t kBelievableDrift = int64_t{2} * kOpusClock;
     int64_t position = 0;
+    int64_t begin = 0;
     int64_t end = 0;
+    int64_t taken = 0;
     uint32_t previous = call.packets.front().timestamp;
     for (const CallPacket &packet : call.packets) {
         position += static_cast<int32_t>(packet.timestamp - previous);
         previous = packet.timestamp;
-        end = std::max(end, position + OpusPacketSamples(packet.payload));
+        const int64_t samples = OpusPacketSamples(packet.payload);
+        if (samples == 0) continue;
+        end = std::max(end, position + samples);
+        begin = std::min(begin, position);
+        taken = packet.arrivalUs * 48 / 1000 + samples;
     }
-    const CallPacket &last = call.packets.back();
-    const int64_t taken = last.arrivalUs * 48 / 1000 + OpusPacketSamples(last.payload);
-    const bool believable = std::abs(end - taken) <= kBelievableDrift;
-    const int64_t span = believable ? end : taken;
+    const bool believable = std::abs(end - begin - taken) <= kBelievableDrift;
+    const int64_t span = believable ? end - begin : taken;
     if (span > kMaxCallSeconds * kOpusClock) {
         throw Failure(file, "the stream lasts longer than 12 hours; give a shorter capture");
     }
