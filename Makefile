@@ -4,7 +4,8 @@
 # make measure  the figures of a ten-minute call
 # make bench  what frames, kernels and requests cost: bench/README.md, as JSON in build/bench.json
 # make test   all tests: the page's in Chromium, the programs' in a Debug build with sanitizers and in the
-#             Release build
+#             Release build, and a short run of each fuzzer
+# make fuzz   each fuzzer for FUZZ_SECONDS, see fuzz/README.md
 # make train-data, loop-data, train, export, model-report   the neural model again; see docs/model.md
 # make report, report-test  the page of aiplc compare, see report/README.md
 # Each target first installs the Debian or Ubuntu packages it lacks.
@@ -13,7 +14,7 @@ JOBS := $(shell nproc)
 BUILD = cmake --preset $(1) -G Ninja --log-level=WARNING -Wno-dev && cmake --build --preset $(1) -j $(JOBS)
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 
-.PHONY: all demo compare-demo measure bench test install format lint clean train-data loop-data train export \
+.PHONY: all demo compare-demo measure bench test fuzz install format lint clean train-data loop-data train export \
         model-report report report-test
 
 all:
@@ -46,8 +47,22 @@ test: report-test
 	scripts/install-packages.sh build test
 	$(call BUILD,debug)
 	ctest --test-dir build/debug -j $(JOBS) --output-on-failure --no-tests=error
+	scripts/install-packages.sh fuzz
+	$(call BUILD,fuzz)
+	ctest --test-dir build/fuzz -j $(JOBS) --output-on-failure --no-tests=error
 	$(call BUILD,release)
 	ctest --test-dir build/release -j $(JOBS) --output-on-failure --no-tests=error
+
+# Inputs that reach new code are kept in build/fuzz/found, one that fails in build/fuzz/failed-....
+FUZZ_SECONDS ?= 60
+fuzz:
+	scripts/install-packages.sh build fuzz
+	$(call BUILD,fuzz)
+	for fuzzer in $(patsubst fuzz/corpus/%,%,$(wildcard fuzz/corpus/*)); do \
+		mkdir -p build/fuzz/found/$$fuzzer && \
+		build/fuzz/bin/fuzz_$$fuzzer -max_total_time=$(FUZZ_SECONDS) -timeout=20 -print_final_stats=1 \
+			-artifact_prefix=build/fuzz/failed-$$fuzzer- build/fuzz/found/$$fuzzer fuzz/corpus/$$fuzzer || exit; \
+	done
 
 # PREFIX and DESTDIR as usual.
 PREFIX ?= /usr/local
@@ -59,11 +74,13 @@ format:
 	clang-format -i $(SOURCES)
 
 lint: all
-	scripts/install-packages.sh lint bench
+	scripts/install-packages.sh lint bench fuzz
 	clang-format --dry-run --Werror $(SOURCES)
-	git ls-files -z '*.cpp' ':!bench' | xargs -0 -n 1 -P $(JOBS) clang-tidy --quiet -p build/release
-	cmake --preset bench -G Ninja --log-level=WARNING -Wno-dev
-	git ls-files -z 'bench/*.cpp' | xargs -0 -n 1 -P $(JOBS) clang-tidy --quiet -p build/bench
+	git ls-files -z '*.cpp' ':!bench' ':!fuzz' | xargs -0 -n 1 -P $(JOBS) clang-tidy --quiet -p build/release
+	for part in bench fuzz; do \
+		cmake --preset $$part -G Ninja --log-level=WARNING -Wno-dev && \
+		git ls-files -z "$$part/*.cpp" | xargs -0 -n 1 -P $(JOBS) clang-tidy --quiet -p build/$$part || exit 1; \
+	done
 
 # SPEECH and BACKGROUND are folders of recordings. LICENCES leaves all others out, such as
 # LICENCES=CC0-1.0,CC-BY-4.0. An interrupted make train goes on where it stopped; a new one can begin

@@ -1,6 +1,6 @@
 #!/bin/sh
 # Installs the Debian or Ubuntu packages that the named groups need and that are missing.
-#     scripts/install-packages.sh build|test|bench|demo|measure|lint|training|report ...
+#     scripts/install-packages.sh build|test|bench|fuzz|demo|measure|lint|training|report ...
 # The one list of packages of the project.
 set -eu
 
@@ -11,6 +11,9 @@ packages() {
                  libhwy-dev zlib1g-dev" ;;
     test) echo "libgtest-dev libgmock-dev" ;;
     bench) echo "libbenchmark-dev" ;;
+    fuzz) # the run-time library is a package of its own, but in Ubuntu 22.04
+        echo "clang"
+        grep -qx 'VERSION_CODENAME=jammy' /etc/os-release || echo "libclang-rt-dev" ;;
     demo) echo "fillets-ng-data-nl" ;;
     measure) echo "fillets-ng-data-nl sox libsox-fmt-base" ;;
     lint) echo "clang-format clang-tidy" ;;
@@ -19,7 +22,8 @@ packages() {
         command -v npm >/dev/null || echo "nodejs npm"
         # Ubuntu has Chromium as a snap only, which not every machine can run.
         ! grep -qx 'ID=debian' /etc/os-release || echo "chromium" ;;
-    *) echo "install-packages.sh: unknown group '$1': use build, test, bench, demo, measure, lint, training or report" >&2
+    *) echo "install-packages.sh: unknown group '$1': use build, test, bench, fuzz, demo, measure, lint," \
+            "training or report" >&2
        exit 2 ;;
     esac
 }
