@@ -32,9 +32,10 @@ void WaitWhile(uint32_t &word, uint32_t value) {
         syscall(SYS_futex, &word, FUTEX_WAIT, value, nullptr, nullptr, 0);
 }
 
-void AnswerWord(uint32_t &word) {
+void AnswerWord(uint32_t &word, const std::function<void()> &work) {
     for (;;) {
         WaitWhile(word, kPong);
+        work();
         Set(word, kPong);
     }
 }
@@ -65,7 +66,8 @@ SharedWord::~SharedWord() {
     munmap(m_word, sizeof *m_word);
 }
 
-FutexPingPong::FutexPingPong() : m_peer([this] { AnswerWord(m_word.Word()); }) {}
+FutexPingPong::FutexPingPong(const std::function<void()> &work)
+    : m_peer([this, &work] { AnswerWord(m_word.Word(), work); }) {}
 
 void FutexPingPong::RoundTrip() {
     Set(m_word.Word(), kPing);

@@ -6,6 +6,7 @@
 #define AIPLC_BENCH_PING_PONG_H
 
 #include <cstdint>
+#include <functional>
 
 #include "peer.h"
 #include "service.h"
@@ -29,7 +30,8 @@ class SharedWord {
 // On a bare futex(2): two system calls a side.
 class FutexPingPong {
   public:
-    FutexPingPong();
+    // work is done in the other process, before each answer.
+    explicit FutexPingPong(const std::function<void()> &work = [] {});
     void RoundTrip();
 
   private:
