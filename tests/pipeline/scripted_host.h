@@ -17,8 +17,9 @@ using Samples = std::vector<int16_t>;
 // A host for tests: owns channel, record, packet area and output area, without any codec.
 class ScriptedHost {
   public:
-    explicit ScriptedHost(bool is48K = false) : m_frameSamples(is48K ? 960 : 320) {
-        AiPlcAsyncInit(&channel, 0);
+    explicit ScriptedHost(bool is48K = false, int16_t enable = 0)
+        : m_frameSamples(is48K ? 960 : 320) {
+        AiPlcAsyncInit(&channel, enable);
         channel.is48K = is48K ? 1 : 0;
         channel.frameSamples = m_frameSamples;
         stats.sampleRate = 50 * m_frameSamples;
@@ -32,7 +33,8 @@ class ScriptedHost {
     }
     ScriptedHost(ScriptedHost &&) = delete;
     ~ScriptedHost() {
-        channel.adapter = nullptr;
+        // The library deletes an adapter of its own only.
+        if (channel.sEnableAIPLC != 1) channel.adapter = nullptr;
         AiPlcAsyncDestroy(&channel);
     }
 
@@ -78,7 +80,7 @@ class ScriptedHost {
     };
 
   private:
-    inline static ScriptedHost *current = nullptr;
+    inline static thread_local ScriptedHost *current = nullptr;
     uint32_t m_frameSamples;
     std::vector<uint8_t> m_area = std::vector<uint8_t>(30720);  // 16 frames of 960
 };
