@@ -6,6 +6,10 @@
 # make test   all tests: the page's in Chromium, the programs' in a Debug build with sanitizers and in the
 #             Release build, and a short run of each fuzzer
 # make fuzz   each fuzzer for FUZZ_SECONDS, see fuzz/README.md
+# make long-run  a day of calls at full speed; memory and descriptors must not grow
+# make threads   the tests of several threads and processes under ThreadSanitizer
+# make valgrind  the library's tests under Valgrind
+# make coverage  which lines and branches of src/ the tests reach, also in build/coverage/report.html
 # make train-data, loop-data, train, export, model-report   the neural model again; see docs/model.md
 # make report, report-test  the page of aiplc compare, see report/README.md
 # Each target first installs the Debian or Ubuntu packages it lacks.
@@ -14,7 +18,7 @@ JOBS := $(shell nproc)
 BUILD = cmake --preset $(1) -G Ninja --log-level=WARNING -Wno-dev && cmake --build --preset $(1) -j $(JOBS)
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 
-.PHONY: all demo compare-demo measure bench test fuzz install format lint clean train-data loop-data train export \
+.PHONY: all demo compare-demo measure bench test fuzz long-run threads valgrind coverage install format lint clean train-data loop-data train export \
         model-report report report-test
 
 all:
@@ -63,6 +67,34 @@ fuzz:
 		build/fuzz/bin/fuzz_$$fuzzer -max_total_time=$(FUZZ_SECONDS) -timeout=20 -print_final_stats=1 \
 			-artifact_prefix=build/fuzz/failed-$$fuzzer- build/fuzz/found/$$fuzzer fuzz/corpus/$$fuzzer || exit; \
 	done
+
+# With MODEL=autoregressive, the predictor that needs no network, four minutes instead of half an hour.
+HOURS ?= 24
+MODEL ?=
+long-run: all
+	AIPLC_NAMESPACE=long-run AIPLC_MODEL=$(MODEL) build/release/bin/long_run $(HOURS)
+
+# ThreadSanitizer does not know pthread_mutex_clocklock, so that mutexes taken in time look free to it.
+threads:
+	scripts/install-packages.sh build test
+	$(call BUILD,threads)
+	AIPLC_MODEL=autoregressive TSAN_OPTIONS='halt_on_error=1 report_mutex_bugs=0' ctest --test-dir build/threads -j $(JOBS) --output-on-failure --no-tests=error \
+		-R '^(Threads|Event|Mutex|NamedObject|Process|Wait|Protocol|Service|JobPool)'
+
+valgrind: all
+	scripts/install-packages.sh valgrind
+	for tests in pipeline dsp infer adapter protocol threads; do \
+		AIPLC_MODEL=autoregressive valgrind -q --leak-check=full --child-silent-after-fork=yes \
+			--error-exitcode=1 build/release/bin/$${tests}_test --gtest_brief=1 || exit; \
+	done
+
+coverage:
+	scripts/install-packages.sh build test coverage
+	$(call BUILD,coverage)
+	find build/coverage -name '*.gcda' -delete
+	ctest --test-dir build/coverage -j $(JOBS) --output-on-failure --no-tests=error
+	gcovr --root . --filter src/ --exclude-throw-branches --html-details build/coverage/report.html \
+		--print-summary build/coverage | tee build/coverage/summary.txt
 
 # PREFIX and DESTDIR as usual.
 PREFIX ?= /usr/local

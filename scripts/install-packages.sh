@@ -1,6 +1,6 @@
 #!/bin/sh
 # Installs the Debian or Ubuntu packages that the named groups need and that are missing.
-#     scripts/install-packages.sh build|test|bench|fuzz|demo|measure|lint|training|report ...
+#     scripts/install-packages.sh build|test|bench|fuzz|coverage|valgrind|demo|measure|lint|training|report ...
 # The one list of packages of the project.
 set -eu
 
@@ -14,6 +14,8 @@ packages() {
     fuzz) # the run-time library is a package of its own, but in Ubuntu 22.04
         echo "clang"
         grep -qx 'VERSION_CODENAME=jammy' /etc/os-release || echo "libclang-rt-dev" ;;
+    coverage) echo "gcovr" ;;
+    valgrind) echo "valgrind" ;;
     demo) echo "fillets-ng-data-nl" ;;
     measure) echo "fillets-ng-data-nl sox libsox-fmt-base" ;;
     lint) echo "clang-format clang-tidy" ;;
@@ -22,8 +24,8 @@ packages() {
         command -v npm >/dev/null || echo "nodejs npm"
         # Ubuntu has Chromium as a snap only, which not every machine can run.
         ! grep -qx 'ID=debian' /etc/os-release || echo "chromium" ;;
-    *) echo "install-packages.sh: unknown group '$1': use build, test, bench, fuzz, demo, measure, lint," \
-            "training or report" >&2
+    *) echo "install-packages.sh: unknown group '$1': use build, test, bench, fuzz, coverage, valgrind," \
+            "demo, measure, lint, training or report" >&2
        exit 2 ;;
     esac
 }

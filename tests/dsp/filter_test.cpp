@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <complex>
+#include <cstdlib>
 #include <numeric>
 #include <random>
 #include <vector>
@@ -220,6 +221,25 @@ TEST(ThreeBand, AnalysisAndSynthesisDelayBy44Samples) {
     const auto [least, most] = std::minmax_element(constant.end() - 3, constant.end());
     EXPECT_EQ(std::lround(*least), 9346);
     EXPECT_EQ(std::lround(*most), 9384);
+}
+
+TEST(FloatTable, IsCheckedAndFreedUpToItsCount) {
+    const auto buffer = [] { return static_cast<float *>(std::calloc(4, sizeof(float))); };
+    float *table[] = {buffer(), nullptr, buffer()};
+    EXPECT_EQ(AiPlcCheckFloatMem(table, 1), 0);
+    EXPECT_EQ(AiPlcCheckFloatMem(table, 3), -1);
+    EXPECT_EQ(AiPlcCheckFloatMem(table, -1), 0);
+    EXPECT_EQ(AiPlcCheckFloatMem(nullptr, 0), -1);
+    AiPlcFreeFloatMem(nullptr, 3);
+    AiPlcFreeFloatMem(table, 2);
+    EXPECT_EQ(table[0], nullptr);
+    EXPECT_NE(table[2], nullptr) << "behind the count";
+    AiPlcFreeFloatMem(table, 3);
+    AiPlcFreeFloatMem(table, 3);
+    EXPECT_EQ(table[2], nullptr);
+    int16_t samples[] = {1, 2, 3};
+    AiPlcSetZeros(samples, 2);
+    EXPECT_EQ(samples[1] + samples[2], 3);
 }
 
 TEST(ThreeBand, StateHoldsTheNewestSamplesForAnyLength) {
