@@ -144,8 +144,10 @@ loop-data: all
 
 train:
 	scripts/install-packages.sh training
-	$(PYTHON) training/train.py $(WINDOWS) --out $(RUN) --steps $(STEPS) \
-		--adversarial-from $(ADVERSARIAL_FROM) $(if $(START),--start $(START))
+	mkdir -p $(RUN) && rm -f $(RUN)/peers
+	seq 0 $$(($(JOBS) - 1)) | xargs -P $(JOBS) -I PEER $(PYTHON) training/train.py $(WINDOWS) --out $(RUN) \
+		--steps $(STEPS) --adversarial-from $(ADVERSARIAL_FROM) $(if $(START),--start $(START)) \
+		--peers $(JOBS) --peer PEER --threads 1
 
 export:
 	scripts/install-packages.sh training

@@ -26,7 +26,7 @@ constexpr size_t kCheckedFrom = 20;
 // A sound file with all weights 1, which the input then spoils.
 class Builder {
   public:
-    Builder(uint32_t channels, uint32_t blocks) {
+    Builder(uint32_t channels, uint32_t blocks, uint32_t layers) {
         Put(std::string_view("AIPLCNN1"));
         for (const uint32_t field : {Model::kVersion, 0U, 0U, 0U})
             Put(field);
@@ -38,6 +38,9 @@ class Builder {
         Add("act.weight", {channels});
         Add("leave.bias", {aiplc::worker::kOutputs});
         Add("leave.weight", {aiplc::worker::kOutputs, channels, 1});
+        Add("context.bias", {aiplc::worker::kContext * aiplc::worker::kBands});
+        Add("context.weight", {aiplc::worker::kContext * aiplc::worker::kBands, channels, 1});
+        AddRefiner(channels, layers);
         std::memcpy(&file[kCountAt], &m_count, sizeof m_count);
     }
 
@@ -72,13 +75,28 @@ class Builder {
         Add(name + "mix.bias", {channels});
         Add(name + "mix.weight", {channels, channels, 1});
     }
+    void AddRefiner(uint32_t channels, uint32_t layers) {
+        Add("refiner.dilations", {layers});
+        Add("refiner.enter.bias", {channels});
+        Add("refiner.enter.weight", {channels, aiplc::worker::kRefinerInputs, 1, 1});
+        for (uint32_t i = 0; i < layers; ++i) {
+            const std::string name = "refiner.layers." + std::to_string(i) + '.';
+            Add(name + "act.weight", {channels});
+            Add(name + "conv.bias", {channels});
+            Add(name + "conv.weight", {channels, channels, 3, 3});
+        }
+        Add("refiner.act.weight", {channels});
+        Add("refiner.leave.bias", {aiplc::worker::kRefinerOutputs});
+        Add("refiner.leave.weight", {aiplc::worker::kRefinerOutputs, channels, 1, 1});
+    }
 
     uint32_t m_count = 0;
 };
 
 std::vector<uint8_t> SpoiledModel(FuzzedDataProvider &data) {
     const auto channels = data.ConsumeIntegralInRange<uint32_t>(15, 18);
-    auto file = Builder(channels, data.ConsumeIntegralInRange<uint32_t>(0, 2)).file;
+    const auto blocks = data.ConsumeIntegralInRange<uint32_t>(0, 2);
+    auto file = Builder(channels, blocks, data.ConsumeIntegralInRange<uint32_t>(0, 2)).file;
     while (data.remaining_bytes() > 0) {
         const auto at = data.ConsumeIntegralInRange<size_t>(0, file.size() - 1);
         file[at] = data.ConsumeIntegral<uint8_t>();

@@ -7,7 +7,8 @@
 
 Both are files of weight_file.py. Besides the weights, the first holds the dilations of the blocks.
 The vectors hold window (N x 2560), signals (N x 6 x 1920) and answer (N x 1920) and, for window 0,
-what comes out of each layer in float32: features, enter, block0.., leave.
+what comes out of each layer in float32: features, enter, block0.., leave; of the second stage its
+features (BINS x inputs x SPECTRA) and, for four bins, layer0.. and leave.
 """
 import argparse
 
@@ -16,6 +17,7 @@ import torch
 
 import evaluate
 import model as models
+import refiner
 import weight_file
 import windows
 
@@ -23,14 +25,22 @@ import windows
 def weights_of(net):
     tensors = {name: value.numpy().astype("<f4") for name, value in net.state_dict().items()}
     tensors["dilations"] = np.array(net.shape["dilations"], "<f4")
+    tensors["refiner.dilations"] = np.array(
+        [layer.conv.dilation[0] for layer in net.refiner.layers], "<f4")
     return tensors
+
+
+def chosen_bins(picture):
+    """(channels, BINS, SPECTRA) to (4, channels, spectra from refiner.FIRST on)."""
+    return picture[:, [0, 5, 38, refiner.BINS - 1], refiner.FIRST:].transpose(0, 1)
 
 
 def layers_of(net, record):
     """What each layer makes of one record, by name."""
     seen = {}
-    modules = {"enter": net.enter, "leave": net.leave,
-               **{f"block{i}": b for i, b in enumerate(net.blocks)}}
+    modules = {"enter": net.enter, "leave": net.leave, "refiner": net.refiner,
+               **{f"block{i}": b for i, b in enumerate(net.blocks)},
+               **{f"layer{i}": b for i, b in enumerate(net.refiner.layers)}}
     hooks = [module.register_forward_hook(
         lambda _, inputs, output, name=name: seen.update({name: (inputs[0][0], output[0])}))
         for name, module in modules.items()]
@@ -38,7 +48,11 @@ def layers_of(net, record):
     for hook in hooks:
         hook.remove()
     layers = {"features": seen["enter"][0], **{name: out for name, (_, out) in seen.items()}}
-    return {name: value.numpy().astype("<f4") for name, value in layers.items()}
+    layers["refiner.features"] = seen["refiner"][0].transpose(0, 1)
+    for name in [n for n in layers if n.startswith("layer")]:
+        layers["refiner." + name] = chosen_bins(layers.pop(name))
+    layers["refiner.leave"] = chosen_bins(layers.pop("refiner"))
+    return {name: value.contiguous().numpy().astype("<f4") for name, value in layers.items()}
 
 
 def choose(maps, count):
@@ -56,7 +70,7 @@ def main():
     a.add_argument("--valid", required=True)
     a.add_argument("--weights", required=True)
     a.add_argument("--vectors", required=True)
-    a.add_argument("--version", type=int, default=1)
+    a.add_argument("--version", type=int, default=2)
     a = a.parse_args()
     torch.set_num_threads(1)
     net = evaluate.load(a.model)

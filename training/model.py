@@ -14,6 +14,7 @@ import torch
 from torch import nn
 from torch.nn import functional as F
 
+import refiner
 import windows
 
 SIZE = 320              # samples of a spectrum; Hann window for analysis and synthesis
@@ -31,7 +32,7 @@ OUTPUTS = 2 * BINS + 2 * OTHERS * BANDS + BANDS
 QUIETEST = 4.0          # 16-bit steps: windows below it are not scaled up further
 LEAST_POWER = 1e-7      # relative to the window's
 RAMP = 64               # samples over which the change sets in
-BURST_SHARE = 0.5       # of the change where the hole has no far side; all of it in training
+BURST_SHARE = 0.65      # of the change where the hole has no far side; all of it in training
 NOISE_AT_START = -2.0   # softplus of it is the share of noise before training
 
 
@@ -77,6 +78,11 @@ def bridge(levels, opened, ended):
     return torch.where(inside[:, None], line, levels)
 
 
+def at_spectra(mask):
+    """(N, 1, SPECTRA) mean of a mask (N, SEEN) over 80 samples round each centre."""
+    return F.avg_pool1d(F.pad(mask, (HOP // 2, HOP // 2))[:, None], HOP)
+
+
 def apply_bands(weights, x):
     """weights (OUT, IN) over the second of x's three dimensions."""
     return F.conv1d(x, weights[:, :, None])
@@ -111,6 +117,8 @@ class Concealer(nn.Module):
         self.leave = nn.Conv1d(channels, OUTPUTS, 1)
         nn.init.normal_(self.leave.weight, std=1e-3)
         nn.init.zeros_(self.leave.bias)
+        self.context = nn.Conv1d(channels, refiner.CONTEXT * BANDS, 1)
+        self.refiner = refiner.Refiner(SIGNALS)
 
     def features(self, x, scale, spectra):
         """(N, INPUTS, SPECTRA) and the noise's levels (N, BANDS, SPECTRA), natural log of power."""
@@ -129,14 +137,35 @@ class Concealer(nn.Module):
         phases = cross.unflatten(1, (2, OTHERS)) / root[:, None]
         noise_level = bridge(levels[:, 0], x["opens"], x["ends"])
 
-        def at_spectra(mask):  # mean of a mask over 80 samples round each centre
-            return F.avg_pool1d(F.pad(mask, (HOP // 2, HOP // 2))[:, None], HOP)
-
         level = (0.1 * torch.log(scale / 1000))[:, :, None].expand(-1, 1, SPECTRA)
         bin_levels = torch.log(power[:, 0] + LEAST_POWER)
         return torch.cat([0.2 * bin_levels + 1, 0.2 * levels[:, 1:].flatten(1, 2) + 1,
                           0.2 * noise_level + 1, phases.flatten(1, 3), at_spectra(x["missing"]),
                           at_spectra(x["open"]), level], 1), noise_level
+
+    def refine(self, x, y, spectra, noise, noise_level, change_re, change_im):
+        """What the second stage adds to the change, real and imaginary part."""
+        count, bins = len(y), refiner.BINS
+        opened = at_spectra(x["open"])
+        re, im = spectra.real[:, :, :bins], spectra.imag[:, :, :bins]
+        noise, change_re, change_im = noise[:, :bins], change_re[:, :bins], change_im[:, :bins]
+        to_bins = lambda bands: apply_bands(self.bands.T[:bins], bands)
+        noise_bins = to_bins(noise_level)
+        context = to_bins(self.context(y).unflatten(1, (refiner.CONTEXT, BANDS)).flatten(0, 1))
+        context = context.unflatten(0, (count, refiner.CONTEXT))
+        answer_re = re[:, 0] + opened * change_re
+        answer_im = im[:, 0] + opened * change_im
+        features = self.refiner.features((answer_re, answer_im), (re, im), noise_bins,
+                                         at_spectra(x["missing"])[:, 0], opened[:, 0])
+        take = self.refiner(torch.cat([features, context], 1))
+        all_re = torch.cat([answer_re[:, None], re], 1)
+        all_im = torch.cat([answer_im[:, None], im], 1)
+        gain_re, gain_im, noise_take = take.split([SIGNALS + 1, SIGNALS + 1, 1], 1)
+        noise_take = noise_take[:, 0] * torch.exp(noise_bins / 2)
+        more_re = (gain_re * all_re - gain_im * all_im).sum(1) + noise_take * noise.real
+        more_im = (gain_re * all_im + gain_im * all_re).sum(1) + noise_take * noise.imag
+        above = (0, 0, 0, BINS - bins)
+        return F.pad(more_re, above), F.pad(more_im, above)
 
     def forward(self, x):
         """x: windows.inputs. Returns (N, SEEN) in 16-bit steps, not rounded or limited."""
@@ -160,6 +189,9 @@ class Concealer(nn.Module):
         re, im = spectra.real, spectra.imag
         change_re = (gain_re * re - gain_im * im).sum(1) + per_bin[:, -1] * noise.real
         change_im = (gain_re * im + gain_im * re).sum(1) + per_bin[:, -1] * noise.imag
+        more_re, more_im = self.refine(x, self.act(y), spectra, noise, noise_level,
+                                       change_re, change_im)
+        change_re, change_im = change_re + more_re, change_im + more_im
         ramp = ((torch.arange(SEEN, device=scale.device)[None, :] - x["opens"][:, None] + 1)
                 / RAMP).clamp(0, 1)
         change = synthesise(torch.complex(change_re, change_im))
@@ -170,7 +202,10 @@ class Concealer(nn.Module):
 
 def multiply_adds(model):
     """Multiply-adds of the convolutions for one window."""
-    return sum(m.weight.numel() * SPECTRA for m in model.modules() if isinstance(m, nn.Conv1d))
+    both = sum(m.weight.numel() * SPECTRA for m in model.modules() if isinstance(m, nn.Conv1d))
+    spectra = SPECTRA - refiner.FIRST
+    return both + sum(m.weight.numel() * refiner.BINS * spectra for m in model.refiner.modules()
+                      if isinstance(m, nn.Conv2d))
 
 
 def parameters(model):

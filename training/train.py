@@ -17,6 +17,7 @@ import time
 
 import numpy as np
 import torch
+import torch.distributed
 
 import discriminators
 import evaluate
@@ -44,6 +45,10 @@ def arguments():
     a.add_argument("--jury-rate", type=float, default=5e-4)
     a.add_argument("--seed", type=int, default=1)
     a.add_argument("--threads", type=int, default=os.cpu_count())
+    a.add_argument("--peers", type=int, default=1, help="processes that train together")
+    a.add_argument("--peer", type=int, default=0, help="this one's number; 0 writes the run")
+    a.add_argument("--second-stage-rate", type=float, default=1.0,
+                   help="learning rate of the second stage, relative to RATE")
     a.add_argument("--report", type=int, default=100, help="steps between lines of the log")
     a.add_argument("--validate", type=int, default=1000,
                    help="steps between validations, a multiple of REPORT")
@@ -52,16 +57,50 @@ def arguments():
     return a.parse_args()
 
 
+class Peers:
+    """Processes that each train on batches of their own and take the mean of their weights every
+    EVERY steps (local SGD: S. U. Stich, ICLR 2019)."""
+
+    EVERY = 20
+
+    def __init__(self, args):
+        self.count = args.peers
+        if self.count == 1:
+            return
+        os.environ.setdefault("GLOO_SOCKET_IFNAME", "lo")
+        meeting = os.path.join(os.path.abspath(args.out), "peers")
+        torch.distributed.init_process_group("gloo", init_method=f"file://{meeting}",
+                                             rank=args.peer, world_size=self.count)
+
+    def agree(self, run, stops):
+        """Whether any of them stops; all have the same weights then."""
+        if self.count == 1:
+            return stops
+        if run.step % self.EVERY != 0:
+            return False
+        values = [p.data for m in (run.net, run.jury) for p in m.parameters()]
+        flat = torch.cat([v.flatten() for v in values] + [torch.tensor([float(stops)])])
+        torch.distributed.all_reduce(flat)
+        for value, mean in zip(values, flat.split([v.numel() for v in values] + [1])):
+            value.copy_(mean.view_as(value) / self.count)
+        return flat[-1] > 0
+
+
 class Run:
     """Everything that a checkpoint holds."""
 
     MEAN_OVER = 1000    # steps of the running mean of the weights
+    UNHEARD = 300       # steps that the jury trains before the network is told its verdict
 
     def __init__(self, args, device):
         self.args, self.device, self.step = args, device, 0
         self.net = models.Concealer(args.channels).to(device)
         self.jury = discriminators.Jury().to(device)
-        self.optimiser = torch.optim.AdamW(self.net.parameters(), args.rate, weight_decay=0.01)
+        second = {id(p) for m in (self.net.refiner, self.net.context) for p in m.parameters()}
+        self.optimiser = torch.optim.AdamW(
+            [{"params": [p for p in self.net.parameters() if (id(p) in second) == is_second],
+              "relative": args.second_stage_rate if is_second else 1.0}
+             for is_second in (False, True)], args.rate, weight_decay=0.01)
         self.jury_optimiser = torch.optim.AdamW(self.jury.parameters(), args.jury_rate, (0.5, 0.9))
         self.path = os.path.join(args.out, "last.pt")
         if args.start:
@@ -91,7 +130,7 @@ class Run:
     def advance(self, batch):
         """One step; returns the loss and its adversarial part."""
         for group in self.optimiser.param_groups:
-            group["lr"] = self.learning_rate()
+            group["lr"] = self.learning_rate() * group["relative"]
         answer = self.net(batch)
         value = losses.loss(answer, batch, self.args.loss)
         adversarial = torch.zeros(())
@@ -120,7 +159,9 @@ class Run:
         told = self.jury(made, opened)
         for p in self.jury.parameters():
             p.requires_grad_(True)
-        weights = self.args.adversarial
+        # A jury that knows nothing yet has no say.
+        known = self.step >= self.args.adversarial_from + self.UNHEARD
+        weights = [w * known for w in self.args.adversarial]
         return (weights[0] * discriminators.adversarial_loss(told, opened)
                 + weights[1] * discriminators.matching_loss(seen, told))
 
@@ -146,33 +187,39 @@ def main():
     torch.manual_seed(args.seed)
     device = torch.device("cuda" if torch.cuda.is_available() else "cpu")
     os.makedirs(args.out, exist_ok=True)
+    peers = Peers(args)
     run = Run(args, device)
     valid = windows.open_windows(args.valid)
-    log = open(os.path.join(args.out, "log.tsv"), "a", buffering=1)
+    is_first = args.peer == 0
+    log = open(os.path.join(args.out, "log.tsv") if is_first else os.devnull, "a", buffering=1)
     if log.tell() == 0:
         print("step", "seconds", "windows", "rate", "loss", "adversarial", "valid",
               *(f"mode{m}" for m in range(1, 6)), sep="\t", file=log)
     started = saved = time.monotonic()
     recent = []
-    while run.step < args.steps and time.monotonic() - started < 60 * args.max_minutes:
+    while run.step < args.steps:
+        if peers.agree(run, time.monotonic() - started > 60 * args.max_minutes):
+            break
         if run.step % 200 == 0 or not recent:
             train = windows.open_windows(args.train)
             total = sum(len(m) for m in train)
-        random = np.random.RandomState((args.seed * 1000003 + run.step) % 2**32)
+        seed = args.seed * 1000003 + args.peer * 500009 + run.step
+        random = np.random.RandomState(seed % 2**32)
         recent.append(run.advance(
             run.load_batch(windows.gather(train, random.randint(0, total, args.batch)))))
         if run.step % args.report == 0:
             row = [run.step, f"{time.monotonic() - started:.0f}", total,
                    f"{run.learning_rate():.2e}", *(f"{v:.4f}" for v in np.mean(recent, axis=0))]
             recent = []
-            if run.step % args.validate == 0:
+            if is_first and run.step % args.validate == 0:
                 overall, modes = run.validate(valid)
                 row += [f"{overall:.4f}", *(f"{v:.4f}" for v in modes.values())]
             print(*row, sep="\t", file=log)
-        if time.monotonic() - saved > 60 * args.save_minutes:
+        if is_first and time.monotonic() - saved > 60 * args.save_minutes:
             run.save()
             saved = time.monotonic()
-    run.save()
+    if is_first:
+        run.save()
 
 
 if __name__ == "__main__":

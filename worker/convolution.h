@@ -40,6 +40,14 @@ enum class Onto { bias, sum };
 // values. out has Padded(outputs) rows.
 void Convolve(const Convolution &convolution, Channels in, size_t dilation, Onto onto,
               std::span<Row> out) noexcept;
+// The same for the second half of the columns only.
+void ConvolveHalf(const Convolution &convolution, Channels in, size_t dilation, Onto onto,
+                  std::span<Row> out) noexcept;
+
+// A PReLU of the first columns of the rows, by channel. The channels of out lie stride floats
+// apart; out may be the rows themselves.
+void Activate(std::span<const Row> rows, const float *slopes, float *out, size_t stride,
+              size_t columns) noexcept;
 
 }  // namespace aiplc::worker
 

@@ -4,6 +4,8 @@
 
 #include <cmath>
 
+#include "row_arithmetic.h"
+
 namespace aiplc::worker {
 
 namespace {
@@ -12,22 +14,6 @@ constexpr float kNoiseOffset = -2;  // of the noise's gain before softplus
 
 float Softplus(float x) {
     return x > 20 ? x : std::log1p(std::exp(x));
-}
-
-// Adds (gainRe + i gainIm) * (re + i im).
-void AddProduct(const Row &gainRe, const Row &gainIm, const Row &re, const Row &im, Row &sumRe,
-                Row &sumIm) {
-    for (size_t i = 0; i < kColumns; ++i) {
-        sumRe.at[i] += gainRe.at[i] * re.at[i] - gainIm.at[i] * im.at[i];
-        sumIm.at[i] += gainRe.at[i] * im.at[i] + gainIm.at[i] * re.at[i];
-    }
-}
-
-Row Between(const Row &lower, const Row &upper, float share) {
-    Row between{};
-    for (size_t i = 0; i < kColumns; ++i)
-        between.at[i] = lower.at[i] + share * (upper.at[i] - lower.at[i]);
-    return between;
 }
 
 }  // namespace

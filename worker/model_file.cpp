@@ -17,6 +17,9 @@ using Shape = std::vector<uint32_t>;
 
 constexpr uint32_t kFirstOutputs = kOutputs;
 constexpr uint32_t kFirstInputs = kInputs;
+constexpr uint32_t kFirstContext = kContext * kBands;
+constexpr uint32_t kSecondInputs = kRefinerInputs;
+constexpr uint32_t kSecondOutputs = kRefinerOutputs;
 
 std::string Text(const Shape &shape) {
     std::string text;
@@ -39,11 +42,21 @@ class ModelBuilder {
 
   private:
     bool ReadShape(Model &model);
+    uint32_t TakeChannels(const std::string &name, uint32_t most);
     std::vector<float> Take(const std::string &name, const Shape &expected);
     size_t Append(std::span<const float> values, size_t padded);
     size_t TakeSlopes(const std::string &name, uint32_t channels);
+    std::vector<size_t> TakeDilations(const std::string &name, uint32_t mostCount,
+                                      uint32_t mostDilation);
     void TakeConvolution(const std::string &name, uint32_t outputs, uint32_t inputs, uint32_t taps,
                          Convolution &convolution);
+    // Of one bin.
+    void TakePoint(const std::string &name, uint32_t outputs, uint32_t inputs,
+                   Convolution &convolution);
+    void TakeLayer(const std::string &name, uint32_t channels, Model::Layer &layer);
+    void Pack(std::span<const float> bias, std::span<const float> weights, uint32_t taps,
+              Convolution &convolution);
+    void TakeRefiner(Model &model);
     void Place(Model &model);
     void Fail(const std::string &what) {
         if (fault.empty()) fault = what;
@@ -51,10 +64,10 @@ class ModelBuilder {
 
     const TensorFile &m_file;
     uint32_t m_channels = 0;
+    uint32_t m_refinerChannels = 0;
     std::vector<float> m_weights;
     // Where in m_weights what these point to begins.
     std::vector<std::pair<const float **, size_t>> m_places;
-    size_t m_parameters = 0;
 };
 
 std::unique_ptr<Model> ModelBuilder::Build() {
@@ -72,46 +85,64 @@ std::unique_ptr<Model> ModelBuilder::Build() {
     }
     m_places.emplace_back(&model->slopes, TakeSlopes("act.weight", channels));
     TakeConvolution("leave", kFirstOutputs, channels, 1, model->leave);
+    TakeConvolution("context", kFirstContext, channels, 1, model->context);
+    TakeRefiner(*model);
     if (!fault.empty()) return nullptr;
     Place(*model);
     return model;
 }
 
-// What the file is free to choose: the number of channels, the blocks and their dilations.
+// What the file is free to choose: the numbers of channels, the blocks and layers, their dilations.
 bool ModelBuilder::ReadShape(Model &model) {
     if (m_file.Version() != Model::kVersion) {
         Fail("is of version " + std::to_string(m_file.Version()) +
              " of the model; this worker needs " + std::to_string(Model::kVersion));
         return false;
     }
-    const Tensor *const enter = m_file.Find("enter.bias");
-    m_channels = enter != nullptr && enter->shape.size() == 1 ? enter->shape[0] : 0;
-    if (m_channels < Model::kLeastChannels || m_channels > Model::kMostChannels) {
-        Fail("has " + std::to_string(m_channels) + " channels (enter.bias); it should have " +
-             std::to_string(Model::kLeastChannels) + " to " + std::to_string(Model::kMostChannels));
-        return false;
-    }
-    const Tensor *const dilations = m_file.Find("dilations");
-    const uint32_t count =
-        dilations != nullptr && dilations->shape.size() == 1 ? dilations->shape[0] : 0;
-    if (count < 1 || count > Model::kMostBlocks) {
-        Fail("has " + std::to_string(count) + " blocks (dilations); it should have 1 to " +
-             std::to_string(Model::kMostBlocks));
-        return false;
-    }
-    for (const float dilation : Take("dilations", {count})) {
-        if (!(dilation >= 1 && dilation <= Model::kMostDilation &&
-              dilation == std::floor(dilation)))
-            Fail("has a dilation of " + std::to_string(dilation) + "; they should be whole, 1 to " +
-                 std::to_string(Model::kMostDilation));
-        else
-            model.blocks.emplace_back().dilation = static_cast<size_t>(dilation);
-    }
-    const size_t tensors = 6 + 6 * size_t{count};
+    m_channels = TakeChannels("enter.bias", Model::kMostChannels);
+    m_refinerChannels = TakeChannels("refiner.enter.bias", Model::kMostRefinerChannels);
+    for (const size_t d : TakeDilations("dilations", Model::kMostBlocks, Model::kMostDilation))
+        model.blocks.emplace_back().dilation = d;
+    for (const size_t d :
+         TakeDilations("refiner.dilations", Model::kMostLayers, Model::kMostLayerDilation))
+        model.layers.emplace_back().dilation = d;
+    const size_t tensors = 14 + 6 * model.blocks.size() + 3 * model.layers.size();
     if (m_file.Tensors().size() != tensors)
         Fail("has " + std::to_string(m_file.Tensors().size()) + " tensors; it should have " +
-             std::to_string(tensors) + " with " + std::to_string(count) + " blocks");
+             std::to_string(tensors) + " with " + std::to_string(model.blocks.size()) +
+             " blocks and " + std::to_string(model.layers.size()) + " layers");
     return fault.empty();
+}
+
+uint32_t ModelBuilder::TakeChannels(const std::string &name, uint32_t most) {
+    const Tensor *const bias = m_file.Find(name);
+    const uint32_t channels = bias != nullptr && bias->shape.size() == 1 ? bias->shape[0] : 0;
+    if (channels < Model::kLeastChannels || channels > most)
+        Fail("has " + std::to_string(channels) + " channels (" + name + "); it should have " +
+             std::to_string(Model::kLeastChannels) + " to " + std::to_string(most));
+    return channels;
+}
+
+std::vector<size_t> ModelBuilder::TakeDilations(const std::string &name, uint32_t mostCount,
+                                                uint32_t mostDilation) {
+    const Tensor *const tensor = m_file.Find(name);
+    const uint32_t count = tensor != nullptr && tensor->shape.size() == 1 ? tensor->shape[0] : 0;
+    if (count < 1 || count > mostCount) {
+        Fail("has " + std::to_string(count) + " " + name + "; it should have 1 to " +
+             std::to_string(mostCount));
+        return {};
+    }
+    std::vector<size_t> dilations;
+    for (const float dilation : Take(name, {count})) {
+        if (!(dilation >= 1 && dilation <= static_cast<float>(mostDilation) &&
+              dilation == std::floor(dilation))) {
+            Fail("has a dilation of " + std::to_string(dilation) + " (" + name +
+                 "); they should be whole, 1 to " + std::to_string(mostDilation));
+            return {};
+        }
+        dilations.push_back(static_cast<size_t>(dilation));
+    }
+    return dilations;
 }
 
 std::vector<float> ModelBuilder::Take(const std::string &name, const Shape &expected) {
@@ -144,15 +175,39 @@ size_t ModelBuilder::Append(std::span<const float> values, size_t padded) {
 }
 
 size_t ModelBuilder::TakeSlopes(const std::string &name, uint32_t channels) {
-    m_parameters += channels;
     return Append(Take(name, {channels}), channels);
 }
 
 void ModelBuilder::TakeConvolution(const std::string &name, uint32_t outputs, uint32_t inputs,
                                    uint32_t taps, Convolution &convolution) {
-    const std::vector<float> bias = Take(name + ".bias", {outputs});
-    const std::vector<float> weights = Take(name + ".weight", {outputs, inputs, taps});
-    m_parameters += bias.size() + weights.size();
+    Pack(Take(name + ".bias", {outputs}), Take(name + ".weight", {outputs, inputs, taps}), taps,
+         convolution);
+}
+
+void ModelBuilder::TakePoint(const std::string &name, uint32_t outputs, uint32_t inputs,
+                             Convolution &convolution) {
+    Pack(Take(name + ".bias", {outputs}), Take(name + ".weight", {outputs, inputs, 1, 1}), 1,
+         convolution);
+}
+
+void ModelBuilder::TakeLayer(const std::string &name, uint32_t channels, Model::Layer &layer) {
+    m_places.emplace_back(&layer.slopes, TakeSlopes(name + "act.weight", channels));
+    std::vector<float> bias = Take(name + "conv.bias", {channels});
+    const std::vector<float> weights = Take(name + "conv.weight", {channels, channels, 3, 3});
+    std::vector<float> part(weights.size() / 3);
+    for (size_t bin = 0; bin < layer.conv.size(); ++bin) {
+        for (size_t i = 0; i < part.size(); ++i)
+            part[i] = weights[(i / 3 * 3 + bin) * 3 + i % 3];
+        Pack(bias, part, 3, layer.conv[bin]);
+        std::ranges::fill(bias, 0.0F);  // added once
+    }
+}
+
+// weights: outputs x inputs x taps.
+void ModelBuilder::Pack(std::span<const float> bias, std::span<const float> weights, uint32_t taps,
+                        Convolution &convolution) {
+    const size_t outputs = bias.size();
+    const size_t inputs = weights.size() / taps / outputs;
     const size_t padded = Convolution::Padded(outputs);
     std::vector<float> packed(padded * inputs * taps);
     size_t to = 0;
@@ -171,6 +226,15 @@ void ModelBuilder::TakeConvolution(const std::string &name, uint32_t outputs, ui
     convolution.taps = taps;
 }
 
+void ModelBuilder::TakeRefiner(Model &model) {
+    const uint32_t channels = m_refinerChannels;
+    TakePoint("refiner.enter", channels, kSecondInputs, model.refinerEnter);
+    for (size_t i = 0; i < model.layers.size(); ++i)
+        TakeLayer("refiner.layers." + std::to_string(i) + '.', channels, model.layers[i]);
+    m_places.emplace_back(&model.refinerSlopes, TakeSlopes("refiner.act.weight", channels));
+    TakePoint("refiner.leave", kSecondOutputs, channels, model.refinerLeave);
+}
+
 void ModelBuilder::Place(Model &model) {
     model.m_weights.reset(new (std::align_val_t{64}) float[m_weights.size()]);
     std::ranges::copy(m_weights, model.m_weights.get());
@@ -178,7 +242,9 @@ void ModelBuilder::Place(Model &model) {
         *pointer = model.m_weights.get() + at;
     model.version = m_file.Version();
     model.checksum = m_file.Checksum();
-    model.parameters = m_parameters;
+    for (const Tensor &tensor : m_file.Tensors())
+        model.parameters += tensor.values.size() / sizeof(float);
+    model.parameters -= model.blocks.size() + model.layers.size();  // the dilations
 }
 
 std::string Model::PathFor(const std::string &workerFolder) {

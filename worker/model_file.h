@@ -5,6 +5,7 @@
 #ifndef AIPLC_WORKER_MODEL_FILE_H
 #define AIPLC_WORKER_MODEL_FILE_H
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <new>
@@ -25,11 +26,14 @@ inline constexpr char kNoModelWish[] = "autoregressive";
 // Unchanged once loaded: any threads may read it.
 class Model {
   public:
-    static constexpr uint32_t kVersion = 1;  // of training/model.py
+    static constexpr uint32_t kVersion = 2;  // of training/model.py
     static constexpr uint32_t kLeastChannels = 16;
     static constexpr uint32_t kMostChannels = 512;
     static constexpr uint32_t kMostBlocks = 16;
     static constexpr uint32_t kMostDilation = 16;
+    static constexpr uint32_t kMostRefinerChannels = 48;
+    static constexpr uint32_t kMostLayers = 8;
+    static constexpr uint32_t kMostLayerDilation = 8;
 
     // x + mix(PReLU(conv(PReLU(x)))); slopes of the PReLUs by channel.
     struct Block {
@@ -37,6 +41,14 @@ class Model {
         Convolution conv;
         const float *slopes2 = nullptr;
         Convolution mix;
+        size_t dilation = 1;
+    };
+
+    // x + conv(PReLU(x)) over bins and spectra: of the bin dilation below, the bin itself, the one
+    // dilation above, each over the spectra.
+    struct Layer {
+        const float *slopes = nullptr;
+        std::array<Convolution, 3> conv;
         size_t dilation = 1;
     };
 
@@ -52,6 +64,12 @@ class Model {
     std::vector<Block> blocks;
     const float *slopes = nullptr;  // of the PReLU before leave
     Convolution leave;
+    Convolution context;  // for the second stage
+
+    Convolution refinerEnter;
+    std::vector<Layer> layers;
+    const float *refinerSlopes = nullptr;
+    Convolution refinerLeave;
 
     uint32_t version = 0;
     uint32_t checksum = 0;  // CRC-32 as in the file

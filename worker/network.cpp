@@ -6,17 +6,6 @@ namespace aiplc::worker {
 
 namespace {
 
-// out has its channels stride floats apart and may be the rows themselves.
-void Activate(std::span<const Row> rows, const float *slopes, float *out, size_t stride,
-              size_t columns) {
-    for (const Row &row : rows) {
-        const float slope = *slopes++;
-        for (size_t i = 0; i < columns; ++i)
-            out[i] = row.at[i] > 0 ? row.at[i] : slope * row.at[i];
-        out += stride;
-    }
-}
-
 Channels Of(const std::vector<Row> &rows) {
     return {rows.data()->at, kColumns};
 }
@@ -29,6 +18,7 @@ Network::Network(std::shared_ptr<const Model> model)
       m_path(Convolution::Padded(m_model->Channels())),
       m_inner(m_path.size()),
       m_outputs(Convolution::Padded(kOutputs)),
+      m_context(Convolution::Padded(kContext * kBands)),
       m_wide(m_path.size() * kWide) {}
 
 void Network::Run() noexcept {
@@ -53,6 +43,7 @@ void Network::RunBlock(const Model::Block &block) noexcept {
 void Network::Leave() noexcept {
     Activate(Path(), m_model->slopes, m_inner.data()->at, kColumns, kColumns);
     Convolve(m_model->leave, Of(m_inner), 0, Onto::bias, m_outputs);
+    Convolve(m_model->context, Of(m_inner), 0, Onto::bias, m_context);
 }
 
 }  // namespace aiplc::worker

@@ -22,6 +22,10 @@ class Network {
     std::span<const Row, kInputs> Features() const {
         return std::span(m_features).first<kInputs>();
     }
+    // What it passes on to the second stage.
+    std::span<const Row, kContext * kBands> Context() const {
+        return std::span(m_context).first<kContext * kBands>();
+    }
     // All layers: Enter, RunBlock for each block in turn, Leave.
     void Run() noexcept;
     std::span<const Row, kOutputs> Outputs() const {
@@ -46,6 +50,7 @@ class Network {
     std::vector<Row> m_path;
     std::vector<Row> m_inner;
     std::vector<Row> m_outputs;
+    std::vector<Row> m_context;
     std::vector<float> m_wide;
 };
 

@@ -33,6 +33,18 @@ inline constexpr size_t kInputs = kBins + kSignals * kBands + 2 * kOthers * kBan
 // Gains: of the answer's bins, of the others' bands (of each real parts first), of the noise.
 inline constexpr size_t kOutputs = 2 * kBins + 2 * kOthers * kBands + kBands;
 
+// The second stage, bin by bin. Levels of the answer, the signals and the noise; phases of the
+// signals relative to the answer's, real parts first, and the answer's advance; what is missing,
+// what is open, the frequency; what the first stage passes on, for each band.
+inline constexpr size_t kContext = 4;
+// It covers the bins up to 5.6 kHz; above there are few harmonics.
+inline constexpr size_t kRefinedBins = 112;
+// The first spectrum that it changes: a hole begins at spectrum 8 or behind it.
+inline constexpr size_t kRefined = 9;
+inline constexpr size_t kRefinerInputs = 1 + kSignals + 1 + 2 * kSignals + 2 + 3 + kContext;
+// Gains of the answer and the signals, real parts first; of the noise.
+inline constexpr size_t kRefinerOutputs = 2 * (1 + kSignals) + 1;
+
 // A level or a channel at all spectra. The columns from kSpectra on fill up vectors; what they hold
 // means nothing.
 inline constexpr size_t kColumns = 32;

@@ -13,6 +13,7 @@
 #include "guard.h"
 #include "network.h"
 #include "predictor.h"
+#include "refiner.h"
 #include "short_spectra.h"
 #include "spectral_features.h"
 #include "window_facts.h"
@@ -36,6 +37,7 @@ class Neural : public Predictor {
     const Counts &Counted() const { return m_counts; }
     // What it holds after the last prediction.
     const Network &Layers() const { return m_network; }
+    const Refiner &Picture() const { return m_refiner; }
     void ForgetLast() noexcept override { m_counts = m_countsBefore; }
     void Report() const override;
 
@@ -53,6 +55,7 @@ class Neural : public Predictor {
     Features m_features;
     Network m_network;
     Gains m_gains;
+    Refiner m_refiner;
     SignalSpectra m_signals{};
     Spectra m_noise{};
     BandLevels m_noiseLevels{};

@@ -9,12 +9,6 @@ namespace aiplc::worker {
 
 namespace {
 
-constexpr float kLeastPower = 1e-7F;  // relative to the window's
-
-float Level(float logPower) {
-    return 0.2F * logPower + 1;
-}
-
 // Adds values to the two bands that the bin is part of.
 void AddToBands(const Row &values, float share, Row &lower, Row &upper) {
     for (size_t i = 0; i < kColumns; ++i) {

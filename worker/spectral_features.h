@@ -19,6 +19,14 @@ using SignalSpectra = std::array<Spectra, kSignals>;
 // Natural logarithms of power.
 using BandLevels = std::array<Row, kBands>;
 
+// Added to every power, relative to the window's: silence has a level too.
+inline constexpr float kLeastPower = 1e-7F;
+
+// The natural logarithm of a power as the network is given it.
+inline float Level(float logPower) {
+    return 0.2F * logPower + 1;
+}
+
 class Features {
   public:
     // signals: spectra of the signals divided by facts.scale. noiseLevels: the level that noise has

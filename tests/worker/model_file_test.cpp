@@ -67,7 +67,7 @@ TEST_F(ModelFile, RefusesWhatIsDamagedOrOfAnotherModel) {
         {Bytes(good.begin(), good.end() - 1), "is damaged"},
         {flipped, "is damaged"},
         {With(0, {'R', 'I', 'F', 'F'}), "does not begin with AIPLCNN1"},
-        {With(8, {2}), "version 2 of the model; this worker needs 1"},
+        {With(8, {1}), "version 1 of the model; this worker needs 2"},
         {With(12, {1}), "does not hold the 1 tensors"},
         {With(12, {255, 255, 255, 255}), "does not hold the 4294967295 tensors"},
         {With(Behind("enter.weight") + 6, {255, 255, 255, 255}), "does not hold"},
@@ -76,6 +76,7 @@ TEST_F(ModelFile, RefusesWhatIsDamagedOrOfAnotherModel) {
         {renamed, "act.weigh"},
         {With(Behind("dilations") + 6, Float(17)), "dilation of 17"},
         {With(Behind("dilations") + 6, Float(1.5F)), "dilation of 1.5"},
+        {With(Behind("refiner.dilations") + 6, Float(9)), "dilation of 9"},
         {With(Behind("leave.weight") + 14, Float(std::numeric_limits<float>::infinity())),
          "leave.weight that are not finite"},
     };
