@@ -71,7 +71,7 @@ TEST_F(CommandLineTest, WrongUsageIsTwoAndFailureIsOne) {
              {"compare --help", 0, "3 a gate of --fail-if holds"},
              {"conceal --help", 0, "Examples:"},
              {"--version", 0, "libopus"},
-             {"--version --verbose", 0, "xanu_audio_aiplc.model\n  version     1\n  parameters"},
+             {"--version --verbose", 0, "xanu_audio_aiplc.model\n  version     2\n  parameters"},
              {"--verbose --version; AIPLC_MODEL=in.wav $A --verbose --version", 0,
               "in.wav: does not begin with AIPLCNN1"}}) {
         Shell("exec 2>&1; $A " + std::string(arguments), exitCode, message);
