@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -48,6 +49,19 @@ TEST_F(NamespaceTest, IsPrivateAndGoesWithItsLastObject) {
     fs::permissions(runtime, fs::perms{0770});  // others may write here: it lies elsewhere
     EXPECT_NE(CreateNamedEvent("E"), nullptr);
     EXPECT_TRUE(fs::is_empty(runtime));
+}
+
+TEST_F(NamespaceTest, WaitsOnlySoLongForOneThatHoldsItsLock) {
+    Handle event = CreateNamedEvent("E");
+    const int held = open(ours.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(held, LOCK_EX), 0);
+    EXPECT_EQ(CreateNamedEvent("Late"), nullptr);
+    EXPECT_EQ(LastError(), ETIMEDOUT);
+    EXPECT_EQ(flock(held, LOCK_UN), 0);
+    EXPECT_TRUE(CloseHandle(CreateNamedEvent("Late")));
+    EXPECT_TRUE(CloseHandle(event));
+    EXPECT_TRUE(fs::is_empty(base));
+    close(held);
 }
 
 TEST_F(NamespaceTest, TouchesNothingThatIsNotOurs) {

@@ -23,6 +23,13 @@ inline timespec DeadlineAfter(uint32_t milliseconds) {
     return deadline;
 }
 
+// Whether that point is still to come.
+inline bool IsAhead(const timespec &deadline) {
+    const timespec now = DeadlineAfter(0);
+    return now.tv_sec < deadline.tv_sec ||
+           (now.tv_sec == deadline.tv_sec && now.tv_nsec < deadline.tv_nsec);
+}
+
 }  // namespace aiplc::platform
 
 #endif

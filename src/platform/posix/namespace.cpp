@@ -12,6 +12,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/posix/deadline.h"
+
 namespace aiplc::platform {
 
 namespace {
@@ -22,6 +24,9 @@ constexpr mode_t kPermissions = 0777;
 // A directory that vanishes between being opened and being locked is made anew; an end to that
 // shows only on a file system whose inode numbers do not last.
 constexpr int kMaxAttempts = 1000;
+// The lock is held for microseconds.
+constexpr uint32_t kLockTimeoutMs = 2000;
+constexpr timespec kLockPause{0, 200'000};
 
 bool IsValidName(std::string_view name) {
     const auto isAllowed = [](char c) {
@@ -154,6 +159,19 @@ bool Namespace::Open(Absent absent) {
     }
     errno = EAGAIN;
     return false;
+}
+
+bool Namespace::Lock() {
+    const timespec deadline = DeadlineAfter(kLockTimeoutMs);
+    while (!LockFile(m_directory, LOCK_EX | LOCK_NB)) {
+        if (errno != EWOULDBLOCK) return false;
+        if (!IsAhead(deadline)) {
+            errno = ETIMEDOUT;
+            return false;
+        }
+        clock_nanosleep(CLOCK_MONOTONIC, 0, &kLockPause, nullptr);
+    }
+    return true;
 }
 
 void Namespace::Unlink(const char *entry, const Descriptor &file) const {

@@ -34,10 +34,13 @@ std::string_view NamespaceName(const char *variable);
 class Namespace {
   public:
     // Opens the environment's namespace and locks it; the lock lasts until Unlock or destruction.
-    // False with errno: ENOENT absent, EINVAL bad name, EPERM wrong owner or mode, ENOTDIR.
+    // False with errno: ENOENT absent, EINVAL bad name, EPERM wrong owner or mode, ENOTDIR,
+    // ETIMEDOUT as Lock.
     bool Open(Absent absent);
 
-    bool Lock() { return LockFile(m_directory, LOCK_EX); }
+    // Waits two seconds at most for whoever holds it, then false with ETIMEDOUT: a process that was
+    // stopped meanwhile must not hold up all others.
+    bool Lock();
     void Unlock() { LockFile(m_directory, LOCK_UN); }
 
     int Directory() const { return m_directory.Get(); }
