@@ -2,7 +2,10 @@
 //
 // long_run [HOURS]: calls of three minutes one after the other, at full speed with the real worker,
 // until HOURS (24) of audio are played. Prints memory and descriptors of the host each hour of
-// audio and fails when either grows, or when a call fails.
+// audio and fails when either grows after the first hour, or the first half of a shorter run, or
+// when a call fails.
+
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -45,7 +48,7 @@ int Run(double hours) {
         LosingCall call(i % 2 == 1, true, static_cast<unsigned>(i));
         if (!call.UsesWorker()) throw std::runtime_error("the worker did not start");
         call.Play(kFrames);
-        const bool isFirst = i == std::min(calls, kCallsPerHour) - 1;
+        const bool isFirst = i == std::min(calls / 2, kCallsPerHour) - 1;
         if (isFirst) first = Now();
         if (i != 0 && !isFirst && i != calls - 1 && (i + 1) % kCallsPerHour != 0) continue;
         const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
@@ -58,15 +61,24 @@ int Run(double hours) {
     const Holdings last = Now();
     if (last.residentKiB <= first.residentKiB + kRoomKiB && last.descriptors <= first.descriptors)
         return 0;
-    std::fprintf(stderr, "long_run: memory or descriptors grew after the first hour\n");
+    std::fprintf(stderr,
+                 "long_run: memory grew from %ld to %ld KiB, or descriptors from %ld to %ld\n",
+                 first.residentKiB, last.residentKiB, first.descriptors, last.descriptors);
     return 1;
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
+    char *end = nullptr;
+    const double hours = argc > 1 ? std::strtod(argv[1], &end) : 24;
+    if (argc > 2 || (end != nullptr && *end != '\0') || !(hours > 0)) {
+        std::fprintf(stderr, "long_run: one argument at most: hours of audio, more than 0\n");
+        return 2;
+    }
+    setenv("AIPLC_NAMESPACE", ("long-run-" + std::to_string(getpid())).c_str(), 0);
     try {
-        return Run(argc > 1 ? std::atof(argv[1]) : 24);
+        return Run(hours);
     } catch (const std::exception &error) {
         std::fprintf(stderr, "long_run: %s\n", error.what());
         return 1;
