@@ -72,6 +72,12 @@ class SabotagedCall {
             m_result.predicted += m_channel.Output().pktType == AIPLC_INTERPOLATE ? 1 : 0;
         }
     }
+    // Plays on until a frame of the worker is heard, but not for ever.
+    bool PlayUntilPredicted() {
+        for (int i = 0; i < 50 && m_result.predicted == 0; ++i)
+            Play(1);
+        return m_result.predicted > 0;
+    }
     struct Figures {
         double longestMs = 0;  // of a call of AiPlcApply
         int silent = 0;        // frames
