@@ -17,7 +17,6 @@ constexpr size_t kWidth = 32;
 
 void FilterBlock(int16_t *data, float *state, const float *coeff, size_t length, size_t taps) {
     float line[kMostTaps + kBlock];  // oldest sample first
-    float result[kBlock];
     const size_t past = taps - 1;
     std::reverse_copy(state, state + past, line);
     float *newest = line + past;
@@ -25,9 +24,8 @@ void FilterBlock(int16_t *data, float *state, const float *coeff, size_t length,
     aiplc::dsp::InBlocks<kWidth>(length, [&](auto width, size_t first) {
         const auto sums = aiplc::dsp::InnerProducts<width, 1>(
             {coeff}, taps, [&](size_t term) { return newest + first - term; });
-        std::ranges::copy(sums[0], result + first);
+        aiplc::dsp::TruncateToPcm(sums[0].data(), data + first, width);
     });
-    aiplc::dsp::TruncateToPcm(result, data, length);
     const float *end = newest + length;
     std::reverse_copy(end - taps, end, state);
 }

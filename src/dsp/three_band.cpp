@@ -61,11 +61,15 @@ int32_t CopyOut(float *output, const float *result, size_t count) {
     return aiplc::platform::CopyBounded(output, bytes, result, bytes) == 0 ? 0 : -1;
 }
 
-// Of each of the table's rows, with what lies at source(tap).
-template <size_t Width, typename Source>
-auto ThreeRows(const aiplc::dsp::BankTable &table, Source source) {
+// Where the samples lie that the first output multiplies with each tap.
+using Sources = std::array<const float *, kTaps>;
+
+// Of each of the table's rows, for the outputs from first on.
+template <size_t Width>
+auto ThreeRows(const aiplc::dsp::BankTable &table, const Sources &sources, size_t first) {
     return aiplc::dsp::InnerProducts<Width, AIPLC_BANDS>(
-        {table[0].data(), table[1].data(), table[2].data()}, kTaps, source);
+        {table[0].data(), table[1].data(), table[2].data()}, kTaps,
+        [&](size_t term) { return sources[term] + first; });
 }
 
 // input: count + 15 groups of three samples; output: band by band, stride apart.
@@ -75,10 +79,11 @@ void AnalyseBlock(const float *input, float *output, size_t count, size_t stride
         for (size_t phase = 0; phase < AIPLC_BANDS; ++phase)
             phases[phase][i] = input[AIPLC_BANDS * i + phase];
     }
+    Sources sources;
+    for (size_t term = 0; term < kTaps; ++term)
+        sources[term] = phases[term % AIPLC_BANDS] + term / AIPLC_BANDS;
     aiplc::dsp::InBlocks<kWidth>(count, [&](auto width, size_t first) {
-        const auto bands = ThreeRows<width>(aiplc::dsp::g_aiplcBandAnalysisCoeff, [&](size_t term) {
-            return phases[term % AIPLC_BANDS] + first + term / AIPLC_BANDS;
-        });
+        const auto bands = ThreeRows<width>(aiplc::dsp::g_aiplcBandAnalysisCoeff, sources, first);
         for (size_t band = 0; band < AIPLC_BANDS; ++band)
             std::ranges::copy(bands[band], output + band * stride + first);
     });
@@ -88,10 +93,11 @@ void AnalyseBlock(const float *input, float *output, size_t count, size_t stride
 void SynthesiseBlock(const std::array<const float *, AIPLC_BANDS> &bands, float *output,
                      size_t count) {
     float phases[AIPLC_BANDS][kBlock];
+    Sources sources;
+    for (size_t term = 0; term < kTaps; ++term)
+        sources[term] = bands[term / kBandTaps] + term % kBandTaps;
     aiplc::dsp::InBlocks<kWidth>(count, [&](auto width, size_t first) {
-        const auto sums = ThreeRows<width>(kPhaseTaps, [&](size_t term) {
-            return bands[term / kBandTaps] + first + term % kBandTaps;
-        });
+        const auto sums = ThreeRows<width>(kPhaseTaps, sources, first);
         for (size_t phase = 0; phase < AIPLC_BANDS; ++phase)
             std::ranges::copy(sums[phase], phases[phase] + first);
     });

@@ -9,34 +9,26 @@
 
 namespace aiplc::dsp {
 
-// To -32768..32767; not a number gives -32768.
-inline float ClampToPcm(float value) {
-    constexpr float kLowest = -32768.0F;
-    constexpr float kHighest = 32767.0F;
-    const float floored = value > kLowest ? value : kLowest;
-    return floored < kHighest ? floored : kHighest;
+struct PcmRange {
+    float lowest;
+    float highest;
+};
+// Of 16 bits. Defined elsewhere: with variables the compiler makes minima and maxima of vectors,
+// with constants four instructions of each.
+extern const PcmRange g_pcmRange;
+
+// Truncates towards zero and saturates; not a number gives the lowest. Clamping before the
+// conversion keeps every value convertible and loops vectorisable.
+inline int16_t TruncateToPcm(float value, PcmRange range = g_pcmRange) {
+    const float floored = value > range.lowest ? value : range.lowest;
+    const float clamped = floored < range.highest ? floored : range.highest;
+    return static_cast<int16_t>(static_cast<int32_t>(clamped));
 }
 
-// Truncates towards zero and saturates. Clamping before the conversion keeps every value
-// convertible and the loop vectorisable.
-inline int16_t TruncateToPcm(float value) {
-    return static_cast<int16_t>(static_cast<int32_t>(ClampToPcm(value)));
-}
-
-// count values at once, as one alone. The compiler makes better vectors of two loops than of one.
+// count values at once, as one alone.
 inline void TruncateToPcm(const float *values, int16_t *samples, size_t count) {
-    constexpr size_t kBlock = 64;
-    while (count > 0) {
-        float clamped[kBlock];
-        const size_t size = std::min(count, kBlock);
-        std::transform(values, values + size, clamped, ClampToPcm);
-        std::transform(clamped, clamped + size, samples, [](float value) {
-            return static_cast<int16_t>(static_cast<int32_t>(value));
-        });
-        values += size;
-        samples += size;
-        count -= size;
-    }
+    std::transform(values, values + count, samples,
+                   [range = g_pcmRange](float value) { return TruncateToPcm(value, range); });
 }
 
 }  // namespace aiplc::dsp

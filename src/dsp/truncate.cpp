@@ -1,0 +1,5 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#include "dsp/truncate.h"
+
+const aiplc::dsp::PcmRange aiplc::dsp::g_pcmRange = {-32768.0F, 32767.0F};
