@@ -45,7 +45,7 @@ bench:
 	scripts/install-packages.sh build bench
 	$(call BUILD,bench) --target aiplc_bench
 	build/bench/bin/aiplc_bench --benchmark_filter='$(FILTER)' --benchmark_counters_tabular \
-		--benchmark_out=build/bench.json
+		--benchmark_enable_random_interleaving=true --benchmark_out=build/bench.json
 
 test: report-test
 	scripts/install-packages.sh build test

@@ -5,6 +5,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -28,6 +29,7 @@ class Durations {
     }
     bool IsEmpty() const { return m_microseconds.empty(); }
     double MedianUs() const { return Median(m_microseconds); }
+    double ShortestUs() const { return *std::ranges::min_element(m_microseconds); }
     // Counters NAMEp50_us, NAMEp99_us, NAMEp99.9_us, NAMEmax_us.
     void Report(benchmark::State &state, const std::string &name = "") const;
 

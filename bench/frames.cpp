@@ -118,6 +118,10 @@ void RunFrames(benchmark::State &state, const Subject &subject) {
     MeasureFrames(state, subject, label);
 }
 
+bool IsLong(const Subject &subject) {
+    return subject.rhythm == Rhythm::paced || subject.answers == Answers::network;
+}
+
 int64_t FramesOf(const Subject &subject) {
     if (subject.rhythm == Rhythm::paced)
         return PacedTicks() / ConcealedCall::TicksPerFrame(subject.kind);
@@ -126,8 +130,10 @@ int64_t FramesOf(const Subject &subject) {
 
 void Add(const std::string &name, const Subject &subject) {
     const std::string rate = subject.rate == 48000 ? "48k/" : "16k/";
-    Register("frame/" + rate + name + "/" + NameOf(subject.rhythm), FramesOf(subject),
-             [subject](benchmark::State &state) { RunFrames(state, subject); });
+    Register(
+        "frame/" + rate + name + "/" + NameOf(subject.rhythm), FramesOf(subject),
+        [subject](benchmark::State &state) { RunFrames(state, subject); },
+        IsLong(subject) ? 1 : kRepetitions);
 }
 
 }  // namespace

@@ -8,7 +8,7 @@
 namespace aiplc::bench {
 
 void Register(const std::string &name, int64_t iterations,
-              std::function<void(benchmark::State &)> run) {
+              std::function<void(benchmark::State &)> run, int repetitions) {
     const auto guarded = [run = std::move(run)](benchmark::State &state) {
         try {
             run(state);
@@ -17,12 +17,14 @@ void Register(const std::string &name, int64_t iterations,
         }
     };
 #if defined(__clang_analyzer__)  // would take what the list of benchmarks owns for lost
-    (void)name, (void)iterations, (void)guarded;
+    (void)name, (void)iterations, (void)guarded, (void)repetitions;
 #else
     benchmark::RegisterBenchmark(name.c_str(), guarded)
         ->UseManualTime()
         ->Unit(benchmark::kMicrosecond)
-        ->Iterations(iterations);
+        ->Iterations(iterations)
+        ->Repetitions(repetitions)
+        ->DisplayAggregatesOnly(repetitions > 1);
 #endif
 }
 
