@@ -2,4 +2,4 @@
 
 #include "dsp/truncate.h"
 
-const aiplc::dsp::PcmRange aiplc::dsp::g_pcmRange = {-32768.0F, 32767.0F};
+const aiplc::dsp::PcmRange aiplc::dsp::kPcmRange = {-32768.0F, 32767.0F};

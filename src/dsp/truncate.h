@@ -15,11 +15,11 @@ struct PcmRange {
 };
 // Of 16 bits. Defined elsewhere: with variables the compiler makes minima and maxima of vectors,
 // with constants four instructions of each.
-extern const PcmRange g_pcmRange;
+extern const PcmRange kPcmRange;
 
 // Truncates towards zero and saturates; not a number gives the lowest. Clamping before the
 // conversion keeps every value convertible and loops vectorisable.
-inline int16_t TruncateToPcm(float value, PcmRange range = g_pcmRange) {
+inline int16_t TruncateToPcm(float value, PcmRange range = kPcmRange) {
     const float floored = value > range.lowest ? value : range.lowest;
     const float clamped = floored < range.highest ? floored : range.highest;
     return static_cast<int16_t>(static_cast<int32_t>(clamped));
@@ -28,7 +28,7 @@ inline int16_t TruncateToPcm(float value, PcmRange range = g_pcmRange) {
 // count values at once, as one alone.
 inline void TruncateToPcm(const float *values, int16_t *samples, size_t count) {
     std::transform(values, values + count, samples,
-                   [range = g_pcmRange](float value) { return TruncateToPcm(value, range); });
+                   [range = kPcmRange](float value) { return TruncateToPcm(value, range); });
 }
 
 }  // namespace aiplc::dsp
