@@ -67,7 +67,7 @@ std::string Quoted(int argc, char **argv) {
         if (!plain) {
             for (size_t at = 0; (at = argument.find('\'', at)) != std::string::npos; at += 4)
                 argument.replace(at, 1, "'\\''");
-            argument = "'" + argument + "'";
+            argument.insert(0, 1, '\'').push_back('\'');
         }
         line += " " + argument;
     }

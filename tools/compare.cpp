@@ -28,9 +28,10 @@ namespace {
 
 // File names without their folders, unless two of them are then the same.
 std::vector<std::string> ShortNames(const std::vector<std::string> &paths) {
-    std::vector<std::string> names;
-    for (const std::string &path : paths)
-        names.push_back(std::filesystem::path(path).filename().string());
+    std::vector<std::string> names(paths.size());
+    std::ranges::transform(paths, names.begin(), [](const std::string &path) {
+        return std::filesystem::path(path).filename().string();
+    });
     const std::set<std::string> distinct(names.begin(), names.end());
     return distinct.size() == paths.size() ? names : paths;
 }
