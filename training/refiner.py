@@ -16,8 +16,7 @@ LEAST_POWER = 1e-7      # relative to the window's
 
 
 class Layer(nn.Module):
-    """x + dilated conv 3x3(PReLU(x)), (N, channels, BINS, SPECTRA), from spectrum FIRST on; those
-    before it stay."""
+    """now + dilated conv 3x3(PReLU of past and now), (N, channels, BINS, SPECTRA)."""
 
     def __init__(self, channels, dilation):
         super().__init__()
@@ -27,10 +26,10 @@ class Layer(nn.Module):
         nn.init.normal_(self.conv.weight, std=0.5 * (9 * channels) ** -0.5)
         nn.init.zeros_(self.conv.bias)
 
-    def forward(self, x):
+    def forward(self, past, now):
         d = self.dilation
-        seen = F.pad(self.act(x[..., FIRST - d:]), (0, d, d, d))
-        return torch.cat([x[..., :FIRST], x[..., FIRST:] + self.conv(seen)], -1)
+        seen = self.act(torch.cat([past[..., past.shape[3] - d:], now], 3))
+        return now + self.conv(F.pad(seen, (0, d, d, d)))
 
 
 class Refiner(nn.Module):
@@ -79,7 +78,9 @@ class Refiner(nn.Module):
 
     def forward(self, features):
         """Gains (N, outputs, BINS, SPECTRA), zero before FIRST."""
-        y = self.enter(features)
+        reach = max(layer.dilation for layer in self.layers)
+        seen = features[..., FIRST - reach:].contiguous(memory_format=torch.channels_last)
+        past, now = self.enter(seen).split([reach, seen.shape[3] - reach], 3)
         for layer in self.layers:
-            y = layer(y)
-        return F.pad(self.leave(self.act(y[..., FIRST:])), (FIRST, 0))
+            now = layer(past, now)
+        return F.pad(self.leave(self.act(now)), (FIRST, 0))

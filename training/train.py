@@ -43,6 +43,7 @@ def arguments():
     a.add_argument("--adversarial", type=float, nargs=2, default=(0.3, 0.3),
                    help="weights of the jury's verdict and of feature matching")
     a.add_argument("--jury-rate", type=float, default=5e-4)
+    a.add_argument("--bfloat16", action="store_true", help="the jury's convolutions; see discriminators.py")
     a.add_argument("--seed", type=int, default=1)
     a.add_argument("--threads", type=int, default=os.cpu_count())
     a.add_argument("--peers", type=int, default=1, help="processes that train together")
@@ -95,7 +96,7 @@ class Run:
     def __init__(self, args, device):
         self.args, self.device, self.step = args, device, 0
         self.net = models.Concealer(args.channels).to(device)
-        self.jury = discriminators.Jury().to(device)
+        self.jury = discriminators.Jury(args.bfloat16).to(device)
         second = {id(p) for m in (self.net.refiner, self.net.context) for p in m.parameters()}
         self.optimiser = torch.optim.AdamW(
             [{"params": [p for p in self.net.parameters() if (id(p) in second) == is_second],
