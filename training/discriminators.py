@@ -95,8 +95,8 @@ class OfSamples(Member):
 
 
 class Jury(nn.Module):
-    """bfloat16: what its convolutions compute in; faster where the processor has it, and verdicts
-    need no more."""
+    """bfloat16: whether its convolutions compute in it, which is faster where the processor has it;
+    verdicts need no more."""
 
     def __init__(self, bfloat16=False):
         super().__init__()
@@ -112,8 +112,10 @@ class Jury(nn.Module):
 
 def heard(answer, batch):
     """The end of the windows, (N, HEARD), scaled by the target's level there: true before the last
-    hole, and after the second missing frame of mode 5, which is heard in a fade only."""
-    target = batch["target"]
+    hole, and after the second missing frame of mode 5, which is heard in a fade only. What comes
+    before the hole is silent in both where it was predicted: there the truth is not what the answer
+    has to go on from."""
+    target = batch["target"] * (batch["joins_received"][:, None] | (batch["open"] > 0))
     opened = losses.importance(batch) == 1
     answer = torch.where(opened, answer, target)[:, -HEARD:]
     scale = losses.level(target, batch["open"])

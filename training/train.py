@@ -43,7 +43,8 @@ def arguments():
     a.add_argument("--adversarial", type=float, nargs=2, default=(0.3, 0.3),
                    help="weights of the jury's verdict and of feature matching")
     a.add_argument("--jury-rate", type=float, default=5e-4)
-    a.add_argument("--bfloat16", action="store_true", help="the jury's convolutions; see discriminators.py")
+    a.add_argument("--bfloat16", action="store_true",
+                   help="the jury's convolutions, on processors that have it")
     a.add_argument("--seed", type=int, default=1)
     a.add_argument("--threads", type=int, default=os.cpu_count())
     a.add_argument("--peers", type=int, default=1, help="processes that train together")
