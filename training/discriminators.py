@@ -112,10 +112,8 @@ class Jury(nn.Module):
 
 def heard(answer, batch):
     """The end of the windows, (N, HEARD), scaled by the target's level there: true before the last
-    hole, and after the second missing frame of mode 5, which is heard in a fade only. What comes
-    before the hole is silent in both where it was predicted: there the truth is not what the answer
-    has to go on from."""
-    target = batch["target"] * (batch["joins_received"][:, None] | (batch["open"] > 0))
+    hole, and after the second missing frame of mode 5, which is heard in a fade only."""
+    target = batch["target"]
     opened = losses.importance(batch) == 1
     answer = torch.where(opened, answer, target)[:, -HEARD:]
     scale = losses.level(target, batch["open"])

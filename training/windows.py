@@ -99,11 +99,8 @@ def inputs(records):
 
 
 def batch_of(records):
-    """inputs() with the target, (N, SEEN) in 16-bit steps, the mode, and (N,) bool whether the frame
-    before the last hole was received, not predicted."""
+    """inputs() with the target, (N, SEEN) in 16-bit steps, and the mode."""
     batch = inputs(records)
-    before = np.maximum((batch["opens"].numpy() + BEGIN) // FRAME - 1, 0)
-    batch["joins_received"] = torch.from_numpy((records["received"] >> before & 1).astype(bool))
     batch["target"] = torch.from_numpy(records["target"][:, BEGIN:].astype(np.float32))
     batch["mode"] = torch.from_numpy(records["mode"].astype(np.int64))
     return batch
