@@ -31,8 +31,9 @@ def weights_of(net):
 
 
 def chosen_bins(picture):
-    """(channels, BINS, SPECTRA) to (4, channels, spectra from refiner.FIRST on)."""
-    return picture[:, [0, 5, 38, refiner.BINS - 1], refiner.FIRST:].transpose(0, 1)
+    """(channels, BINS, spectra) to (4, channels, spectra from refiner.FIRST on)."""
+    changed = models.SPECTRA - refiner.FIRST
+    return picture[:, [0, 5, 38, refiner.BINS - 1], -changed:].transpose(0, 1)
 
 
 def layers_of(net, record):
