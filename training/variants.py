@@ -40,6 +40,35 @@ def unrepaired(net, records, batch=128):
     return (made + behind * (records["signals"][:, 0] - made)).round().astype(np.int16)
 
 
+def other(mode5, make):
+    """The network's answer, in mode 5 or else in the others that of make(records)."""
+    def answers(net, records, batch=128):
+        made = network_answers(net, records, batch)
+        return np.where((records["mode"] == 5)[:, None] == mode5, make(records), made).astype(np.int16)
+    return answers
+
+
+def true(records):
+    return records["target"][:, windows.BEGIN:]
+
+
+def set_in(records, instead, over):
+    """instead, faded in over that many samples from the autoregressive answer."""
+    begin, _ = windows.last_hole(records["window"])
+    at = np.arange(windows.SEEN) - (begin[:, None] - windows.BEGIN)
+    kept = records["signals"][:, 0]
+    return (kept + np.clip((at + 1) / over, 0, 1) * (instead - kept.astype(float))).round()
+
+
+def pitch(records):
+    signal = windows.SIGNALS.index("pitch_forward")
+    return set_in(records, records["signals"][:, signal], models.RAMP)
+
+
+def silence(records):
+    return set_in(records, 0, windows.FRAME)
+
+
 # Constants of model.py, or a function in the place of evaluate.answers.
 VARIANTS = {
     "as it is": {},
@@ -52,6 +81,12 @@ VARIANTS = {
     "no noise": {"NOISE_AT_START": -30.0},
     "more noise": {"NOISE_AT_START": models.NOISE_AT_START + 1},
     "change sets in over 16 samples": {"RAMP": 16},
+    "change sets in over 160 samples": {"RAMP": 160},
+    "change sets in over 320 samples": {"RAMP": 320},
+    "loss-free decode in mode 5": {"answers": other(True, true)},
+    "loss-free decode in modes 1-4": {"answers": other(False, true)},
+    "last pitch cycle repeated in mode 5": {"answers": other(True, pitch)},
+    "silence in mode 5": {"answers": other(True, silence)},
 }
 
 
