@@ -16,7 +16,8 @@ LEAST_POWER = 1e-7      # relative to the window's
 
 
 class Layer(nn.Module):
-    """now + dilated conv 3x3(PReLU of past and now), (N, channels, BINS, SPECTRA)."""
+    """now + dilated conv 3x3(PReLU of past and now), all (N, channels, BINS, spectra). past: the
+    spectra before FIRST, which stay; now: those from it on."""
 
     def __init__(self, channels, dilation):
         super().__init__()

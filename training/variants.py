@@ -41,7 +41,7 @@ def unrepaired(net, records, batch=128):
 
 
 def other(mode5, make):
-    """The network's answer, in mode 5 or else in the others that of make(records)."""
+    """What make(records) gives in mode 5, or in the other modes, and the network's answer elsewhere."""
     def answers(net, records, batch=128):
         made = network_answers(net, records, batch)
         return np.where((records["mode"] == 5)[:, None] == mode5, make(records), made).astype(np.int16)
