@@ -142,12 +142,12 @@ loop-data: all
 	seq 0 $$(($(JOBS) - 1)) | xargs -P $(JOBS) -I PART $(COLLECT) --split train --seed 21 \
 		--answers model --model training/weights/model.bin --part PART --parts $(JOBS) --windows training/runs/train/c
 
-train:
+train: all
 	scripts/install-packages.sh training
 	mkdir -p $(RUN) && rm -f $(RUN)/peers
 	seq 0 $$(($(JOBS) - 1)) | xargs -P $(JOBS) -I PEER $(PYTHON) training/train.py $(WINDOWS) --out $(RUN) \
 		--steps $(STEPS) --adversarial-from $(ADVERSARIAL_FROM) $(if $(START),--start $(START)) \
-		--peers $(JOBS) --peer PEER --threads 1
+		--signals build/release/bin/aiplc_make_signals --peers $(JOBS) --peer PEER --threads 1
 
 export:
 	scripts/install-packages.sh training

@@ -13,6 +13,7 @@ from torch.nn import functional as F
 
 import losses
 
+END = 40        # samples over which what is heard of mode 5 ends
 HEARD = 1600    # samples at the end of the window that are judged: at least 320 before the hole
 SLOPE = 0.2
 
@@ -111,13 +112,18 @@ class Jury(nn.Module):
 
 
 def heard(answer, batch):
-    """The end of the windows, (N, HEARD), scaled by the target's level there: true before the last
-    hole, and after the second missing frame of mode 5, which is heard in a fade only."""
-    target = batch["target"]
-    opened = losses.importance(batch) == 1
-    answer = torch.where(opened, answer, target)[:, -HEARD:]
-    scale = losses.level(target, batch["open"])
-    return answer / scale, target[:, -HEARD:] / scale, opened[:, -HEARD:].to(answer.dtype)
+    """The end of the windows as played and as they should be, scaled by the target's level in the
+    open part; 1 where they may differ; and 1 where it is for this answer. Each (N, HEARD).
+
+    What the answer goes on from is what was played, earlier holes included. Both end after the
+    second missing frame of mode 5: what is going to be joined there nobody knows yet.
+    """
+    weight = losses.importance(batch)
+    ended = ((weight == losses.UNHEARD).float().cumsum(1) / END).clamp(max=1)
+    scale = losses.level(batch["target"], batch["open"])
+    made, true = (x / scale * (1 - ended) for x in (answer, batch["target"]))
+    own = (weight == 1).to(made.dtype)
+    return [x[:, -HEARD:] for x in (made, true, batch["changed"] * (ended == 0), own)]
 
 
 def where_open(error, opened):

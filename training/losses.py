@@ -29,6 +29,16 @@ def importance(batch):
     return weight
 
 
+def phase_known(batch):
+    """(N, SEEN), 0 to 1: how far the phase is given. Not where the hole has no far side (mode 5): to
+    ask for it there is to ask for silence. In a hole behind a predicted frame it grows from what that
+    frame has to the true one."""
+    at = torch.arange(windows.SEEN, device=batch["opens"].device)[None, :] - batch["opens"][:, None]
+    grown = (at / (batch["ends"] - batch["opens"])[:, None]).clamp(0, 1)
+    known = torch.where(batch["joins_received"][:, None], torch.ones_like(grown), grown)
+    return known * (batch["mode"] != 5)[:, None]
+
+
 def spectra(x, size):
     """(N, bins, frames, 2): real and imaginary part, Hann windows scaled to the RMS of white noise."""
     window = torch.hann_window(size, device=x.device)
@@ -72,24 +82,25 @@ def log_distances(answer, target, opened, ends):
 
 def loss(answer, batch, weights=WEIGHTS):
     """Mean over the batch. weights: as NAMES; the last is of the log power bin by bin behind the
-    hole. Waveform and complex spectrum do not count where the hole has no far side (mode 5): the
-    phase there cannot be known, and to ask for it is to ask for silence."""
+    hole. Waveform and complex spectrum count as far as the phase is known."""
     opened = importance(batch)[:, FIRST:]
     scale = level(batch["target"], batch["open"])
     answer, target = answer[:, FIRST:], batch["target"][:, FIRST:]
     made, true = answer / scale, target / scale
-    phased = (batch["mode"] != 5).to(opened.dtype)[:, None]
+    phased = phase_known(batch)[:, FIRST:]
     total = weights[0] * ((made - true).abs() * opened * phased).sum() / opened.sum()
     logs = log_distances(answer, target, opened, batch["ends"] - FIRST)
     for weight, distance in zip(weights[3:], logs):
         if weight > 0:
             total = total + weight * distance
     for size in WINDOWS:
-        touched = F.pad(opened, (0, size // 2)).unfold(1, size, size // 4).amax(2).unsqueeze(1)
+        frames = lambda x: F.pad(x, (0, size // 2)).unfold(1, size, size // 4)
+        touched = frames(opened).amax(2).unsqueeze(1)
         magnitude, complex_ = compressed(spectra(made, size))
         true_magnitude, true_complex = compressed(spectra(true, size))
         count = touched.sum() * magnitude.shape[1]
+        known = touched * frames(phased).mean(2).unsqueeze(1)
+        distance = (complex_ - true_complex).square().sum(-1).add(1e-8).sqrt()
         total = total + (weights[1] * ((magnitude - true_magnitude).abs() * touched).sum()
-                         + weights[2] * ((complex_ - true_complex).square().sum(-1).add(1e-8).sqrt()
-                                         * touched * phased[:, None]).sum()) / count / len(WINDOWS)
+                         + weights[2] * (distance * known).sum()) / count / len(WINDOWS)
     return total

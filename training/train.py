@@ -23,6 +23,7 @@ import discriminators
 import evaluate
 import losses
 import model as models
+import played
 import windows
 
 
@@ -31,6 +32,8 @@ def arguments():
     a.add_argument("--train", required=True, help="files to train on; new ones join the run")
     a.add_argument("--valid", required=True)
     a.add_argument("--out", required=True)
+    a.add_argument("--signals", metavar="PROGRAM", help="aiplc_make_signals: the network answers "
+                   "the requests before each window too, and its answers are in the window")
     a.add_argument("--start", help="checkpoint or weights that a new run starts from")
     a.add_argument("--steps", type=int, default=20000, help="length of the cosine schedule")
     a.add_argument("--batch", type=int, default=16)
@@ -149,22 +152,22 @@ class Run:
                 mean.lerp_(now, 1 - keep)
         return value.item(), adversarial.item()
 
-    def judge(self, made, true, opened):
-        """Trains the jury; returns what the network is charged for being told."""
-        seen = self.jury(true, opened)
-        wrong = discriminators.jury_loss(seen, self.jury(made.detach(), opened), opened)
+    def judge(self, made, true, changed, own):
+        """Trains the jury; returns what the network is charged for being told of its own part."""
+        seen = self.jury(true, changed)
+        wrong = discriminators.jury_loss(seen, self.jury(made.detach(), changed), changed)
         self.jury_optimiser.zero_grad(set_to_none=True)
         wrong.backward()
         self.jury_optimiser.step()
         for p in self.jury.parameters():
             p.requires_grad_(False)
-        told = self.jury(made, opened)
+        told = self.jury(made, changed)
         for p in self.jury.parameters():
             p.requires_grad_(True)
         # A jury that knows nothing yet has no say.
         known = self.step >= self.args.adversarial_from + self.UNHEARD
         weights = [w * known for w in self.args.adversarial]
-        return (weights[0] * discriminators.adversarial_loss(told, opened)
+        return (weights[0] * discriminators.adversarial_loss(told, own)
                 + weights[1] * discriminators.matching_loss(seen, told))
 
     def validate(self, maps, count=2048):
@@ -191,6 +194,7 @@ def main():
     os.makedirs(args.out, exist_ok=True)
     peers = Peers(args)
     run = Run(args, device)
+    player = played.Player(args.signals) if args.signals else None
     valid = windows.open_windows(args.valid)
     is_first = args.peer == 0
     log = open(os.path.join(args.out, "log.tsv") if is_first else os.devnull, "a", buffering=1)
@@ -207,8 +211,9 @@ def main():
             total = sum(len(m) for m in train)
         seed = args.seed * 1000003 + args.peer * 500009 + run.step
         random = np.random.RandomState(seed % 2**32)
-        recent.append(run.advance(
-            run.load_batch(windows.gather(train, random.randint(0, total, args.batch)))))
+        chosen = random.randint(0, total, args.batch)
+        records = player.gather(run.net, train, chosen) if player else windows.gather(train, chosen)
+        recent.append(run.advance(run.load_batch(records)))
         if run.step % args.report == 0:
             row = [run.step, f"{time.monotonic() - started:.0f}", total,
                    f"{run.learning_rate():.2e}", *(f"{v:.4f}" for v in np.mean(recent, axis=0))]

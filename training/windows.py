@@ -99,8 +99,16 @@ def inputs(records):
 
 
 def batch_of(records):
-    """inputs() with the target, (N, SEEN) in 16-bit steps, and the mode."""
+    """inputs() with the target, (N, SEEN) in 16-bit steps; the mode; joins_received, (N,) bool,
+    whether the frame before the last hole was received, not predicted; and changed, (N, SEEN), 1
+    from the first frame on that was not received."""
     batch = inputs(records)
+    before = np.maximum((batch["opens"].numpy() + BEGIN) // FRAME - 1, 0)
+    received = records["received"][:, None] >> np.arange(FRAMES) & 1
+    batch["joins_received"] = torch.from_numpy(received[np.arange(len(records)), before] == 1)
+    changed = np.maximum.accumulate(received[:, BEGIN // FRAME:] == 0, axis=1)
+    changed = torch.from_numpy(np.repeat(changed, FRAME, axis=1).astype(np.float32))
+    batch["changed"] = torch.maximum(changed, batch["open"])
     batch["target"] = torch.from_numpy(records["target"][:, BEGIN:].astype(np.float32))
     batch["mode"] = torch.from_numpy(records["mode"].astype(np.int64))
     return batch
