@@ -105,7 +105,8 @@ def main(arguments=None):
     a.add_argument("--collector", default="build/release/bin/aiplc_collect_windows")
     a.add_argument("--calls", type=int, default=24, help="of 10 s each, per scene")
     a.add_argument("--scenes", nargs="+", default=["bursts2-3", "bursts4-6", "mixed"])
-    a.add_argument("--who", nargs="+", default=["codec", "classic", "model", "target"],
+    hands = ["codec", "classic", "model", "target"]
+    a.add_argument("--who", nargs="+", default=hands, choices=hands,
                    help="model is left out without --model")
     a.add_argument("--seed", type=int, default=11)
     a.add_argument("--plcmos", help="Python file with a class Plcmos: score(samples, rate)")

@@ -32,7 +32,6 @@ OUTPUTS = 2 * BINS + 2 * OTHERS * BANDS + BANDS
 QUIETEST = 4.0          # 16-bit steps: windows below it are not scaled up further
 LEAST_POWER = refiner.LEAST_POWER
 RAMP = 64               # samples over which the change sets in
-BURST_SHARE = 0.65      # of the change where the hole has no far side; all of it in training
 NOISE_AT_START = -2.0   # softplus of it is the share of noise before training
 
 
@@ -195,8 +194,6 @@ class Concealer(nn.Module):
         ramp = ((torch.arange(SEEN, device=scale.device)[None, :] - x["opens"][:, None] + 1)
                 / RAMP).clamp(0, 1)
         change = synthesise(torch.complex(change_re, change_im))
-        if not self.training:
-            change = change * torch.where(x["ends"] == SEEN, BURST_SHARE, 1.0)[:, None]
         return x["signals"][:, 0] + ramp * scale * change
 
 

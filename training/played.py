@@ -69,7 +69,6 @@ class Player:
         chain = [np.asarray(indices)]
         for _ in range(EARLIER):
             chain.append(requests_before(maps, chain[-1]))
-        net.eval()
         before = {}     # row: record and answer of the request before
         for at in reversed(chain):
             rows = np.flatnonzero(at >= 0)
@@ -80,5 +79,4 @@ class Player:
                     records[i]["signals"] = self.signals(records[i]["window"])
             if at is not chain[0]:
                 before = dict(zip(rows, zip(records, evaluate.answers(net, records)))) if len(rows) else {}
-        net.train()
         return records

@@ -72,8 +72,8 @@ def silence(records):
 # Constants of model.py, or a function in the place of evaluate.answers.
 VARIANTS = {
     "as it is": {},
-    "all of the change in mode 5": {"BURST_SHARE": 1.0},
-    "0.3 of the change in mode 5": {"BURST_SHARE": 0.3},
+    "two thirds of the change in mode 5": {"answers": mixed(1 / 3, True, False)},
+    "a third of the change in mode 5": {"answers": mixed(2 / 3, True, False)},
     "autoregressive in mode 5": {"answers": mixed(1, True, False)},
     "autoregressive in modes 1-4": {"answers": mixed(1, False, True)},
     "half autoregressive everywhere": {"answers": mixed(0.5, True, True)},
@@ -91,7 +91,7 @@ VARIANTS = {
 
 
 def main():
-    plain = {name: getattr(models, name) for name in ("BURST_SHARE", "NOISE_AT_START", "RAMP")}
+    plain = {name: getattr(models, name) for name in ("NOISE_AT_START", "RAMP")}
     for name, change in VARIANTS.items():
         for constant, value in plain.items():
             setattr(models, constant, change.get(constant, value))

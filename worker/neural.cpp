@@ -16,9 +16,6 @@ namespace {
 
 // Samples over which the change sets in.
 constexpr size_t kRamp = 64;
-// Of the change where the hole has no far side. Two thirds of it are nearer to the speech than all
-// of it in cepstrum, and rated as well; in training it is whole.
-constexpr float kBurstShare = 0.65F;
 
 }  // namespace
 
@@ -55,10 +52,9 @@ Fault Neural::MakeAnswer(const WindowFacts &facts,
     m_shortSpectra.Synthesise(m_change, begin, m_samples);
     std::ranges::copy(known, m_known.begin());
     m_answer = m_known;
-    const float share = facts.scale * (facts.hole.end == kSeenSamples ? kBurstShare : 1.0F);
     for (size_t i = begin; i < kSeenSamples; ++i) {
         const float ramp = std::min(static_cast<float>(i - begin + 1) / kRamp, 1.0F);
-        m_answer[i] += ramp * share * m_samples[i];
+        m_answer[i] += ramp * facts.scale * m_samples[i];
     }
     std::ranges::transform(m_answer, m_samples.begin(),
                            [&facts](float s) { return s / facts.scale; });
