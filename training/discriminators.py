@@ -12,8 +12,8 @@ from torch import nn
 from torch.nn import functional as F
 
 import losses
+import windows
 
-END = 40        # samples over which what is heard of mode 5 ends
 HEARD = 1600    # samples at the end of the window that are judged: at least 320 before the hole
 SLOPE = 0.2
 
@@ -115,15 +115,15 @@ def heard(answer, batch):
     """The end of the windows as played and as they should be, scaled by the target's level in the
     open part; 1 where they may differ; and 1 where it is for this answer. Each (N, HEARD).
 
-    What the answer goes on from is what was played, earlier holes included. Both end after the
-    second missing frame of mode 5: what is going to be joined there nobody knows yet.
+    What the answer goes on from is what was played, earlier holes included. The last frame of mode 5
+    fades out, as it does when no answer to a later request takes its place.
     """
-    weight = losses.importance(batch)
-    ended = ((weight == losses.UNHEARD).float().cumsum(1) / END).clamp(max=1)
+    fade = torch.ones_like(answer)
+    fade[batch["mode"] == 5, -windows.FRAME:] = 1 - (
+        torch.arange(windows.FRAME, device=answer.device) / windows.FRAME)
     scale = losses.level(batch["target"], batch["open"])
-    made, true = (x / scale * (1 - ended) for x in (answer, batch["target"]))
-    own = (weight == 1).to(made.dtype)
-    return [x[:, -HEARD:] for x in (made, true, batch["changed"] * (ended == 0), own)]
+    made, true = (x / scale * fade for x in (answer, batch["target"]))
+    return [x[:, -HEARD:] for x in (made, true, batch["changed"], batch["open"])]
 
 
 def where_open(error, opened):

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 //
-// What must not be heard, whatever the network says. The bounds leave margin: two answers in a
+// What must not be heard, whatever the network says. The bounds leave margin: a few answers in a
 // thousand are beyond them on speech that the network was not trained on.
 
 #ifndef AIPLC_WORKER_GUARD_H

@@ -17,6 +17,14 @@ namespace {
 // Samples over which the change sets in.
 constexpr size_t kRamp = 64;
 
+// Where the hole has no far side, of the last frame only a fade into the codec's concealment is
+// heard.
+void FadeLastFrame(std::span<float, kSeenSamples> samples) {
+    const auto frame = samples.last<kFrameSamples>();
+    for (size_t i = 0; i < kFrameSamples; ++i)
+        frame[i] *= 1 - static_cast<float>(i) / kFrameSamples;
+}
+
 }  // namespace
 
 Neural::Neural(std::shared_ptr<const Model> model)
@@ -56,10 +64,12 @@ Fault Neural::MakeAnswer(const WindowFacts &facts,
         const float ramp = std::min(static_cast<float>(i - begin + 1) / kRamp, 1.0F);
         m_answer[i] += ramp * facts.scale * m_samples[i];
     }
-    std::ranges::transform(m_answer, m_samples.begin(),
+    m_heard = m_answer;
+    if (facts.hole.end == kSeenSamples) FadeLastFrame(m_heard);
+    std::ranges::transform(m_heard, m_samples.begin(),
                            [&facts](float s) { return s / facts.scale; });
     m_shortSpectra.Analyse(m_samples, first, m_change);
-    return Examine({m_answer, m_change}, {m_known, m_signals[Candidates::answer]}, facts);
+    return Examine({m_heard, m_change}, {m_known, m_signals[Candidates::answer]}, facts);
 }
 
 void Neural::Report() const {

@@ -63,6 +63,7 @@ class Neural : public Predictor {
     Seen m_samples{};
     Seen m_known{};   // the autoregressive answer
     Seen m_answer{};  // the network's
+    Seen m_heard{};   // of it
     Counts m_counts;
     Counts m_countsBefore;  // the last prediction
 };
