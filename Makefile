@@ -116,7 +116,7 @@ lint: all
 
 # SPEECH and BACKGROUND are folders of recordings. LICENCES leaves all others out, such as
 # LICENCES=CC0-1.0,CC-BY-4.0. An interrupted make train goes on where it stopped; a new one can begin
-# with the weights at hand: make train START=training/weights/model.bin ADVERSARIAL_FROM=0.
+# with the weights at hand: make train START=training/weights/model.bin ADVERSARIAL_FROM=0 RATE=2e-4.
 SPEECH ?= ../shared/speech/train
 BACKGROUND ?= ../shared/speech/noise
 LICENCES ?=
@@ -124,6 +124,7 @@ PASSES ?= 3
 STEPS ?= 100000
 ADVERSARIAL_FROM ?= 20000
 START ?=
+RATE ?= 1e-3
 RUN ?= training/runs/run
 PYTHON ?= /usr/bin/python3
 COLLECT = build/release/bin/aiplc_collect_windows --speech $(SPEECH) --background $(BACKGROUND) \
@@ -146,7 +147,7 @@ train: all
 	scripts/install-packages.sh training
 	mkdir -p $(RUN) && rm -f $(RUN)/peers
 	seq 0 $$(($(JOBS) - 1)) | xargs -P $(JOBS) -I PEER $(PYTHON) training/train.py $(WINDOWS) --out $(RUN) \
-		--steps $(STEPS) --adversarial-from $(ADVERSARIAL_FROM) $(if $(START),--start $(START)) \
+		--steps $(STEPS) --rate $(RATE) --adversarial-from $(ADVERSARIAL_FROM) $(if $(START),--start $(START)) \
 		--signals build/release/bin/aiplc_make_signals --peers $(JOBS) --peer PEER --threads 1
 
 export:

@@ -9,7 +9,7 @@ import windows
 WINDOWS = (128, 320, 640)   # samples; hop a quarter
 EXPONENT = 0.3
 NAMES = ("waveform", "magnitude", "complex", "mel", "after")
-WEIGHTS = (0.1, 1.0, 0.5, 0.1, 0.1)
+WEIGHTS = (0.1, 1.0, 0.5, 0.2, 0.2)
 FIRST = 320                 # of the samples seen: no last hole begins before 640 of them
 QUIETEST = 30.0             # 16-bit steps: targets below it are not scaled up further
 FLOOR = 1e-6                # of the scaled spectrum's power, so that its root has a slope at 0
