@@ -93,6 +93,13 @@ bool StepsAtJoins(Samples answer, Samples near, const Hole &hole) {
 
 }  // namespace
 
+void MakeHeard(std::span<float, kSeenSamples> answer, const Hole &hole) noexcept {
+    if (hole.end != kSeenSamples) return;
+    const auto frame = answer.last<kFrameSamples>();
+    for (size_t i = 0; i < kFrameSamples; ++i)
+        frame[i] *= 1 - static_cast<float>(i) / kFrameSamples;
+}
+
 Fault Examine(const Sound &answer, const Sound &known, const WindowFacts &facts) noexcept {
     const Samples made = answer.samples.subspan(facts.hole.begin);
     const Samples near = known.samples.subspan(facts.hole.begin - kNear);

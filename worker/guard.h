@@ -30,8 +30,12 @@ enum class Fault : uint8_t {
     step,       // the answer steps where the hole begins or ends
 };
 
-// The first fault of an answer from the last hole on. known is the autoregressive answer; it says
-// what may be expected from 40 ms before the hole on.
+// Leaves of an answer what is heard: where the hole has no far side, the last frame fades out, into
+// the codec's concealment.
+void MakeHeard(std::span<float, kSeenSamples> answer, const Hole &hole) noexcept;
+
+// The first fault of an answer, as heard, from the last hole on. known is the autoregressive
+// answer; it says what may be expected from 40 ms before the hole on.
 Fault Examine(const Sound &answer, const Sound &known, const WindowFacts &facts) noexcept;
 
 }  // namespace aiplc::worker

@@ -17,14 +17,6 @@ namespace {
 // Samples over which the change sets in.
 constexpr size_t kRamp = 64;
 
-// Where the hole has no far side, of the last frame only a fade into the codec's concealment is
-// heard.
-void FadeLastFrame(std::span<float, kSeenSamples> samples) {
-    const auto frame = samples.last<kFrameSamples>();
-    for (size_t i = 0; i < kFrameSamples; ++i)
-        frame[i] *= 1 - static_cast<float>(i) / kFrameSamples;
-}
-
 }  // namespace
 
 Neural::Neural(std::shared_ptr<const Model> model)
@@ -65,7 +57,7 @@ Fault Neural::MakeAnswer(const WindowFacts &facts,
         m_answer[i] += ramp * facts.scale * m_samples[i];
     }
     m_heard = m_answer;
-    if (facts.hole.end == kSeenSamples) FadeLastFrame(m_heard);
+    MakeHeard(m_heard, facts.hole);
     std::ranges::transform(m_heard, m_samples.begin(),
                            [&facts](float s) { return s / facts.scale; });
     m_shortSpectra.Analyse(m_samples, first, m_change);

@@ -30,6 +30,7 @@ Fault Verdict(float amplitude, const Change &change, size_t end = kEnd) {
         known[i] = amplitude * std::sin(0.1F * static_cast<float>(i));
     Seen answer = known;
     change(answer);
+    MakeHeard(answer, facts.hole);
     ShortSpectra shortSpectra;
     const auto spectra = std::make_unique<std::array<Spectra, 2>>();
     for (const auto &[samples, into] : {std::pair(&known, 0U), std::pair(&answer, 1U)}) {
@@ -65,6 +66,10 @@ TEST(Guard, FindsWhatMustNotBeHeardAndNothingElse) {
     EXPECT_EQ(Verdict(3000, Tone(10400, 0.1F)), Fault::level);              // +13 dB
     EXPECT_EQ(Verdict(3000, Tone(10400, 0.1F, 1500, 1900)), Fault::level);  // behind the hole
     EXPECT_EQ(Verdict(3000, Tone(12000, 0.1F, 200, 900)), Fault::none);  // before it: not its own
+    // The last 10 ms are heard in full behind a far side, else in a fade from a half: 11 dB less.
+    EXPECT_EQ(Verdict(3000, Tone(20000, 0.1F, 1760, 1920)), Fault::level);
+    EXPECT_EQ(Verdict(3000, Tone(20000, 0.1F, 1760, 1920), kSeenSamples), Fault::none);
+    EXPECT_EQ(Verdict(3000, Tone(20000, 0.1F, 1440, 1600), kSeenSamples), Fault::level);
     EXPECT_EQ(Verdict(3000, Set(1900, kNan)), Fault::notFinite);
     EXPECT_EQ(Verdict(3000, Set(1900, -std::numeric_limits<float>::infinity())), Fault::notFinite);
     // A quiet hiss above a hum may be speech, a loud one is not.
