@@ -41,22 +41,21 @@ OutputFrame DescribeOutput(const PipelineChannel &channel, int64_t frame, FrameS
     output.bandwidth = node.bandwidth;
     if (frame < 0) return output;
 
-    output.source = Source(node.pktType, handedIn);
-    output.concealedSamples =
-        node.pktType == OPUS_DECODED ? concealed : static_cast<uint32_t>(output.samples.size());
+    const PipelineChannel::Decision &decision = channel.LastDecision();
+    const bool isFilled = decision.secondLook == HistoryEditor::SecondLook::filled;
+    output.source = isFilled ? FrameSource::secondLook : Source(node.pktType, handedIn);
+    output.concealedSamples = node.pktType == OPUS_DECODED && !isFilled
+                                  ? concealed
+                                  : static_cast<uint32_t>(output.samples.size());
+    // A frame may carry the mode that the request for the frame before it decided for both.
     output.inferMode = node.inferMode;
-    // A call that decided nothing leaves the mode of an earlier one, and a frame may carry the mode
-    // that a neighbour's request decided for it.
-    output.decidedNow =
-        node.inferMode != AIPLC_INFER_NONE && channel.LastInferMode() == node.inferMode;
-    const bool asks = output.decidedNow && AsksWorker(node.inferMode);
-    // A request that is refused because the worker is still busy takes less than a microsecond.
-    output.requested = asks && (node.inferTimeMs > 0 || node.inferFailed == 1);
-    output.heldOff = asks && !output.requested && channel.WorkerRunning();
-    if (output.requested) {
-        output.requestFailed = node.inferFailed == 1;
-        output.inferTimeMs = node.inferTimeMs;
-    }
+    output.decidedMode = decision.mode;
+    output.secondLook = isFilled || decision.secondLook == HistoryEditor::SecondLook::failed;
+    output.requested = decision.requested;
+    output.requestFailed = decision.failed;
+    output.inferTimeMs = decision.timeMs;
+    output.heldOff = decision.secondLook == HistoryEditor::SecondLook::heldOff ||
+                     (AsksWorker(decision.mode) && !decision.requested && channel.WorkerRunning());
     output.fusedIntoPredict = node.fusedIntoPredict == 1;
     output.fusedFromPredict = node.fusedFromPredict == 1;
     output.opusPlcApplied = node.opusPlcApplied == 1;
@@ -71,13 +70,16 @@ void OutputAccount::Count(const OutputFrame &frame) {
 }
 
 void OutputAccount::CountDecision(const OutputFrame &frame) {
-    if (!frame.decidedNow) return;
+    const bool isRequest = AsksWorker(frame.decidedMode);
     if (frame.heldOff) ++m_statistics.decisionsHeldOff;
-    if (frame.requested || !AsksWorker(frame.inferMode))
-        ++m_statistics.decisionsByMode.at(static_cast<size_t>(frame.inferMode));
+    if (frame.decidedMode != AIPLC_INFER_NONE && (frame.requested || !isRequest))
+        ++m_statistics.decisionsByMode.at(static_cast<size_t>(frame.decidedMode));
     if (!frame.requested) return;
     m_statistics.requestTimesMs.push_back(frame.inferTimeMs);
     if (frame.requestFailed) ++m_statistics.requestsFailed;
+    if (!frame.secondLook) return;
+    ++m_statistics.secondLooks;
+    if (frame.requestFailed) ++m_statistics.secondLooksFailed;
 }
 
 void OutputAccount::CountSamples(const OutputFrame &frame) {

@@ -6,8 +6,8 @@ namespace aiplc::host {
 
 std::string_view FrameSourceName(FrameSource source) {
     static constexpr std::array<std::string_view, kFrameSources> kNames = {
-        "startup",      "decoded",      "late",  "fec",   "dtx", "partial",
-        "interpolated", "extrapolated", "codec", "muted", "lost"};
+        "startup",      "decoded",      "late",       "fec",   "dtx",   "partial",
+        "interpolated", "extrapolated", "secondLook", "codec", "muted", "lost"};
     return kNames.at(static_cast<size_t>(source));
 }
 

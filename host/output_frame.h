@@ -23,11 +23,12 @@ enum class FrameSource {
     partial,       // a part of it arrived, the codec concealed the rest
     interpolated,  // worker, with received audio on both sides
     extrapolated,  // worker, with no received audio after it
+    secondLook,    // worker, a single loss that the host asked for itself
     codec,         // the codec's own concealment
     muted,         // faded out at the prediction limit
     lost,          // silence in place of a frame that nobody filled
 };
-inline constexpr size_t kFrameSources = 11;
+inline constexpr size_t kFrameSources = 12;
 
 // The enumerator's name, for reports.
 std::string_view FrameSourceName(FrameSource source);
@@ -40,11 +41,12 @@ struct OutputFrame {
     FrameSource source = FrameSource::startup;
     AiPlcPktType type = PKT_MUTE;  // the library's own verdict
     uint32_t bandwidth = 0;        // OPUS_BANDWIDTH_*, 0 for frames the library made
-    int inferMode = 0;             // AiPlcInferMode that decided this frame
+    int inferMode = 0;             // AiPlcInferMode that decided this frame, here or one before
+    int decidedMode = 0;           // AiPlcInferMode that the library decided in this call
     float inferTimeMs = 0;         // of the request made in this call, 0 without one
-    bool decidedNow = false;       // the decision inferMode was made in this call
     bool requested = false;        // the worker was asked in this call
     bool requestFailed = false;    // and gave no prediction in time
+    bool secondLook = false;       // that request was a second look at a single loss
     bool heldOff = false;          // the worker was not asked because of an earlier failure
     bool fusedIntoPredict = false;
     bool fusedFromPredict = false;

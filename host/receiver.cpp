@@ -50,7 +50,10 @@ class Receiver::Engine {
         : m_options(Checked(options)),
           m_timeline(options.sampleRate, options.decoderComplexity, options.useFec, m_buffer,
                      options.codecConceals),
-          m_channel(options.sampleRate, options.useWorker, options.adapter),
+          m_channel({.sampleRate = options.sampleRate,
+                     .useWorker = options.useWorker,
+                     .useSecondLook = options.useSecondLook,
+                     .adapter = options.adapter}),
           m_frame(options.sampleRate / 50),
           m_account(options.sampleRate, m_statistics) {
         m_statistics.initTimeMs = m_channel.InitTimeMs();
@@ -67,7 +70,7 @@ class Receiver::Engine {
     struct FrameRecord {
         FrameSource source = FrameSource::lost;
         uint32_t concealed = 0;
-        PipelineChannel::Memories before{};  // of the channel, before the frame
+        HistoryEditor::Memories before{};  // of the channel, before the frame
     };
 
     int64_t Now() const { return m_timeline.NextFrame() * kFrameUnits; }
@@ -83,7 +86,7 @@ class Receiver::Engine {
     std::optional<int64_t> EarliestRecovery();
     bool CanRecoverByFec(const BufferedPacket &packet) const;
     void Recover(int64_t position);
-    void RewriteLateOnes();
+    void RewriteHistory();
     DecodedFrame NextFrame();
     void ApplyNext();
     void Account(int64_t frame);
@@ -94,12 +97,11 @@ class Receiver::Engine {
     PacketBuffer m_buffer;
     DecodeTimeline m_timeline;
     PipelineChannel m_channel;
-    std::array<FrameRecord, kHistory> m_records;  // by frame modulo kHistory
-    std::vector<int16_t> m_frame;                 // a frame that the codec concealed
-    std::vector<PipelineChannel::Frame>
-        m_lateOnes;               // decoded again, straight before the next frame
-    int64_t m_appliedFrames = 0;  // handed to the library so far
-    bool m_started = false;       // a Pull has found a packet
+    std::array<FrameRecord, kHistory> m_records;    // by frame modulo kHistory
+    std::vector<int16_t> m_frame;                   // a frame that the codec concealed
+    std::vector<HistoryEditor::Frame> m_rewritten;  // decoded again, straight before the next frame
+    int64_t m_appliedFrames = 0;                    // handed to the library so far
+    bool m_started = false;                         // a Pull has found a packet
     int m_lateInARow = 0;
     uint64_t m_undecodableOnArrival = 0;
     OutputAccount m_account;
@@ -252,7 +254,7 @@ bool Receiver::Engine::CanRecoverByFec(const BufferedPacket &packet) const {
 }
 
 // Decodes everything from position on again, up to the next frame; what can still be played goes
-// into m_lateOnes.
+// into m_rewritten.
 void Receiver::Engine::Recover(int64_t position) {
     const int64_t now = m_timeline.NextFrame();
     const int64_t open = std::max<int64_t>(now - kLookAhead, 0);
@@ -268,22 +270,23 @@ void Receiver::Engine::Recover(int64_t position) {
         record.source = decoded.source;
         record.concealed = decoded.concealed;
         if (frame < open) continue;
-        m_lateOnes.push_back({{decoded.samples.begin(), decoded.samples.end()},
-                              decoded.bandwidth,
-                              decoded.IsLost()});
+        m_rewritten.push_back({{decoded.samples.begin(), decoded.samples.end()},
+                               decoded.bandwidth,
+                               decoded.IsLost()});
     }
 }
 
-// Puts the late frames onto their placeholders before the next frame is applied.
-void Receiver::Engine::RewriteLateOnes() {
-    const auto frames = static_cast<int64_t>(m_lateOnes.size());
+// Puts the frames that were decoded again in the place of those that the library holds.
+void Receiver::Engine::RewriteHistory() {
+    HistoryEditor &history = m_channel.History();
+    const auto frames = static_cast<int64_t>(m_rewritten.size());
     for (int64_t i = 0; i < frames; ++i) {
         FrameRecord &record = m_records[Slot(m_appliedFrames - frames + i)];
-        if (i == 0) m_channel.Rewind(frames, record.before);
-        record.before = m_channel.SaveMemories();
-        m_channel.Rewrite(m_lateOnes[static_cast<size_t>(i)]);
+        if (i == 0) history.Rewind(frames, record.before);
+        record.before = history.SaveMemories();
+        history.Rewrite(m_rewritten[static_cast<size_t>(i)]);
     }
-    m_lateOnes.clear();
+    m_rewritten.clear();
 }
 
 // The next frame of the timeline; samples are there for a lost one too.
@@ -303,18 +306,17 @@ void Receiver::Engine::ApplyNext() {
     m_timeline.TakeSnapshot();
     const bool startUp = now < PipelineChannel::kStartUpFrames;
     const DecodedFrame decoded = startUp ? NextFrame() : m_timeline.Next();
-    if (startUp || decoded.IsLost() || !m_channel.TakesLateFrames(m_lateOnes)) RewriteLateOnes();
+    RewriteHistory();
 
     FrameRecord &record = m_records[Slot(now)];
-    record.before = m_channel.SaveMemories();
+    record.before = m_channel.History().SaveMemories();
     record.source = decoded.source;
     record.concealed = decoded.concealed;
     if (decoded.IsLost()) {
         m_channel.ApplyLost([this](std::span<int16_t> frame) { m_timeline.Conceal(frame); });
     } else {
-        m_channel.ApplyReceived(m_lateOnes, decoded.samples, decoded.bandwidth);
+        m_channel.ApplyReceived(decoded.samples, decoded.bandwidth);
     }
-    m_lateOnes.clear();
     m_appliedFrames = now + 1;
 }
 

@@ -17,6 +17,7 @@ namespace aiplc::host {
 struct ReceiverOptions {
     uint32_t sampleRate = 48000;  // of the output: 16000 or 48000
     bool useWorker = true;        // ask the worker for lost frames; false: the codec conceals all
+    bool useSecondLook = true;    // ask it for single lost frames too, which the library would not
     bool useFec = true;           // recover from the redundancy of the packet after a loss
     bool useLatePackets = true;   // take packets that come up to 60 ms after their frame was due
     bool codecConceals = true;    // false: silence in place of what the codec would conceal

@@ -36,8 +36,10 @@ struct Statistics {
     std::array<uint64_t, kFrameSources> framesBySource{};  // index: FrameSource; all output frames
     std::array<uint64_t, 9>
         decisionsByMode{};          // index: AiPlcInferMode; 1-5 asked, 7-8 to the codec
-    uint64_t decisionsHeldOff = 0;  // modes 1-5 left to the codec because of an earlier failure
-    uint64_t requestsFailed = 0;
+    uint64_t decisionsHeldOff = 0;  // losses left to the codec because of an earlier failure
+    uint64_t secondLooks = 0;       // requests for single losses, which no mode 1-5 counts
+    uint64_t secondLooksFailed = 0;
+    uint64_t requestsFailed = 0;        // of all requests
     std::vector<float> requestTimesMs;  // one per request, in order
     float initTimeMs = 0;               // channel and worker start; 0 when the worker failed
 

@@ -44,7 +44,8 @@ class SchedulingNoise {
     std::thread m_thread{[this] { Watch(); }};
 };
 
-// A call of loud noise that loses two frames of four, so that every fourth one asks the worker.
+// A call of loud noise that loses two frames of four, then one frame of four, and so on: every
+// fourth tick asks the worker, the library for two frames or the host for the single one.
 class SabotagedCall {
   public:
     // Longest that the library may hold the audio thread: 10 ms for the worker to take the request
@@ -54,7 +55,7 @@ class SabotagedCall {
     static constexpr uint32_t kRate = 16000;
 
     explicit SabotagedCall(bool useWorker = true, AiplcAdapterInterface *adapter = nullptr)
-        : m_channel(kRate, useWorker, adapter) {}
+        : m_channel({.sampleRate = kRate, .useWorker = useWorker, .adapter = adapter}) {}
 
     // Plays periods of four frames. before runs straight before each request.
     void Play(
@@ -69,7 +70,11 @@ class SabotagedCall {
             if (m_frames++ <= kPeriod) continue;
             const auto output = m_channel.OutputSamples();
             if (std::ranges::none_of(output, [](int16_t s) { return s != 0; })) ++m_result.silent;
-            m_result.predicted += m_channel.Output().pktType == AIPLC_INTERPOLATE ? 1 : 0;
+            const bool isFilled =
+                m_channel.LastDecision().secondLook == HistoryEditor::SecondLook::filled;
+            m_result.secondLooks += isFilled ? 1 : 0;
+            m_result.predicted +=
+                isFilled || m_channel.Output().pktType == AIPLC_INTERPOLATE ? 1 : 0;
         }
     }
     // Plays on until a frame of the worker is heard, but not for ever.
@@ -82,6 +87,7 @@ class SabotagedCall {
         double longestMs = 0;  // of a call of AiPlcApply
         int silent = 0;        // frames
         int predicted = 0;
+        int secondLooks = 0;  // among the predicted
     };
     const Figures &Result() const { return m_result; }
     bool WorkerRunning() const { return m_channel.WorkerRunning(); }
@@ -92,13 +98,15 @@ class SabotagedCall {
             for (int16_t &sample : frame)
                 sample = static_cast<int16_t>(static_cast<int>(m_random() % 8001) - 4000);
         };
-        if (m_frames % kPeriod >= 2 && m_frames > kPeriod) {
+        const bool isSingle = m_frames / kPeriod % 2 == 1;
+        const int place = m_frames % kPeriod;
+        if ((place == 2 || (place == 3 && !isSingle)) && m_frames > kPeriod) {
             m_channel.ApplyLost(fill);
             return;
         }
         std::vector<int16_t> frame(AIPLC_FRAME_SAMPLES_16K);
         fill(frame);
-        m_channel.ApplyReceived({}, frame, 1103);
+        m_channel.ApplyReceived(frame, 1103);
     }
 
     PipelineChannel m_channel;

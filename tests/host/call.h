@@ -85,9 +85,9 @@ struct PlayedCall {
             OutputFrame frame = receiver.Pull();
             if (frame.frame < 0) continue;
             std::ranges::copy(frame.samples, std::back_inserter(pcm));
-            // Decoded, late, fec, x = dtx, partial, interpolated, extrapolated, codec, muted,
-            // o = lost.
-            sources += "sdlfxpiecmo"[static_cast<size_t>(frame.source)];
+            // Decoded, late, fec, x = dtx, partial, interpolated, extrapolated, 2 = second look,
+            // codec, muted, o = lost.
+            sources += "sdlfxpie2cmo"[static_cast<size_t>(frame.source)];
             frame.samples = {};
             frames.push_back(frame);
         }
