@@ -93,8 +93,8 @@ SabotagedCall::Figures ExpectSound(const std::string &what,
         if (figures.longestMs <= limitMs) break;
     }
     EXPECT_LE(figures.longestMs, limitMs) << what;
-    std::printf("longest call %4.1f ms, %2d frames predicted: %s\n", figures.longestMs,
-                figures.predicted, what.c_str());
+    std::printf("longest call %4.1f ms, %2d frames predicted, %2d in second looks: %s\n",
+                figures.longestMs, figures.predicted, figures.secondLooks, what.c_str());
     std::fflush(stdout);  // a forked host ends without it
     return figures;
 }
@@ -154,11 +154,15 @@ constexpr Signal kSignals[] = {{SIGKILL, "killed"}, {SIGSEGV, "crashed"}, {SIGST
 }  // namespace
 
 TEST_F(Disaster, WorkerSignalledAtAnyPointOfARequest) {
+    // The library makes the second request of a call, for two frames, and the host the third one.
+    int victim = 2;
     for (const auto &[number, name] : kSignals) {
         for (const int delayUs : kDelaysUs) {
+            victim = victim == 2 ? 3 : 2;
+            const std::string request = victim == 2 ? "request" : "second look";
             const std::string what =
                 std::string("worker ") + name + " " +
-                (delayUs < 0 ? "between requests" : std::to_string(delayUs) + " us into a request");
+                (delayUs < 0 ? "before a " : std::to_string(delayUs) + " us into a ") + request;
             ExpectSound(what, [&, number = number] {
                 auto call = std::make_unique<SabotagedCall>();
                 EXPECT_TRUE(call->WorkerRunning());
@@ -166,7 +170,7 @@ TEST_F(Disaster, WorkerSignalledAtAnyPointOfARequest) {
                 int requests = 0;
                 std::jthread saboteur;
                 call->Play(6, [&] {
-                    if (++requests != 2) return;
+                    if (++requests != victim) return;
                     if (delayUs < 0)
                         Send(worker, number);
                     else
@@ -284,7 +288,8 @@ TEST_F(Disaster, SlowAndStuckWorkers) {
             call.Play(8);
             return call.Result();
         });
-        EXPECT_TRUE(ms > 5 || figures.predicted > 0);
+        EXPECT_TRUE(ms > 5 || figures.predicted > figures.secondLooks);
+        EXPECT_TRUE(ms > 5 || figures.secondLooks > 0);
         EXPECT_TRUE(ms < 100'000 || figures.predicted == 0);
         ExpectNothingLeft(what);
     }
