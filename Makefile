@@ -5,6 +5,7 @@
 # make bench  what frames, kernels and requests cost: bench/README.md, as JSON in build/bench.json
 # make test   all tests: the page's in Chromium, the programs' in a Debug build with sanitizers and in the
 #             Release build, and a short run of each fuzzer
+# make install, uninstall  with PREFIX (/usr/local) and DESTDIR
 # make fuzz   each fuzzer for FUZZ_SECONDS, see fuzz/README.md
 # make long-run  a day of calls at full speed; memory and descriptors must not grow
 # make threads   the tests of several threads and processes under ThreadSanitizer
@@ -18,7 +19,7 @@ JOBS := $(shell nproc)
 BUILD = cmake --preset $(1) -G Ninja --log-level=WARNING -Wno-dev && cmake --build --preset $(1) -j $(JOBS)
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 
-.PHONY: all demo compare-demo measure bench test fuzz long-run threads valgrind coverage install format lint clean train-data loop-data train export \
+.PHONY: all demo compare-demo measure bench test fuzz long-run threads valgrind coverage install uninstall format lint clean train-data loop-data train export \
         model-report report report-test
 
 all:
@@ -100,6 +101,9 @@ coverage:
 PREFIX ?= /usr/local
 install: all
 	cmake --install build/release --prefix $(PREFIX)
+
+uninstall:
+	cmake -DPREFIX=$(DESTDIR)$(PREFIX) -P cmake/Uninstall.cmake
 
 format:
 	scripts/install-packages.sh lint

@@ -1,5 +1,5 @@
-# Installs library, headers, CMake package and pkg-config file; the tool and its worker lie together
-# in libexec, with a link to the tool in bin.
+# Installs library, headers, CMake package, pkg-config file and licence; the tool and its worker lie
+# together in libexec, with a link to the tool in bin. The installed tree may be moved as a whole.
 include(CMakePackageConfigHelpers)
 
 set(AIPLC_LIBEXEC_DIR ${CMAKE_INSTALL_LIBEXECDIR}/aiplc)
@@ -20,7 +20,8 @@ if(TARGET aiplc)
   install(CODE "
     set(bin \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}\")
     file(MAKE_DIRECTORY \"\${bin}\")
-    file(CREATE_LINK \"${to_tool}\" \"\${bin}/aiplc\" SYMBOLIC)")
+    file(CREATE_LINK \"${to_tool}\" \"\${bin}/aiplc\" SYMBOLIC)
+    list(APPEND CMAKE_INSTALL_MANIFEST_FILES \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/aiplc\")")
 endif()
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/aiplc)
@@ -31,5 +32,22 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/aiplcConfigVersion.cmake
   COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/aiplcConfig.cmake ${PROJECT_BINARY_DIR}/aiplcConfigVersion.cmake
         DESTINATION ${package_dir})
+# pkg-config finds the prefix from where the file itself lies.
+set(pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH to_prefix /${pkgconfig_dir} /)
+string(REGEX REPLACE "/$" "" to_prefix ${to_prefix})
 configure_file(cmake/aiplc.pc.in ${PROJECT_BINARY_DIR}/aiplc.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/aiplc.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${PROJECT_BINARY_DIR}/aiplc.pc DESTINATION ${pkgconfig_dir})
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
+# The files of this installation, relative to the prefix, for cmake/Uninstall.cmake. Last of all rules.
+install(CODE "
+  list(APPEND CMAKE_INSTALL_MANIFEST_FILES
+       \"\${CMAKE_INSTALL_PREFIX}/${AIPLC_LIBEXEC_DIR}/installed_files.txt\")
+  set(text \"\")
+  foreach(file IN LISTS CMAKE_INSTALL_MANIFEST_FILES)
+    file(RELATIVE_PATH file \"\${CMAKE_INSTALL_PREFIX}\" \"\${file}\")
+    string(APPEND text \"\${file}\\n\")
+  endforeach()
+  file(WRITE \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${AIPLC_LIBEXEC_DIR}/installed_files.txt\"
+       \"\${text}\")")

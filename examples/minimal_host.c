@@ -1,6 +1,8 @@
 /* One 16 kHz call with its own Opus decoder. All functions run on the audio thread. */
 #include <aiplc/aiplc.h>
 #include <opus/opus.h>
+#include <stdarg.h>
+#include <stdio.h>
 #include <string.h>
 
 static OpusDecoder *decoder;
@@ -8,6 +10,15 @@ static StAiPlcChannel block;
 static AiPlcHostStats stats = {.sampleRate = 16000};
 static AiPlcHostContext host = {.stats = &stats, .packetCount = 1};
 static int16_t record[4 + 320], area[7 * 960];
+
+static void print_log(const char *unit, int32_t line, const char *format, ...) {
+    va_list text;
+    va_start(text, format);
+    fprintf(stderr, "%s:%d ", unit, (int)line);
+    vfprintf(stderr, format, text);
+    fputc('\n', stderr);
+    va_end(text);
+}
 
 static int32_t conceal(uint32_t call, AiPlcDecodeRequest *request) {
     (void)call; /* AiPlcApply's second argument: tells your calls apart */
@@ -18,8 +29,11 @@ static int32_t conceal(uint32_t call, AiPlcDecodeRequest *request) {
 int call_open(void) {
     decoder = opus_decoder_create(16000, 1, NULL);
     host.decodeLost = conceal;
+    AiplcRegLog(print_log); /* says, among other things, why there is no worker */
     if (decoder == NULL || AiPlcCreate(&host.channel, &block) != 0) return -1;
-    (void)AiPlcAsyncInit(host.channel, 1); /* starts the worker; without it the codec conceals */
+    int32_t result = AiPlcAsyncInit(host.channel, 1); /* starts the worker */
+    if (result == -1 || result == -8) return -1;      /* no channel */
+    if (result != 0) fprintf(stderr, "no worker (%d), the codec conceals\n", (int)result);
     host.channel->frameSamples = 320;
     return 0;
 }
