@@ -3,8 +3,8 @@
 # make compare-demo  the same speech at twelve losses, as tables and a page
 # make measure  the figures of a ten-minute call
 # make bench  what frames, kernels and requests cost: bench/README.md, as JSON in build/bench.json
-# make test   all tests: the page's in Chromium, the programs' in a Debug build with sanitizers and in the
-#             Release build, and a short run of each fuzzer
+# make test   all tests: the programs' in a Debug build with sanitizers and in the Release build, a short
+#             run of each fuzzer, and the page's in Chromium
 # make install, uninstall  with PREFIX (/usr/local) and DESTDIR
 # make fuzz   each fuzzer for FUZZ_SECONDS, see fuzz/README.md
 # make long-run  a day of calls at full speed; memory and descriptors must not grow
@@ -16,26 +16,34 @@
 # Each target first installs the Debian or Ubuntu packages it lacks.
 
 JOBS := $(shell nproc)
-BUILD = cmake --preset $(1) -G Ninja --log-level=WARNING -Wno-dev && cmake --build --preset $(1) -j $(JOBS)
+CONFIGURE = cmake --preset $(1) --log-level=WARNING -Wno-dev
+BUILD = $(CONFIGURE) && cmake --build --preset $(1) -j $(JOBS)
+TEST = ctest --test-dir build/$(1) -j $(JOBS) --output-on-failure --no-tests=error
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 
-.PHONY: all demo compare-demo measure bench test fuzz long-run threads valgrind coverage install uninstall format lint clean train-data loop-data train export \
-        model-report report report-test
+.PHONY: all tool demo compare-demo measure bench test fuzz long-run threads valgrind coverage \
+        install uninstall format lint clean train-data loop-data train export model-report report report-test
 
 all:
 	scripts/install-packages.sh build test
 	$(call BUILD,release)
 
-demo: all
+# Library, worker and tool alone, without the tests and their packages, unless those are there already.
+tool:
+	scripts/install-packages.sh build
+	[ -f build/release/build.ninja ] || $(call CONFIGURE,tool)
+	cmake --build build/release -j $(JOBS) --target aiplc aiplc_worker
+
+demo: tool
 	scripts/install-packages.sh demo
 	scripts/demo.sh build/release/bin/aiplc demo
 
-compare-demo: all
+compare-demo: tool
 	scripts/install-packages.sh demo
 	scripts/compare_demo.sh build/release/bin/aiplc demo
 
 # Add PACED=paced for the run at the pace of a call.
-measure: all
+measure: tool
 	scripts/install-packages.sh measure
 	scripts/measure.sh build/release/bin/aiplc build/measure $(PACED)
 
@@ -48,15 +56,21 @@ bench:
 	build/bench/bin/aiplc_bench --benchmark_filter='$(FILTER)' --benchmark_counters_tabular \
 		--benchmark_enable_random_interleaving=true --benchmark_out=build/bench.json
 
-test: report-test
-	scripts/install-packages.sh build test
+# Without a browser or npm's registry the page's tests are left out, but not where CI is true.
+test:
+	scripts/install-packages.sh build test fuzz
+	scripts/install-packages.sh report || true
+	@echo "== 1 of 4: the programs' tests, Debug build with sanitizers"
 	$(call BUILD,debug)
-	ctest --test-dir build/debug -j $(JOBS) --output-on-failure --no-tests=error
-	scripts/install-packages.sh fuzz
+	$(call TEST,debug)
+	@echo "== 2 of 4: a short run of each fuzzer"
 	$(call BUILD,fuzz)
-	ctest --test-dir build/fuzz -j $(JOBS) --output-on-failure --no-tests=error
+	$(call TEST,fuzz)
+	@echo "== 3 of 4: the programs' tests, Release build"
 	$(call BUILD,release)
-	ctest --test-dir build/release -j $(JOBS) --output-on-failure --no-tests=error
+	$(call TEST,release)
+	@echo "== 4 of 4: the page's tests"
+	scripts/test_page.sh $(if $(filter true,$(CI)),required,optional)
 
 # Inputs that reach new code are kept in build/fuzz/found, one that fails in build/fuzz/failed-....
 FUZZ_SECONDS ?= 60
@@ -79,7 +93,7 @@ long-run: all
 threads:
 	scripts/install-packages.sh build test
 	$(call BUILD,threads)
-	AIPLC_MODEL=autoregressive TSAN_OPTIONS='halt_on_error=1 report_mutex_bugs=0' ctest --test-dir build/threads -j $(JOBS) --output-on-failure --no-tests=error \
+	AIPLC_MODEL=autoregressive TSAN_OPTIONS='halt_on_error=1 report_mutex_bugs=0' $(call TEST,threads) \
 		-R '^(Threads|Event|Mutex|NamedObject|Process|Wait|Protocol|Service|JobPool)'
 
 valgrind: all
@@ -93,13 +107,13 @@ coverage:
 	scripts/install-packages.sh build test coverage
 	$(call BUILD,coverage)
 	find build/coverage -name '*.gcda' -delete
-	ctest --test-dir build/coverage -j $(JOBS) --output-on-failure --no-tests=error
+	$(call TEST,coverage)
 	gcovr --root . --filter src/ --exclude-throw-branches --html-details build/coverage/report.html \
 		--print-summary build/coverage | tee build/coverage/summary.txt
 
 # PREFIX and DESTDIR as usual.
 PREFIX ?= /usr/local
-install: all
+install: tool
 	cmake --install build/release --prefix $(PREFIX)
 
 uninstall:
@@ -114,7 +128,7 @@ lint: all
 	clang-format --dry-run --Werror $(SOURCES)
 	git ls-files -z '*.cpp' ':!bench' ':!fuzz' | xargs -0 -n 1 -P $(JOBS) clang-tidy --quiet -p build/release
 	for part in bench fuzz; do \
-		cmake --preset $$part -G Ninja --log-level=WARNING -Wno-dev && \
+		$(call CONFIGURE,$$part) && \
 		git ls-files -z "$$part/*.cpp" | xargs -0 -n 1 -P $(JOBS) clang-tidy --quiet -p build/$$part || exit 1; \
 	done
 
@@ -170,11 +184,11 @@ model-report: all
 
 report: ## builds report/dist/report.html, the page of aiplc compare
 	scripts/install-packages.sh report
-	cd report && npm ci --ignore-scripts --silent && npm run --silent check && npm run --silent build
+	cd report && npm ci --ignore-scripts --loglevel=error && npm run --silent check && npm run --silent build
 
 report-test: ## checks report/dist against its sources and runs its tests in headless Chromium
 	scripts/install-packages.sh report
-	cd report && npm ci --ignore-scripts --silent && npm run --silent check-dist && npm run --silent test
+	scripts/test_page.sh required
 
 clean:
 	rm -rf build demo

@@ -40,10 +40,59 @@ for group in "$@"; do
 done
 [ -n "$missing" ] || exit 0
 
+command="apt-get install -y --no-install-recommends$missing"
 root=""
-[ "$(id -u)" = 0 ] || root=sudo
-echo "Installing:$missing"
-export DEBIAN_FRONTEND=noninteractive
-$root apt-get update -qq
+if [ "$(id -u)" != 0 ]; then
+    root=sudo
+    command -v sudo >/dev/null || {
+        echo "install-packages.sh: packages are missing and there is no sudo; run as root: $command" >&2
+        exit 1
+    }
+fi
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+export LC_ALL=C
+
+# Runs a command as root with its output in the log. Apt reports how far it is on descriptor 3, which
+# becomes the standard output here.
+run_as_root() {
+    # shellcheck disable=SC2016
+    if $root sh -c 'exec 3>&1 >&2; DEBIAN_FRONTEND=noninteractive exec "$@"' sh "$@" 2>>"$log"; then
+        echo "finished"
+    fi
+}
+
+# A line for every tenth of the way, or one line that counts on a terminal. Fails unless it ends with "finished".
+show_progress() {
+    before=""
+    while IFS=: read -r kind _ percent _; do
+        case $kind in
+        finished) [ -z "$before" ] || [ ! -t 1 ] || echo; return ;;
+        dlstatus) kind=fetched ;;
+        pmstatus) kind=installed ;;
+        *) continue ;;
+        esac
+        percent=${percent%%.*}
+        [ -t 1 ] || percent=$((percent / 10 * 10))
+        [ "$kind $percent" != "$before" ] || continue
+        before="$kind $percent"
+        if [ -t 1 ]; then printf '\r  %s %s %%   ' "$kind" "$percent"; else echo "  $kind $percent %"; fi
+    done
+    return 1
+}
+
+# Sources of packages that do not answer matter only when a package is missing then.
+run_as_root apt-get update -q | show_progress || true
+# The figures are apt's own, such as "Need to get 61.1 MB of archives."
 # shellcheck disable=SC2086
-$root apt-get install -y -qq --no-install-recommends $missing >/dev/null
+size=$($root apt-get install --no-install-recommends --assume-no $missing 2>/dev/null |
+    sed -n 's/^[0-9]* upgraded, \([0-9]*\) newly installed.*/: \1 packages with what they need/p
+            s/^Need to get \(.*\) of archives\./, \1 to fetch/p
+            s/^After this operation, \(.*\) of additional.*/, \1 on disk/p' | tr -d '\n')
+echo "Installing$missing$size"
+# shellcheck disable=SC2086
+run_as_root apt-get install -y -q --no-install-recommends -o APT::Status-Fd=3 $missing | show_progress || {
+    cat "$log"
+    echo "install-packages.sh: the packages could not be installed; the command was: $command"
+    exit 1
+} >&2
