@@ -5,6 +5,7 @@
 # make bench  what frames, kernels and requests cost: bench/README.md, as JSON in build/bench.json
 # make test   all tests: the programs' in a Debug build with sanitizers and in the Release build, a short
 #             run of each fuzzer, and the page's in Chromium
+# make fresh-root RELEASE=trixie  make demo and make test in a new minimal Debian 13 (bookworm: 12)
 # make install, uninstall  with PREFIX (/usr/local) and DESTDIR
 # make fuzz   each fuzzer for FUZZ_SECONDS, see fuzz/README.md
 # make long-run  a day of calls at full speed; memory and descriptors must not grow
@@ -21,7 +22,7 @@ BUILD = $(CONFIGURE) && cmake --build --preset $(1) -j $(JOBS)
 TEST = ctest --test-dir build/$(1) -j $(JOBS) --output-on-failure --no-tests=error
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 
-.PHONY: all tool demo compare-demo measure bench test fuzz long-run threads valgrind coverage \
+.PHONY: all tool demo compare-demo measure bench test fresh-root fuzz long-run threads valgrind coverage \
         install uninstall format lint clean train-data loop-data train export model-report report report-test
 
 all:
@@ -71,6 +72,12 @@ test:
 	$(call TEST,release)
 	@echo "== 4 of 4: the page's tests"
 	scripts/test_page.sh $(if $(filter true,$(CI)),required,optional)
+
+# Needs root and debootstrap; see the script.
+RELEASE ?= bookworm
+TARGETS ?= demo test
+fresh-root:
+	scripts/fresh-root.sh $(RELEASE) $(TARGETS)
 
 # Inputs that reach new code are kept in build/fuzz/found, one that fails in build/fuzz/failed-....
 FUZZ_SECONDS ?= 60
