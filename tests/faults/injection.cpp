@@ -6,6 +6,7 @@
 #include <dirent.h>
 #include <sys/file.h>
 #include <sys/mman.h>
+#include <sys/shm.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
 
@@ -224,8 +225,23 @@ WRAPPED(int, Lock, "flock", int file, int operation) {
     // To unlock cannot fail.
     return operation != LOCK_UN && FailsWith(ENOLCK, "flock") ? -1 : RealLock(file, operation);
 }
-WRAPPED(int, Allocate, "posix_fallocate", int file, off_t offset, off_t size) {
-    return Fails(Kind::system, "posix_fallocate") ? ENOSPC : RealAllocate(file, offset, size);
+WRAPPED(ssize_t, Read, "pread", int file, void *to, size_t size, off_t offset) {
+    return FailsWith(EIO, "pread") ? -1 : RealRead(file, to, size, offset);
+}
+WRAPPED(ssize_t, Write, "pwrite", int file, const void *from, size_t size, off_t offset) {
+    return FailsWith(ENOSPC, "pwrite") ? -1 : RealWrite(file, from, size, offset);
+}
+WRAPPED(int, MakeSegment, "shmget", key_t key, size_t size, int flags) {
+    return FailsWith(ENOSPC, "shmget") ? -1 : RealMakeSegment(key, size, flags);
+}
+WRAPPED(void *, Attach, "shmat", int segment, const void *at, int flags) {
+    return FailsWith(ENOMEM, "shmat") ? MAP_FAILED : RealAttach(segment, at, flags);
+}
+WRAPPED(int, Control, "shmctl", int segment, int command, shmid_ds *status) {
+    // To mark what is one's own for removal cannot fail.
+    return command != IPC_RMID && FailsWith(EIDRM, "shmctl")
+               ? -1
+               : RealControl(segment, command, status);
 }
 WRAPPED(void *, Map, "mmap", void *at, size_t size, int access, int flags, int file, off_t offset) {
     return FailsWith(ENOMEM, "mmap") ? MAP_FAILED : RealMap(at, size, access, flags, file, offset);

@@ -1,16 +1,20 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
 #include <gtest/gtest.h>
+#include <linux/futex.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
+#include <span>
 #include <thread>
 
 #include "child_process.h"
 #include "platform/platform.h"
+#include "platform/posix/named_object.h"
 
 namespace aiplc::platform {
 namespace {
@@ -181,6 +185,97 @@ TEST(Mutex, ClosingTheLastHandleReleasesOwnAndKeepsAnothersOwnership) {
     }).join();
     other.line.Tell();
     EXPECT_EQ(other.Join(), 0);
+}
+
+// ---- Other processes of the user write what they like ----
+
+// All that other processes can reach of an object.
+std::span<uint32_t> SharedWords(Handle handle) {
+    const Segment &memory = ObjectOf(handle)->memory;
+    auto *first = static_cast<uint32_t *>(memory.Data());
+    return {first, reinterpret_cast<uint32_t *>(memory.End())};
+}
+
+// Locks that the kernel would mark as abandoned if this thread ended now; -1 when that cannot be
+// told.
+int ListedLocks() {
+    robust_list_head *head = nullptr;
+    size_t bytes = 0;
+    if (syscall(SYS_get_robust_list, 0, &head, &bytes) != 0) return -1;
+    int count = 0;
+    for (const robust_list *link = head->list.next; link != &head->list && count < 100; ++count)
+        link = link->next;
+    return head->list_op_pending == nullptr ? count : -1;
+}
+
+// Addresses are among the values: of a variable that must not change, so that memory which is
+// taken for links leads there.
+TEST(Mutex, AnyValueInItsMemoryCostsItsServiceOnly) {
+    uint32_t victim[64] = {};
+    const auto address = reinterpret_cast<std::uintptr_t>(&victim[32]);
+    const auto id = static_cast<uint32_t>(gettid());
+    Handle mutex = CreateNamedMutex("M");
+    for (const uint32_t value :
+         {0U, 1U, id, id | FUTEX_WAITERS, uint32_t{FUTEX_OWNER_DIED}, FUTEX_OWNER_DIED | id, ~0U,
+          static_cast<uint32_t>(address), static_cast<uint32_t>(address >> 32)}) {
+        ASSERT_EQ(Wait(mutex, 0), kWaitSignalled) << value;
+        EXPECT_EQ(ListedLocks(), 2);
+        std::ranges::fill(SharedWords(mutex), value);
+        std::thread([&] { EXPECT_EQ(Wait(mutex, 2), kWaitTimeout) << value; }).join();
+        EXPECT_TRUE(ReleaseMutex(mutex)) << value;
+        EXPECT_EQ(ListedLocks(), 0);
+        std::ranges::fill(SharedWords(mutex), value);
+        const uint32_t outcome = Wait(mutex, 2);
+        EXPECT_EQ(ReleaseMutex(mutex), outcome != kWaitTimeout) << value;
+        std::ranges::fill(SharedWords(mutex), 0);
+    }
+    EXPECT_TRUE(std::ranges::all_of(victim, [](uint32_t word) { return word == 0; }));
+}
+
+TEST(Wait, EndsInTimeWhileAnotherProcessWritesAllTheWhile) {
+    const Child writer([](Line line) {
+        const auto event = SharedWords(CreateNamedEvent("E"));
+        const auto mutex = SharedWords(CreateNamedMutex("M"));
+        line.Tell();
+        for (uint32_t value = 1;; value = value * 1664525 + 1013904223) {
+            std::atomic_ref(event.front()).store(value >> 30);
+            std::atomic_ref(mutex.end()[-2]).store(value % 8 == 0 ? value >> 3 : 0);
+        }
+        return 0;
+    });
+    Handle event = CreateNamedEvent("E");
+    Handle mutex = CreateNamedMutex("M");
+    const auto use = [=] {
+        for (uint32_t i = 0; i < 300; ++i) {
+            Wait(event, i % 3);
+            const bool isOwned = Wait(mutex, i % 3) != kWaitTimeout;
+            EXPECT_EQ(ReleaseMutex(mutex), isOwned);
+        }
+        EXPECT_EQ(ListedLocks(), 0);
+    };
+    std::thread other(use);
+    use();
+    other.join();
+}
+
+TEST(NamedObject, ItsMemoryStaysWhenItsFileIsCutShort) {
+    Child holder(kHoldBlock);
+    Child late([](Line line) {
+        if (!line.Tell() || !line.Await()) return 1;
+        return CreateNamedMutex("M") == nullptr && LastError() == EINVAL ? 0 : 1;
+    });
+    size_t size = 0;
+    auto *bytes = static_cast<char *>(MapView(OpenMapping("Block"), &size));
+    Handle mutex = CreateNamedMutex("M");
+    Handle event = CreateNamedEvent("E");
+    for (Handle handle : {OpenMapping("Block"), mutex, event})
+        ASSERT_EQ(ftruncate(ObjectOf(handle)->file.Get(), 0), 0);
+    EXPECT_EQ(bytes[10770], 7);
+    EXPECT_EQ(Wait(mutex, 0), kWaitSignalled);
+    EXPECT_TRUE(ReleaseMutex(mutex) && SetEvent(event));
+    EXPECT_EQ(Wait(event, 0), kWaitSignalled);
+    late.line.Tell();
+    EXPECT_EQ(late.Join(), 0) << "a file that describes no object is refused";
 }
 
 TEST(Bounded, KeepsWithinTheDestinationAndClearsItOnFailure) {

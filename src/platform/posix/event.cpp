@@ -21,14 +21,14 @@ namespace {
 static_assert(sizeof(timespec::tv_sec) == sizeof(long), "SYS_futex takes the kernel's timespec");
 static_assert(std::atomic_ref<uint32_t>::is_always_lock_free);
 
+uint32_t &SignalOf(const NamedObject &event) {
+    return *static_cast<uint32_t *>(event.memory.Data());
+}
+
 // Any value but 0 counts as set, so that a stray one cannot make a waiter spin.
 bool Consume(uint32_t &signal) {
     const std::atomic_ref<uint32_t> word(signal);
-    uint32_t value = word.load();
-    while (value != 0) {
-        if (word.compare_exchange_weak(value, 0)) return true;
-    }
-    return false;
+    return word.load() != 0 && word.exchange(0) != 0;
 }
 
 // Sleeps while the word is 0, at most until the deadline (null: for ever). An errno value.
@@ -41,13 +41,13 @@ int SleepWhileClear(uint32_t &signal, const timespec *deadline) {
 }  // namespace
 
 Handle CreateNamedEvent(const char *name) {
-    return OpenObject(name, ObjectKind::event, 0, Absent::create);
+    return OpenObject(name, ObjectKind::event, sizeof(uint32_t), Absent::create);
 }
 
 bool SetEvent(Handle event) {
     NamedObject *object = ObjectOf(event, ObjectKind::event);
     if (object == nullptr) return false;
-    uint32_t &signal = object->state->signal;
+    uint32_t &signal = SignalOf(*object);
     std::atomic_ref<uint32_t>(signal).store(1);
     if (syscall(SYS_futex, &signal, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0) < 0) {
         return Fail(errno);
@@ -58,12 +58,12 @@ bool SetEvent(Handle event) {
 bool ResetEvent(Handle event) {
     NamedObject *object = ObjectOf(event, ObjectKind::event);
     if (object == nullptr) return false;
-    std::atomic_ref<uint32_t>(object->state->signal).store(0);
+    std::atomic_ref<uint32_t>(SignalOf(*object)).store(0);
     return true;
 }
 
 uint32_t WaitEvent(NamedObject &event, uint32_t timeoutMs) {
-    uint32_t &signal = event.state->signal;
+    uint32_t &signal = SignalOf(event);
     if (Consume(signal)) return kWaitSignalled;
     if (timeoutMs == 0) return FailWait(ETIMEDOUT);
 
@@ -73,6 +73,8 @@ uint32_t WaitEvent(NamedObject &event, uint32_t timeoutMs) {
         if (Consume(signal)) return kWaitSignalled;
         // EAGAIN: it was set, and consumed by another, before this one slept.
         if (error != 0 && error != EINTR && error != EAGAIN) return FailWait(error);
+        // Another process may set and clear it all the time.
+        if (timeoutMs != kWaitForever && !IsAhead(deadline)) return FailWait(ETIMEDOUT);
     }
 }
 

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include <sys/mman.h>
-
 #include <cerrno>
 #include <mutex>
 #include <new>
@@ -13,11 +11,10 @@ namespace aiplc::platform {
 
 namespace {
 
-// Views are given back by address alone, so their sizes are kept here. A view outlives its handle.
+// Views are given back by address alone, and only what is one may be. A view outlives its handle.
 struct View {
     View *next;
     void *address;
-    size_t bytes;
 };
 
 std::mutex viewsLock;
@@ -40,21 +37,19 @@ Handle CreateMapping(const char *name, size_t size) {
 void *MapView(Handle mapping, size_t *size) {
     NamedObject *object = ObjectOf(mapping, ObjectKind::mapping);
     if (object == nullptr) return nullptr;
-    const size_t bytes = static_cast<size_t>(object->status.st_size) - StateBytes();
-    auto *view = new (std::nothrow) View{nullptr, nullptr, bytes};
+    auto *view = new (std::nothrow) View{nullptr, nullptr};
     if (view == nullptr || size == nullptr) {
         Fail(size == nullptr ? EINVAL : ENOMEM);
         delete view;
         return nullptr;
     }
-    view->address = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, object->file.Get(),
-                         static_cast<off_t>(StateBytes()));
-    if (view->address == MAP_FAILED) {
+    view->address = object->memory.AttachAgain();
+    if (view->address == nullptr) {
         Fail(errno);
         delete view;
         return nullptr;
     }
-    *size = bytes;
+    *size = object->memory.Bytes();
     const std::lock_guard<std::mutex> guard(viewsLock);
     view->next = views;
     views = view;
@@ -69,7 +64,7 @@ bool UnmapView(void *view) {
     View *found = *link;
     if (found == nullptr) return Fail(EINVAL);
     *link = found->next;
-    munmap(found->address, found->bytes);
+    Segment::Detach(found->address);
     delete found;
     return true;
 }

@@ -7,15 +7,15 @@
 
 namespace aiplc::platform {
 
-// Makes the mutex of a new object's state; an errno value, 0 on success.
-int InitializeMutex(pthread_mutex_t *mutex);
+// Makes the lock between the threads of this process; an errno value, 0 on success.
+int InitializeMutex(pthread_mutex_t *threads);
 
 // Wait for a mutex.
 uint32_t WaitMutex(NamedObject &mutex, uint32_t timeoutMs);
 
-// Readies a mutex for the loss of this process's last handle: gives it up if the calling thread
-// owns it. False when another thread of this process does (or did until it ended): the state must
-// then stay mapped, as the kernel's list of mutexes to abandon may point into it.
+// Readies an object for the loss of this process's last handle: gives a mutex up if the calling
+// thread owns it. False when another thread of this process does: the memory must then stay, as
+// that thread's list of locks points into it.
 bool DetachMutex(NamedObject &mutex);
 
 }  // namespace aiplc::platform

@@ -3,7 +3,7 @@
 #include "platform/posix/named_object.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
+#include <unistd.h>
 
 #include <cctype>
 #include <cerrno>
@@ -27,7 +27,7 @@ struct Membership {
 
 namespace {
 
-constexpr uint32_t kMagic = 0x41504C31;
+constexpr uint32_t kMagic = 0x41504C32;
 constexpr int kFileFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW;
 
 // Guards the two lists, what they hold but for the owner and depth of mutexes, and the locks on
@@ -118,53 +118,30 @@ Descriptor OpenFile(const Namespace &space, const char *name, struct stat *statu
     return file;
 }
 
-// Maps the state page; false with errno set.
-bool MapState(NamedObject *object) {
-    void *state =
-        mmap(nullptr, StateBytes(), PROT_READ | PROT_WRITE, MAP_SHARED, object->file.Get(), 0);
-    if (state == MAP_FAILED) return false;
-    object->state = static_cast<ObjectState *>(state);
-    return true;
-}
-
-int Reserve(const Descriptor &file, size_t bytes) {
-    int error = EINTR;
-    while (error == EINTR)
-        error = posix_fallocate(file.Get(), 0, static_cast<off_t>(bytes));
-    return error;
-}
-
-// Makes the object's file with all its memory, so that a full file system shows now and not as a
-// bus error later. An errno value.
-int CreateFile(const Namespace &space, size_t dataBytes, NamedObject *object) {
+// Makes the object's file and its memory. An errno value.
+int CreateFile(const Namespace &space, size_t bytes, NamedObject *object) {
     object->file =
         Descriptor(openat(space.Directory(), object->name, kFileFlags | O_CREAT | O_EXCL, 0600));
     if (!object->file.IsOpen() || !LockFile(object->file, LOCK_SH)) return errno;
-    const int error = Reserve(object->file, StateBytes() + dataBytes);
+    const int error = object->memory.Create(bytes);
     if (error != 0) return error;
-    if (fstat(object->file.Get(), &object->status) != 0 || !MapState(object)) return errno;
-
-    ObjectState *state = object->state;
-    state->magic = kMagic;
-    state->stateBytes = sizeof(ObjectState);
-    state->kind = object->kind;
-    return object->kind == ObjectKind::mutex ? InitializeMutex(&state->mutex) : 0;
+    const ObjectRecord record{kMagic, object->kind, object->memory.Number()};
+    const ssize_t written = pwrite(object->file.Get(), &record, sizeof record, 0);
+    if (written != sizeof record) return written < 0 ? errno : ENOSPC;
+    return fstat(object->file.Get(), &object->status) == 0 ? 0 : errno;
 }
 
 // Takes up a file that another process made. An errno value.
 int AdoptFile(NamedObject *object) {
-    const auto bytes = static_cast<size_t>(object->status.st_size);
-    if (bytes < StateBytes()) return EINVAL;
-    if (!MapState(object)) return errno;
-    const ObjectState *state = object->state;
-    if (state->magic != kMagic || state->stateBytes != sizeof(ObjectState)) return EINVAL;
-    if (state->kind != object->kind) return EEXIST;
-    const bool hasData = bytes > StateBytes();
-    return hasData == (object->kind == ObjectKind::mapping) ? 0 : EINVAL;
+    ObjectRecord record{};
+    if (pread(object->file.Get(), &record, sizeof record, 0) != sizeof record) return EINVAL;
+    if (record.magic != kMagic) return EINVAL;
+    if (record.kind != object->kind) return EEXIST;
+    return object->memory.Open(record.segment);
 }
 
 void Discard(NamedObject *object) {
-    if (object->state != nullptr) munmap(object->state, StateBytes());
+    pthread_mutex_destroy(&object->threads);
     delete object;
 }
 
@@ -190,7 +167,7 @@ int Reopen(NamedObject *object, ObjectKind kind, Membership *membership, Descrip
 struct Request {
     const char *name;
     ObjectKind kind;
-    size_t dataBytes;
+    size_t bytes;
     Absent absent;
 };
 
@@ -211,13 +188,17 @@ int OpenIn(Membership *membership, const Request &request, NamedObject **opened)
     if (object == nullptr) return ENOMEM;
     object->kind = request.kind;
     std::memcpy(object->name, request.name, std::strlen(request.name) + 1);
-    int error = 0;
+    int error = InitializeMutex(&object->threads);
+    if (error != 0) {
+        delete object;
+        return error;
+    }
     if (file.IsOpen()) {
         object->file = std::move(file);
         object->status = status;
         error = AdoptFile(object);
     } else {
-        error = CreateFile(membership->space, request.dataBytes, object);
+        error = CreateFile(membership->space, request.bytes, object);
         if (error != 0) membership->space.Unlink(object->name, object->file);
     }
     if (error != 0) {
@@ -255,13 +236,8 @@ void Release(NamedObject *object) {
 
 }  // namespace
 
-size_t StateBytes() {
-    static const auto bytes = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    return bytes;
-}
-
-Handle OpenObject(const char *name, ObjectKind kind, size_t dataBytes, Absent absent) {
-    if (!IsValidName(name) || dataBytes > PTRDIFF_MAX - StateBytes()) {
+Handle OpenObject(const char *name, ObjectKind kind, size_t bytes, Absent absent) {
+    if (!IsValidName(name) || bytes > PTRDIFF_MAX) {
         Fail(EINVAL);
         return nullptr;
     }
@@ -273,7 +249,7 @@ Handle OpenObject(const char *name, ObjectKind kind, size_t dataBytes, Absent ab
         return nullptr;
     }
     NamedObject *opened = nullptr;
-    const int error = OpenIn(membership, {name, kind, dataBytes, absent}, &opened);
+    const int error = OpenIn(membership, {name, kind, bytes, absent}, &opened);
     UnlockOrLeave(membership);
     if (error == 0) return opened;
     Fail(error);

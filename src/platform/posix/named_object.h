@@ -2,11 +2,14 @@
 //
 // Named objects of a namespace and the handles to them.
 //
-// An object is a file: a page of state, followed by the data of a mapping. Every process with a
-// handle holds a shared lock on it, so that an object nobody holds can be told from one in use,
-// also when its last holder was killed: it is removed then and made anew. A process opens and maps
-// an object once, however many handles it has, because the kernel keeps the list of mutexes to
-// abandon by address. Opening and closing take locks; what waits or signals takes none of them.
+// An object is a file, which says what kind it is and in which segment its memory lies. Every
+// process with a handle holds a shared lock on the file, so that an object nobody holds can be told
+// from one in use, also when its last holder was killed: it is removed then and made anew. A
+// process opens an object and attaches its memory once, however many handles it has, so that its
+// threads share one account of who owns a mutex. Opening and closing take locks; what waits or
+// signals takes none of them.
+//
+// Nothing in file or memory is believed: other processes of the user may write anything there.
 //
 // A forked child inherits no handle it may use, and keeps its parent's objects alive until it
 // ends or executes another program.
@@ -21,19 +24,17 @@
 
 #include "platform/platform.h"
 #include "platform/posix/namespace.h"
+#include "platform/posix/segment.h"
 
 namespace aiplc::platform {
 
 enum class ObjectKind : uint32_t { mapping = 1, event = 2, mutex = 3 };
 
-// The first page of an object's file. Written once, before anyone else can see it, but for signal
-// and mutex.
-struct ObjectState {
+// Content of an object's file, written once, before anyone else can see it.
+struct ObjectRecord {
     uint32_t magic;
-    uint32_t stateBytes;  // sizeof of this structure, which differs between word sizes
     ObjectKind kind;
-    uint32_t signal;  // event: futex word, 0 or 1
-    pthread_mutex_t mutex;
+    int32_t segment;  // number, of its memory
 };
 
 struct Membership;  // named_object.cpp
@@ -45,22 +46,22 @@ struct NamedObject {
     ObjectKind kind = ObjectKind::mapping;
     Descriptor file;  // holds the shared lock; closed without handles
     struct stat status {};
-    ObjectState *state = nullptr;
+    // Event: the futex word at its start, 0 or 1. Mutex: the lock word before its end. Mapping: the
+    // data.
+    Segment memory;
     uint32_t handles = 0;
-    // Mutex: the thread of this process that owns it (ThreadNumber, 0 none) and how many times.
-    // A thread that ended stays noted until another one takes the mutex over.
+    // Mutex: the lock between the threads of this process, the one that owns it (ThreadNumber, 0
+    // none) and how many times. A thread that ended stays noted until another one takes over.
+    pthread_mutex_t threads{};
     std::atomic<uint64_t> owner{0};
     uint32_t depth = 0;
     char name[kNameBytes] = {};
 };
 
-// Bytes of the state page, after which a mapping's data begins.
-size_t StateBytes();
-
 // A handle to the named object, or null with the last error set: EINVAL bad name or size or a file
 // that is none of ours, EEXIST another kind of object has the name, ENOENT absent, or what the
-// system reports. dataBytes matter only for a mapping that has to be made.
-Handle OpenObject(const char *name, ObjectKind kind, size_t dataBytes, Absent absent);
+// system reports. bytes matter only for an object that has to be made.
+Handle OpenObject(const char *name, ObjectKind kind, size_t bytes, Absent absent);
 
 // The object behind a handle, or null with the last error EBADF when it is no handle of that kind.
 NamedObject *ObjectOf(Handle handle);
