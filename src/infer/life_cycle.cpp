@@ -8,6 +8,7 @@
 #include <memory>
 #include <new>
 
+#include "infer/adapter_call.h"
 #include "platform/platform.h"
 
 namespace {
@@ -26,8 +27,7 @@ constexpr uint16_t kShortRing = 8;
 constexpr uint16_t kLongRing = 12;
 constexpr uint16_t kStartUpFrames = 3;  // 60 ms
 
-// The adapter's strings and map allocate. An exception must not pass the C interface: it counts as
-// a failure of the step.
+// The adapter's strings and map allocate.
 std::unique_ptr<AiplcAdapter> NewAdapter() {
     try {
         return std::unique_ptr<AiplcAdapter>(new (std::nothrow) AiplcAdapter);
@@ -37,11 +37,7 @@ std::unique_ptr<AiplcAdapter> NewAdapter() {
 }
 
 int RunStep(AiplcAdapterInterface &adapter, int (AiplcAdapterInterface::*step)()) {
-    try {
-        return (adapter.*step)();
-    } catch (const std::exception &) {
-        return -1;
-    }
+    return aiplc::CallAdapter([&] { return (adapter.*step)(); });
 }
 
 // 0 with channel.adapter set, or the code of the failed step with the adapter gone again.

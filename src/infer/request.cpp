@@ -5,8 +5,8 @@
 #include <aiplc/adapter.h>
 
 #include <array>
-#include <exception>
 
+#include "infer/adapter_call.h"
 #include "infer/codec_fallback.h"
 #include "platform/platform.h"
 
@@ -22,7 +22,6 @@ constexpr uint16_t kInferArg = 1;
 // What the adapter's Process says besides 0.
 constexpr int kAdapterTimeout = 101;
 constexpr int kAdapterBusy = 310;
-constexpr int kAdapterFailed = -1;
 
 constexpr int32_t kFailed = -6;
 constexpr int32_t kTimedOut = -16;
@@ -44,15 +43,6 @@ std::array<AiPlcPkt *, kFrames> WindowNodes(AiPlcPkt *newest) {
 
 int16_t *Slot(Window &window, size_t slot) {
     return window.data() + slot * AIPLC_BAND_SAMPLES;
-}
-
-// An exception of an adapter must not pass the C interface: it counts as the adapter's failure.
-int CallProcess(AiplcAdapterInterface &adapter, InoutDetail &record) {
-    try {
-        return adapter.Process(record, kResultTimeoutMs);
-    } catch (const std::exception &) {
-        return kAdapterFailed;
-    }
 }
 
 int32_t ReportFailure(int result) {
@@ -114,7 +104,8 @@ int32_t AiPlcAsyncInfer(StAiPlcChannel *channel, const int16_t *audioIn, int16_t
     }
 
     const uint64_t begin = AiPlcGetTimeUs();
-    const int result = CallProcess(*channel->adapter, record);
+    const int result =
+        aiplc::CallAdapter([&] { return channel->adapter->Process(record, kResultTimeoutMs); });
     const uint64_t elapsedUs = AiPlcGetTimeUs() - begin;
     channel->inferTimeMs = static_cast<float>(elapsedUs) / 1000.0F;
     channel->inferFailed = result == 0 ? 0 : 1;

@@ -79,6 +79,23 @@ TEST_F(LifeCycle, UndoesAFailedStartAndKeepsTheRings) {
     }
 }
 
+TEST_F(LifeCycle, AnAdapterThatThrowsAnythingHasFailed) {
+    struct Throwing : AiplcAdapterInterface {
+        int Create() override { return 0; }
+        int Init() override { return 0; }
+        int Delete() override { throw 7; }
+        int Process(InoutDetail &, int) override { throw "no exception of the standard"; }
+    };
+    EXPECT_EQ(AiPlcAsyncInit(&channel, 0), 0);
+    channel.adapter = new Throwing;
+    channel.sEnableAIPLC = 1;
+    int16_t window[AIPLC_WINDOW_SAMPLES] = {};
+    EXPECT_EQ(AiPlcAsyncInfer(&channel, window, window, 1), -6);
+    EXPECT_EQ(channel.inferFailed, 1);
+    EXPECT_EQ(AiPlcAsyncDestroy(&channel), 0);
+    EXPECT_THAT(TakeLog(), EndsWith("termination failed: ret = -1\n"));
+}
+
 TEST_F(LifeCycle, FreesTheRingsMadeBeforeOneThatFails) {
     scripted.answers[{"CopyBounded 1920", 8 + 8 + 12 + 3}] = 34;  // in the history ring
     EXPECT_EQ(AiPlcAsyncInit(&channel, 1), -8);
