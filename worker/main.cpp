@@ -3,6 +3,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 
 #include "adapter/protocol.h"
 #include "platform/platform.h"
@@ -11,13 +12,36 @@
 
 namespace {
 
+using aiplc::worker::kWindowSamples;
+
+// Loads the model with the first prediction, which makes the worker ready. That may take seconds on
+// a busy machine, while a host waits two for the first answer of a worker and five until it is
+// ready.
+class LoadedWhenAsked : public aiplc::worker::Predictor {
+  public:
+    int32_t Predict(std::span<const int16_t, kWindowSamples> window,
+                    std::span<int16_t, kWindowSamples> out) noexcept override {
+        if (m_predictor == nullptr) {
+            m_predictor = aiplc::worker::ChoosePredictor();
+            aiplc::platform::AskForRealTime();
+        }
+        return m_predictor->Predict(window, out);
+    }
+    void ForgetLast() noexcept override { m_predictor->ForgetLast(); }
+    void Report() const override {
+        if (m_predictor != nullptr) m_predictor->Report();
+    }
+
+  private:
+    std::unique_ptr<aiplc::worker::Predictor> m_predictor;
+};
+
 int Serve() {
-    const auto predictor = aiplc::worker::ChoosePredictor();
-    aiplc::worker::Service service(*predictor);
+    LoadedWhenAsked predictor;
+    aiplc::worker::Service service(predictor);
     if (!service.Open()) return 1;
-    aiplc::platform::AskForRealTime();
     const int result = service.Run();
-    predictor->Report();
+    predictor.Report();
     return result;
 }
 

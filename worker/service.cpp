@@ -22,8 +22,15 @@ static_assert(kWindowSamples == protocol::kWindowSamples);
 
 // How long a worker that was started first waits for a host.
 constexpr uint32_t kFirstHostMs = 60'000;
+// How often a worker whose hosts are gone is woken.
+constexpr uint32_t kWakeAgainMs = 20;
 // How often a wait for the mutex looks whether the message still stands.
 constexpr uint32_t kMutexSliceMs = 20;
+// How often and how long an answer to a host that starts is given again.
+constexpr int64_t kAnswerAgainMs = 20;
+constexpr int64_t kAnswersMs = 1000;
+// How long a worker that is told to quit within that time stays.
+constexpr int64_t kLingerMs = 300;
 
 // Decaying filters run into denormal numbers, which cost a hundred times a normal one.
 void FlushDenormals() {
@@ -40,6 +47,11 @@ bool Refuse(const char *name) {
     return false;
 }
 
+int64_t NowMs() {
+    const int64_t frequency = platform::PerformanceFrequency();
+    return platform::PerformanceCounter() / std::max<int64_t>(frequency / 1000, 1);
+}
+
 bool OpenEvent(const char *name, UniqueHandle &event) {
     event.reset(platform::CreateNamedEvent(name));
     return event || Refuse(name);
@@ -49,6 +61,12 @@ bool OpenEvent(const char *name, UniqueHandle &event) {
 
 Service::Service(Predictor &predictor)
     : m_predictor(predictor), m_watch(std::make_shared<HostWatch>()) {}
+
+// The last process to let go of a namespace removes it: the watch must not hold anything then.
+Service::~Service() {
+    const std::lock_guard guard(m_watch->lock);
+    m_watch->workerReceiver = nullptr;
+}
 
 bool Service::Open() {
     m_mapping.reset(platform::OpenMapping(protocol::kSharedMemName));
@@ -65,11 +83,12 @@ bool Service::Open() {
                      sizeof(SharedBlock));
         return false;
     }
-    if (!OpenEvent(protocol::kWorkerReceiverName, m_watch->workerReceiver) ||
+    if (!OpenEvent(protocol::kWorkerReceiverName, m_workerReceiver) ||
         !OpenEvent(protocol::kAdapterReceiverName, m_adapterReceiver) ||
         !OpenEvent(protocol::kProcessStartedName, m_processStarted) ||
         !OpenEvent(protocol::kInputReadyName, m_inputReady))
         return false;
+    m_watch->workerReceiver = m_workerReceiver.get();
     m_mutex.reset(platform::CreateNamedMutex(protocol::kInferMutexName));
     return m_mutex || Refuse(protocol::kInferMutexName);
 }
@@ -77,42 +96,85 @@ bool Service::Open() {
 int Service::Run() {
     FlushDenormals();
     if (m_startedByHost) StartHostWatch();
-    bool isFirst = true;  // message
-    for (;;) {
-        const uint32_t outcome = platform::Wait(m_watch->workerReceiver.get(),
-                                                m_watching ? platform::kWaitForever : kFirstHostMs);
+    while (!m_quits || m_answersUntilMs > 0) {
+        const uint32_t outcome = WaitForMessage();
         if (m_watch->hostsGone.load()) return 0;
-        if (outcome == platform::kWaitTimeout) {
+        if (outcome == platform::kWaitSignalled) {
             StartHostWatch();
-            continue;
-        }
-        if (outcome != platform::kWaitSignalled) {
+            Act(Message());
+            m_isFirstMessage = false;
+        } else if (outcome != platform::kWaitTimeout) {
             std::fprintf(stderr, "%s: waiting for \"%s\" failed: error %u\n",
                          protocol::kWorkerExecutable, protocol::kWorkerReceiverName,
                          platform::LastError());
             return 1;
         }
-        StartHostWatch();
-        switch (Message()) {
-            case protocol::AIPLC_CHECK_READY:
-                platform::SetEvent(m_adapterReceiver.get());
-                break;
-            case protocol::AIPLC_INIT:
-                MakeReady();
-                break;
-            case protocol::AIPLC_PROCESS:
-                ServeRequest();
-                break;
-            case protocol::AIPLC_DELETE:
-                // The first message may be one that a worker before this one did not take. Whoever
-                // means this one asks again.
-                if (!isFirst) return 0;
-                break;
-            default:  // AIPLC_NONE, or no message of this protocol
-                break;
+        if (m_answersUntilMs == 0) {
+            StartHostWatch();  // nobody has come for a minute, if it is not there yet
+        } else if (NowMs() >= m_nextAnswerMs) {
+            AnswerAgain();
         }
-        isFirst = false;
     }
+    return 0;
+}
+
+uint32_t Service::WaitForMessage() {
+    uint32_t limitMs = m_watching ? platform::kWaitForever : kFirstHostMs;
+    if (m_answersUntilMs > 0) limitMs = kAnswerAgainMs;
+    return platform::Wait(m_workerReceiver.get(), limitMs);
+}
+
+void Service::Act(uint32_t message) {
+    switch (message) {
+        case protocol::AIPLC_CHECK_READY:
+            Answer();
+            break;
+        case protocol::AIPLC_INIT:
+            MakeReady();
+            break;
+        case protocol::AIPLC_PROCESS:
+            ServeRequest();
+            break;
+        case protocol::AIPLC_DELETE:
+            // The first message may be left over from an earlier worker. A host that means this
+            // worker repeats it.
+            if (!m_isFirstMessage) Quit();
+            break;
+        default:  // AIPLC_NONE, or no message of this protocol
+            break;
+    }
+}
+
+// Hosts that start in the same moment share the block and the events: one message overwrites
+// another before it is read, two signals are one, and one host takes the answer that the other
+// waits for, up to five seconds and without asking again. So each answer is given again for a
+// second, to all who wait.
+void Service::Answer() {
+    platform::SetEvent(m_adapterReceiver.get());
+    m_nextAnswerMs = NowMs() + kAnswerAgainMs;
+    if (!m_quits) m_answersUntilMs = NowMs() + kAnswersMs;
+}
+
+void Service::AnswerAgain() {
+    // It may answer an AIPLC_INIT that was overwritten.
+    Prepare();
+    const uint32_t outcome = platform::Wait(m_mutex.get(), 0);
+    if (outcome == platform::kWaitSignalled || outcome == platform::kWaitAbandoned)
+        platform::ReleaseMutex(m_mutex.get());
+    // One that nobody waited for does not stay: it would be taken for another worker's.
+    platform::Wait(m_adapterReceiver.get(), 0);
+    m_nextAnswerMs = NowMs() + kAnswerAgainMs;
+    if (NowMs() < m_answersUntilMs)
+        platform::SetEvent(m_adapterReceiver.get());
+    else
+        m_answersUntilMs = 0;
+}
+
+// A host that has just been answered looks for the worker's process, and gives up when another host
+// has told it to quit meanwhile.
+void Service::Quit() {
+    m_quits = true;
+    m_answersUntilMs = std::min(m_answersUntilMs, NowMs() + kLingerMs);
 }
 
 // The library writes the message without a lock.
@@ -129,11 +191,19 @@ void Service::StartHostWatch() {
         std::thread([watch = m_watch] {
             if (!platform::WaitHostsGone()) return;
             watch->hostsGone.store(true);
-            platform::SetEvent(watch->workerReceiver.get());
+            while (watch->Wake())
+                platform::Sleep(kWakeAgainMs);
         }).detach();
     } catch (const std::system_error &) {
         return;
     }
+}
+
+// Another worker that uses the namespace too may take the signal: repeated until this one has
+// ended.
+bool Service::HostWatch::Wake() {
+    const std::lock_guard guard(lock);
+    return workerReceiver != nullptr && platform::SetEvent(workerReceiver);
 }
 
 // False when the message no longer stands: what the library wants instead has a signal of its own,
@@ -152,15 +222,22 @@ bool Service::TakeMutex(uint32_t message) {
 }
 
 // Taking the mutex once clears the mark that a worker left which died while it owned it; the first
-// request would be refused otherwise. A first prediction brings the model's pages into memory.
+// request would be refused otherwise.
 void Service::MakeReady() {
     if (!TakeMutex(protocol::AIPLC_INIT)) return;
     platform::ReleaseMutex(m_mutex.get());
+    Prepare();
+    Answer();
+}
+
+// A first prediction brings the model's pages into memory.
+void Service::Prepare() {
+    if (m_isPrepared) return;
+    m_isPrepared = true;
     std::fill(m_in.begin(), m_in.begin() + kWindowSamples / 2, int16_t{1});
     std::fill(m_in.begin() + kWindowSamples / 2, m_in.end(), int16_t{0});
     m_predictor.Predict(m_in, m_out);
     m_predictor.ForgetLast();
-    platform::SetEvent(m_adapterReceiver.get());
 }
 
 // Input is announced under the mutex, so its event tells a new request from one that was served

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 
 #include "adapter/protocol.h"
 #include "platform/platform.h"
@@ -29,6 +30,9 @@ struct ViewCloser {
 class Service {
   public:
     explicit Service(Predictor &predictor);
+    ~Service();
+    Service(const Service &) = delete;
+    Service &operator=(const Service &) = delete;
 
     // Opens or creates the named objects. On failure says on stderr what is wrong, returns false.
     bool Open();
@@ -38,28 +42,43 @@ class Service {
     int Run();
 
   private:
-    // Set by the thread that watches the hosts, which may outlive the service.
+    // What the thread that watches the hosts, which may outlive the service, has of it.
     struct HostWatch {
-        UniqueHandle workerReceiver;  // wakes Run
+        bool Wake();  // false once the service has ended
+
+        std::mutex lock;
+        platform::Handle workerReceiver = nullptr;  // wakes Run; null once the service has ended
         std::atomic<bool> hostsGone = false;
     };
 
     uint32_t Message() const;
+    uint32_t WaitForMessage();
+    void Act(uint32_t message);
     void StartHostWatch();
     bool TakeMutex(uint32_t message);
+    void Answer();
+    void AnswerAgain();
+    void Quit();
     void MakeReady();
+    void Prepare();
     void ServeRequest();
 
     Predictor &m_predictor;
     UniqueHandle m_mapping;
     std::unique_ptr<protocol::SharedBlock, ViewCloser> m_block;
     std::shared_ptr<HostWatch> m_watch;
+    UniqueHandle m_workerReceiver;
     UniqueHandle m_adapterReceiver;
     UniqueHandle m_processStarted;
     UniqueHandle m_inputReady;
     UniqueHandle m_mutex;
     bool m_startedByHost = false;  // the block was there already
     bool m_watching = false;
+    bool m_isFirstMessage = true;
+    bool m_isPrepared = false;
+    bool m_quits = false;          // as soon as no answer is to be given any more
+    int64_t m_answersUntilMs = 0;  // 0: none is given again
+    int64_t m_nextAnswerMs = 0;
 
     // Private copies: the library may write a new request while one is served past its time.
     std::array<int16_t, kWindowSamples> m_in{};
