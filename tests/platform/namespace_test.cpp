@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <thread>
 
 #include "child_process.h"
 #include "platform/platform.h"
@@ -59,7 +60,11 @@ TEST_F(NamespaceTest, WaitsOnlySoLongForOneThatHoldsItsLock) {
     EXPECT_EQ(LastError(), ETIMEDOUT);
     EXPECT_EQ(flock(held, LOCK_UN), 0);
     EXPECT_TRUE(CloseHandle(CreateNamedEvent("Late")));
+    ASSERT_EQ(flock(held, LOCK_EX), 0);
     EXPECT_TRUE(CloseHandle(event));
+    EXPECT_TRUE(fs::exists(ours / "E")) << "it belongs to the holder of the lock meanwhile";
+    EXPECT_EQ(flock(held, LOCK_UN), 0);
+    EXPECT_TRUE(CloseHandle(CreateNamedEvent("Next")));
     EXPECT_TRUE(fs::is_empty(base));
     close(held);
 }
@@ -99,6 +104,25 @@ constexpr auto kServe = [](Line line) {
     CreateNamedEvent("Own");
     return line.Tell() && WaitHostsGone() && OpenMapping("Alive") == nullptr ? 0 : 1;
 };
+
+// As the host of a worker that it has asked to quit: both let go in the same moment, and the
+// worker's watch still waits for the hosts.
+TEST_F(NamespaceTest, GoesWithItsLastHandleAlsoWhileAServerWatches) {
+    for (int i = 0; i < 200; ++i) {
+        Child server([](Line line) {
+            JoinAsServer();
+            if (!line.Tell() || !line.Await()) return 1;
+            Handle own = CreateNamedEvent("Own");
+            std::thread(WaitHostsGone).detach();
+            return line.Tell() && line.Await() && CloseHandle(own) ? 0 : 1;
+        });
+        Handle alive = CreateMapping("Alive", 1);
+        EXPECT_TRUE(server.line.Tell() && server.line.Await() && server.line.Tell());
+        EXPECT_TRUE(CloseHandle(alive));
+        EXPECT_EQ(server.Join(), 0);
+        ASSERT_TRUE(fs::is_empty(base)) << i;
+    }
+}
 
 constexpr auto kBeHost = [](Line line) {
     Handle alive = CreateMapping("Alive", 1);

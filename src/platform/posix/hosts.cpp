@@ -13,7 +13,6 @@ namespace aiplc::platform {
 
 namespace {
 
-constexpr char kHostsFile[] = ".hosts";
 constexpr int kHostsFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW;
 
 std::atomic<bool> isServer{false};
@@ -47,10 +46,11 @@ bool JoinHosts(const Namespace &space, Descriptor *presence) {
     }
 }
 
-void LeaveHosts(const Namespace &space, Descriptor presence) {
-    if (presence.IsOpen() && LockFile(presence, LOCK_EX | LOCK_NB)) {
-        space.Unlink(kHostsFile, presence);
-    }
+bool HasHosts(const Descriptor &hosts) {
+    if (LockFile(hosts, LOCK_EX | LOCK_NB)) return false;
+    // A server that has just found all hosts gone keeps others out of a shared lock too.
+    if (!LockFile(hosts, LOCK_SH | LOCK_NB)) return false;
+    return !LockFile(hosts, LOCK_EX | LOCK_NB);  // it may have let go meanwhile
 }
 
 void JoinAsServer() {

@@ -12,13 +12,16 @@
 
 namespace aiplc::platform {
 
-// Counts this process among the hosts for as long as presence is open. A server is not counted,
+inline constexpr char kHostsFile[] = ".hosts";
+
+// Counts this process among the hosts for as long as presence is open; the file goes with the
+// namespace's other stale ones. A server is not counted,
 // which is success too. The caller holds the lock of the namespace; false with errno set.
 bool JoinHosts(const Namespace &space, Descriptor *presence);
 
-// Takes this process off again and removes the file when it was the last. The caller holds the
-// lock.
-void LeaveHosts(const Namespace &space, Descriptor presence);
+// Whether a host holds its lock on this file, which is open a second time for the question. The
+// caller holds the lock of the namespace.
+bool HasHosts(const Descriptor &hosts);
 
 }  // namespace aiplc::platform
 

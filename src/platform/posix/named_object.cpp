@@ -85,15 +85,18 @@ Membership *Join(Namespace space) {
     return joined;
 }
 
-// Unlocks the namespace, and ends a membership without objects.
-void UnlockOrLeave(Membership *membership) {
+// Unlocks the namespace, and ends a membership without objects. Without its lock nothing of the
+// namespace may be removed: the next host does it.
+void UnlockOrLeave(Membership *membership, bool isLocked = true) {
     if (membership->objects != 0) {
         membership->space.Unlock();
         return;
     }
-    LeaveHosts(membership->space, std::move(membership->presence));
-    membership->space.RemoveStale();
-    membership->space.RemoveIfEmpty();
+    membership->presence.Close();
+    if (isLocked) {
+        membership->space.RemoveStale();
+        membership->space.RemoveIfEmpty();
+    }
     Remove(memberships, membership);
     delete membership;
 }
@@ -231,7 +234,7 @@ void Release(NamedObject *object) {
         Remove(objects, object);
         Discard(object);
     }
-    UnlockOrLeave(membership);
+    UnlockOrLeave(membership, isLocked);
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include <cstring>
 
 #include "platform/posix/deadline.h"
+#include "platform/posix/hosts.h"
 
 namespace aiplc::platform {
 
@@ -110,7 +111,10 @@ void UnlinkSame(int directory, const char *entry, const Descriptor &file) {
 void RemoveStaleFiles(int directory) {
     ForEachEntry(directory, [directory](const char *name) {
         const Descriptor file(openat(directory, name, O_RDWR | O_CLOEXEC | O_NOFOLLOW));
-        if (file.IsOpen() && LockFile(file, LOCK_EX | LOCK_NB)) UnlinkSame(directory, name, file);
+        if (!file.IsOpen()) return;
+        const bool isStale = std::strcmp(name, kHostsFile) == 0 ? !HasHosts(file)
+                                                                : LockFile(file, LOCK_EX | LOCK_NB);
+        if (isStale) UnlinkSame(directory, name, file);
     });
 }
 
