@@ -4,12 +4,16 @@
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <thread>
+#include <vector>
 
 #include "platform/platform.h"
 
@@ -86,6 +90,32 @@ TEST_F(ProcessTest, ReportsWhyAStartFailed) {
     EXPECT_EQ(LastError(), uint32_t{ENOENT});
     EXPECT_FALSE(StartDetachedProcess(folder.c_str()));
     EXPECT_EQ(LastError(), uint32_t{EACCES});
+}
+
+// One that another thread forks in that moment inherits whatever is open.
+TEST_F(ProcessTest, DoesNotWaitForOtherChildren) {
+    std::atomic<bool> ends = false;
+    std::vector<pid_t> children;
+    std::thread forking([&] {
+        while (!ends && children.size() < 200) {
+            const pid_t child = fork();
+            if (child == 0) {
+                sleep(30);
+                _exit(0);
+            }
+            if (child > 0) children.push_back(child);
+        }
+    });
+    const int64_t start = PerformanceCounter();
+    for (int i = 0; i < 20; ++i)
+        EXPECT_FALSE(StartDetachedProcess((folder / "missing").c_str()));
+    ends = true;
+    forking.join();
+    EXPECT_LT(PerformanceCounter() - start, 25 * PerformanceFrequency());
+    for (const pid_t child : children) {
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+    }
 }
 
 TEST_F(ProcessTest, KnowsItsOwnExecutable) {

@@ -1,10 +1,15 @@
 // SPDX-License-Identifier: BSD-2-Clause
 //
-// A detached process is the child of a child that ends at once, so that it belongs to the system
-// and leaves its starter nothing to wait for. Between fork and exec only async-signal-safe calls
-// are made: other threads of the host may have held any lock.
+// A detached process is the child of a child that ends as soon as it runs, so that it belongs to
+// the system and leaves its starter nothing to wait for. Between fork and exec only
+// async-signal-safe calls are made: other threads of the host may have held any lock.
+//
+// Whether exec succeeded shows when a pipe closes that exec closes too. The child in between makes
+// that pipe and waits for it: it has no other threads, one of which might fork a process that keeps
+// the pipe open. What it writes to its starter is read when it has ended.
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 
@@ -21,6 +26,8 @@ namespace {
 
 // Where the started process keeps its end of the pipe until exec closes it.
 constexpr int kReportDescriptor = 3;
+// An exec that takes longer, on a file system that does not answer, counts as a success.
+constexpr int kExecTimeoutMs = 2000;
 
 // Blocks every signal of this thread, so that no handler of the host runs in the child.
 class SignalsBlocked {
@@ -90,23 +97,29 @@ void RestoreSignals() {
     ReportAndExit(kReportDescriptor, errno);
 }
 
-// Runs in the child.
-[[noreturn]] void StartAndExit(const char *path, int report) {
-    const pid_t process = _Fork();
-    if (process < 0) ReportAndExit(report, errno);
-    if (process == 0) Execute(path, report);
-    _exit(0);
+// What comes through the pipe, an errno value, or 0 when it is closed first or nothing comes.
+int ReadReport(int pipe, int timeoutMs) {
+    pollfd readable{pipe, POLLIN, 0};
+    int ready = 0;
+    do {
+        ready = poll(&readable, 1, timeoutMs);
+    } while (ready < 0 && errno == EINTR);
+    int error = 0;
+    if (ready <= 0 || read(pipe, &error, sizeof error) != sizeof error) return 0;
+    return error;
 }
 
-// What comes through the pipe before its last other end is closed: an errno value, or nothing (0).
-int ReadReport(const Descriptor &pipe) {
-    int error = 0;
-    ssize_t count = 0;
-    do {
-        count = read(pipe.Get(), &error, sizeof error);
-    } while (count < 0 && errno == EINTR);
-    if (count < 0) return errno;
-    return count == sizeof error ? error : 0;
+// Runs in the child.
+[[noreturn]] void StartAndExit(const char *path, int report) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) ReportAndExit(report, errno);
+    const pid_t process = _Fork();
+    if (process < 0) ReportAndExit(report, errno);
+    if (process == 0) Execute(path, ends[1]);
+    close(ends[1]);
+    const int error = ReadReport(ends[0], kExecTimeoutMs);
+    if (error != 0) ReportAndExit(report, error);
+    _exit(0);
 }
 
 }  // namespace
@@ -116,7 +129,7 @@ bool StartDetachedProcess(const char *path) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) return Fail(errno);
     const Descriptor readEnd(ends[0]);
-    Descriptor writeEnd(ends[1]);
+    const Descriptor writeEnd(ends[1]);
 
     pid_t child = 0;
     {
@@ -125,11 +138,10 @@ bool StartDetachedProcess(const char *path) {
         if (child == 0) StartAndExit(path, writeEnd.Get());
     }
     if (child < 0) return Fail(errno);
-    writeEnd.Close();
-    const int error = ReadReport(readEnd);
-    // ECHILD: the host ignores SIGCHLD or waits for any child.
+    // ECHILD: the host ignores SIGCHLD or waits for any child. The child has ended all the same.
     while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
     }
+    const int error = ReadReport(readEnd.Get(), 0);
     return error == 0 || Fail(error);
 }
 
