@@ -6,7 +6,7 @@
 // three frames (60 ms) behind the newest frame. A lost frame is filled by a neural model in a
 // worker process, within the frame, or by the codec's own concealment.
 //
-// Calling order for a channel, all on one thread:
+// Calling order for a channel, on one thread at a time:
 //   AiplcRegLog (optional, once per process), AiPlcCreate, AiPlcAsyncInit, write is48K (and
 //   frameSamples 320 for 16 kHz), AiPlcApply every 20 ms, AiPlcAsyncDestroy.
 //
@@ -64,7 +64,7 @@ typedef enum AiPlcPktType {
     AIPLC_EXTRAPOLATE = 2,  // filled by the worker, no received frame after it
     AIPLC_INTERPOLATE = 3,  // filled by the worker, received frames after it
     PKT_LOST = 4,           // silent placeholder of a missing frame
-    PKT_MUTE = 5,           // silence: fresh node, start-up buffering, or past the prediction limit
+    PKT_MUTE = 5,           // fresh node, start-up buffering, or faded out at the prediction limit
     OPUSPLC_PREDICT = 7,    // concealed by the codec
 #ifdef __cplusplus
 };
@@ -89,12 +89,12 @@ typedef struct AiPlcPkt {
     int16_t *samples;      // the payload; ring nodes hold 960 samples
     uint16_t sampleCount;  // samples in use
     enum AiPlcPktType pktType;
-    uint32_t isOutput;   // 1 once the frame was taken as the frame to play
+    uint32_t isOutput;   // 1 once AiPlcProcess took the frame as the one to play
     uint32_t seqNumber;  // low 16 bits meaningful, arithmetic modulo 65536
     uint32_t bandwidth;  // codec bandwidth code, 1101 = narrowband; 0 = made by the library
     int16_t bands[AIPLC_BANDS]
                  [AIPLC_BAND_SAMPLES];  // 0-8, 8-16, 16-24 kHz; at 16 kHz bands[0] only
-    uint16_t hasNextPredict;    // 1: the channel's nextPredict holds the frame after this one
+    uint16_t hasNextPredict;    // 1: the channel's nextPredict predicts the frame after this one
     uint16_t inferMode;         // AiPlcInferMode that decided this frame
     uint16_t fusedIntoPredict;  // 1: cross-faded from codec audio into worker audio
     uint16_t fusedFromPredict;  // 1: cross-faded from worker audio into the codec's concealment
@@ -125,15 +125,18 @@ typedef struct StAiPlcChannel {
     AiPlcRingList *inputRing;     // 12 nodes: this call's frames and gap placeholders, newest first
     AiPlcRingList *historyRing;   // 12 nodes: one per frame, head = newest
     AiPlcRingList *opusRing;      // 8 nodes: the codec's own output per frame, head = newest
-    uint16_t receivedCount;
-    uint16_t bufferedFrames;   // 0..bufferTarget
-    uint16_t bufferTarget;     // 3
-    uint32_t is48K;            // written by the host: 1 = 48 kHz, any other value = 16 kHz
-    uint16_t predictLimitHit;  // 1 when the last frame hit the prediction limit (120 ms)
-    int32_t lastInferMode;     // AiPlcInferMode of the last decision
-    int16_t
-        nextPredict[AIPLC_BAND_SAMPLES];  // worker's prediction of the frame after a burst window
-    int16_t nextPredict48K[AIPLC_FRAME_SAMPLES_48K];
+    uint16_t receivedCount;       // frames in receivedRing from the last call with packets
+    uint16_t bufferedFrames;      // calls with packets absorbed at start-up, 0..bufferTarget
+    uint16_t bufferTarget;        // 3
+    uint32_t is48K;               // written by the host: 1 = 48 kHz, any other value = 16 kHz
+    // 1 when the last frame hit the prediction limit (120 ms); a call with packets clears it first.
+    uint16_t predictLimitHit;
+    int32_t lastInferMode;  // AiPlcInferMode of the last decision
+    // The worker's prediction of the newest frame of a burst's window, 16 kHz (at 48 kHz the low
+    // band). That frame was not judged yet and keeps its own audio. The prediction is low-passed in
+    // place at 16 kHz when the stream is narrowband, and stays until the next burst is predicted.
+    int16_t nextPredict[AIPLC_BAND_SAMPLES];
+    int16_t nextPredict48K[AIPLC_FRAME_SAMPLES_48K];  // nextPredict as heard at 48 kHz
     float postSynthesisMem[AIPLC_BANK_TAPS];
     float inputAnalysisMem[AIPLC_BANK_TAPS];
     float opusSynthesisMem[AIPLC_BANK_TAPS];
@@ -143,7 +146,7 @@ typedef struct StAiPlcChannel {
     float opusLowPassMem16K[AIPLC_LOW_PASS_TAPS_16K];
     float opusLowPassMem48K[AIPLC_LOW_PASS_TAPS_48K];
     enum AiPlcPktType *judgeTypes[4];  // types of judgeNodes
-    AiPlcPkt *judgeNodes[4];           // the four newest history frames, output frame first
+    AiPlcPkt *judgeNodes[4];           // the four frames last judged, output frame first
     AiPlcPkt *inferStart;              // newest node of the inference window
     float initTimeMs;
     AiplcAdapterInterface *adapter;  // null while the AI path is off
@@ -161,45 +164,68 @@ typedef struct AiPlcDecodeRequest {
     uint16_t pcmOutSamples;  // set by the host: samples written, at most 960
 } AiPlcDecodeRequest;
 
-// Conceals one frame with the codec. userArg is AiPlcApply's. Returns 0 on success.
+// Conceals one frame with the codec. userArg is AiPlcApply's. Returns 0 on success. After any other
+// result AiPlcApply returns -1 and appends nothing, with opusPlcRequests counted and opusRing
+// moved.
 typedef int32_t (*AiPlcDecodeLostFunc)(uint32_t userArg, AiPlcDecodeRequest *request);
 
-// Per-stream positions in the host's buffers; all buffers are the host's.
+// Per-stream positions in the host's buffers; all buffers are the host's. "Samples" are 16 bits.
+//
+// In: a call that takes packets adds one frame (2 * frameSamples bytes) to inReadPos for each of
+// packetCount slots, and inAvailable becomes (inEndPos - inReadPos) / 2, cut to 16 bits. The
+// library computes with inReadPos and inEndPos but never reads through them, and never changes
+// inEndPos. A call that conceals because of inAvailable changes no field of the input.
 //
 // pktCursor walks packet records of 16-bit little-endian words:
 //   word 0 lengthWords (whole record, header included), word 1 sequence number,
 //   words 2-3 bandwidth code, then lengthWords - 4 samples of decoded PCM.
+// One frame (frameSamples samples) is read from each record, whatever its length, and pktCursor and
+// pktWordsLeft move past the record. A record that does not lie within pktWordsLeft, or has no
+// sample, is logged and ends the reading of the call.
+//
+// Out: each frame is appended at outWrite. Fewer than 11520 bytes between outWrite and outEnd make
+// AiPlcApply compact the area first: it moves outPending samples and 20 ms more from outRead to
+// outBase, sets outRead to outBase and outWrite behind what it moved. So the host reads both
+// positions again after each call, and it either
+//   - takes everything after each call and sets outRead = outWrite = outBase and outPending = 0 (an
+//     area of 11520 bytes or more is then never compacted), or
+//   - keeps outRead 20 ms in front of the first sample not yet taken, from the beginning on
+//     (outWrite = outRead + 20 ms in an empty area), and subtracts what it takes from outPending.
+// A host whose outRead is the first sample not yet taken finds 20 ms of stale audio there after a
+// compaction. An area without room for what must be kept is logged and left as it is; a frame that
+// then does not fit behind outWrite is logged and dropped: outWrite and outPending stay.
 typedef struct AiPlcHostStream {
     uint8_t *inReadPos;
     uint8_t *inEndPos;
-    uint16_t inAvailable;  // decoded samples; 0 or no whole number of frames: conceal
-    uint16_t *pktCursor;
-    uint16_t pktWordsLeft;
-    uint8_t *outBase;
-    uint8_t *outEnd;
-    uint8_t *outRead;
-    uint8_t *outWrite;    // the next frame is appended here
-    uint16_t outPending;  // samples appended and not yet taken by the host
+    uint16_t inAvailable;   // decoded samples; 0 or no whole number of frames: conceal
+    uint16_t *pktCursor;    // next packet record
+    uint16_t pktWordsLeft;  // 16-bit words from pktCursor on
+    uint8_t *outBase;       // start of the output area
+    uint8_t *outEnd;        // end of the output area
+    uint8_t *outRead;       // moved by the host, and by AiPlcApply when it compacts
+    uint8_t *outWrite;      // the next frame is appended here; moved by AiPlcApply
+    uint16_t outPending;    // samples appended and not yet taken; the host subtracts what it takes
 } AiPlcHostStream;
 
+// The samples appended by calls that conceal are added to one of the two counters.
 typedef struct AiPlcHostStats {
     uint32_t concealedSamples;
     uint32_t concealedSamplesAlt;
     uint16_t counterMode;  // 1: always count in concealedSamples
-    uint32_t sampleRate;   // Hz
+    uint32_t sampleRate;   // Hz; gives the 20 ms kept when the output area is compacted
 } AiPlcHostStats;
 
 // The host's decoder record: read and updated by AiPlcApply, owned by the host.
 typedef struct AiPlcHostContext {
     uint8_t decoderTag;
     uint32_t altCounterSelect;  // non-zero with counterMode != 1: count in concealedSamplesAlt
-    uint32_t samplesOut;
-    uint32_t opusPlcRequests;
+    uint32_t samplesOut;        // the library adds the samples it appends
+    uint32_t opusPlcRequests;   // the library adds 1 for each frame it has the codec conceal
     AiPlcHostStream streams[AIPLC_MAX_STREAMS];
     AiPlcHostStats *stats;
     AiPlcDecodeLostFunc decodeLost;
     StAiPlcChannel *channel;
-    int32_t packetCount;  // packet slots to take this call, at most 8
+    int32_t packetCount;  // packet slots to take this call, 1 to 8; not read when inAvailable is 0
 } AiPlcHostContext;
 
 // Receives every log line. format is always "[AUDIO_AIPLC] %s" with the finished text as its one
@@ -215,23 +241,29 @@ typedef void (*AiPlcInferModeHandler)(StAiPlcChannel *channel, int32_t *mode);
 AIPLC_EXPORT int32_t AiPlcCreate(StAiPlcChannel **channel, void *block);
 
 // Resets the channel, builds its rings and, with enable 1, starts the worker (blocks up to 8 s at
-// worst). Returns 0, -1, -4, -8, -14 or -15; after -4, -14 and -15 the channel works without the AI
+// worst). A namespace has one worker: a second channel that starts one there takes it from the
+// first. Returns 0, -1, -4, -8, -14 or -15; after -4, -14 and -15 the channel works without the AI
 // path. A channel that still holds rings must be destroyed first.
 AIPLC_EXPORT int32_t AiPlcAsyncInit(StAiPlcChannel *channel, int16_t enable);
 
-// Frees the rings, tells the worker to quit and destroys the adapter. May be repeated.
+// Frees the rings and, where sEnableAIPLC is 1, tells the worker to quit and destroys the adapter.
+// May be repeated. Returns 0 or -1.
 AIPLC_EXPORT int32_t AiPlcAsyncDestroy(StAiPlcChannel *channel);
 
 // Builds the five rings. Returns 0, -1 or -8 (nothing left allocated).
 AIPLC_EXPORT int32_t AiPlcInitRingLists(StAiPlcChannel *channel);
 
 // One 20 ms frame: takes the stream's decoded packets, or has the codec conceal when inAvailable is
-// 0 or no whole number of frames, and appends the frame to play at outWrite. Blocks at most 26 ms,
-// and only when the worker is late. Returns 0 or -1.
+// 0 or no whole number of frames, or when no packet record gives a frame. Appends the frame to play
+// at outWrite, after compacting the output area if it runs out (see AiPlcHostStream). Blocks at
+// most 26 ms, and only when the worker is late. Returns 0, or -1: a null or unusable record,
+// decodeLost failed, or a call that conceals found no room for its frame. A call that takes packets
+// returns 0 without room, too; outPending tells.
 AIPLC_EXPORT int32_t AiPlcApply(AiPlcHostContext *host, uint32_t userArg, uint16_t stream);
 
 // One step of the pipeline; received is the first of count consecutive received nodes, or null for
-// a lost frame. *frames is set to 1 when output was written. Returns 0 or -1.
+// a lost frame. *frames is set to 1 when output was written and else left alone: a lost frame
+// during start-up buffering writes none. Returns 0 or -1.
 AIPLC_EXPORT int32_t AiPlcProcess(StAiPlcChannel *channel, AiPlcPkt *received, uint16_t count,
                                   AiPlcPkt *output, uint16_t *frames);
 
@@ -239,7 +271,8 @@ AIPLC_EXPORT int32_t AiPlcProcess(StAiPlcChannel *channel, AiPlcPkt *received, u
 // non-zero the head of receivedRing is first taken over as the newest codec frame.
 AIPLC_EXPORT void AiPlcMaintainOpusBuff(StAiPlcChannel *channel, uint32_t advance);
 
-// 1 when the output frame and the five before it were all predicted or lost (120 ms), else 0.
+// 1 when the output frame and the five before it are all AIPLC_EXTRAPOLATE or PKT_LOST (120 ms),
+// else 0.
 AIPLC_EXPORT int32_t AiPlcCheckPredictLimit(StAiPlcChannel *channel);
 
 // ---- Log ----------------------------------------------------------------------------------------
@@ -262,25 +295,31 @@ AIPLC_EXPORT AiPlcPkt *AiPlcCreatePkt(const int16_t *pcm, uint32_t byteCount, ui
 AIPLC_EXPORT AiPlcPkt *AiPlcCreatePktSn(const int16_t *pcm, uint32_t byteCount, uint32_t pktType,
                                         uint16_t seqNumber, uint32_t bandwidth);
 
-// Copies audio and fields, not the links. Returns 0, -1 or -6 (fields unchanged).
+// Copies audio and fields, not the links. The samples are copied only where the destination's
+// sampleCount is at least the source's; sampleCount itself is taken over in any case, so the
+// destination's payload must hold as many. Returns 0, -1 or -6 (fields unchanged).
 AIPLC_EXPORT int32_t AiPlcCopyPkt(AiPlcPkt *destination, const AiPlcPkt *source);
+// Returns 0, or -1 for a null node or one without samples.
 AIPLC_EXPORT int32_t AiPlcDestroyPkt(AiPlcPkt *node);
 
-// A ring of count silent 960-sample nodes, freed with AiPlcDestroyRingList; null for 0 or no
-// memory.
+// A ring of count silent 960-sample nodes, freed with AiPlcDestroyRingList (which returns 0, or -1
+// for null); null for 0 or no memory.
 AIPLC_EXPORT AiPlcRingList *AiPlcInitRingList(uint16_t count);
 AIPLC_EXPORT int32_t AiPlcDestroyRingList(AiPlcRingList *ring);
 
 // ---- History ------------------------------------------------------------------------------------
 
-// Frames since the newest received frame in the history: 1 (it is the newest) to 3, 4 = older; -1.
+// Position of the newest OPUS_DECODED frame: 1 (it is the newest of all) to 3, 4 = older; -1
+// without a history.
 AIPLC_EXPORT int32_t AiPlcCheckHisBuffStatus(StAiPlcChannel *channel);
 
-// Advances the history by one lost frame.
+// Advances the history by one lost frame. Like AiPlcUpdateInputBuff and AiPlcInitBuffering it needs
+// a channel with its rings, unchecked.
 AIPLC_EXPORT void AiPlcMaintainBuff(StAiPlcChannel *channel);
 
-// Writes count received frames, newest first, with placeholders for missing numbers, into
-// inputRing; returns the nodes written.
+// Writes count received frames (received is the first, the others follow through next) into
+// inputRing, newest first, with placeholders for the numbers missing between them; returns the
+// number of frames and placeholders.
 AIPLC_EXPORT int32_t AiPlcUpdateInputBuff(StAiPlcChannel *channel, AiPlcPkt *received,
                                           uint16_t count);
 
@@ -288,16 +327,18 @@ AIPLC_EXPORT int32_t AiPlcUpdateInputBuff(StAiPlcChannel *channel, AiPlcPkt *rec
 AIPLC_EXPORT int32_t AiPlcUpdateHisBuffStatus(StAiPlcChannel *channel, AiPlcPkt *received,
                                               uint16_t count);
 
-// One start-up buffering step; nothing happens without a received frame.
+// One start-up buffering step: the first received frame enters the history count times, output
+// becomes silence. Nothing happens without a received frame.
 AIPLC_EXPORT void AiPlcInitBuffering(StAiPlcChannel *channel, AiPlcPkt *received, uint16_t count,
                                      AiPlcPkt *output, uint16_t *frames);
 
-// a - b across the 16-bit wrap: positive when a is newer.
+// a - b across the 16-bit wrap, -32768 to 32768: positive when a is newer.
 AIPLC_EXPORT int32_t AiPlcCalSeqNumberDif(uint16_t a, uint16_t b);
 
 // ---- Signal processing --------------------------------------------------------------------------
 
-// Truncates towards zero and saturates. Distinct buffers of count samples.
+// Truncates towards zero and saturates. Distinct buffers of count samples; 0 or fewer do nothing,
+// here and wherever a count or length is signed.
 AIPLC_EXPORT void AiPlcFloat2Short(const float *input, int16_t *output, int32_t count);
 AIPLC_EXPORT void AiPlcShort2Float(const int16_t *input, float *output, int32_t count);
 
@@ -312,7 +353,9 @@ AIPLC_EXPORT int32_t AiPlcCheckFloatMem(float **table, int32_t count);
 AIPLC_EXPORT void AiPlcFreeFloatMem(float **table, int32_t count);
 AIPLC_EXPORT void AiPlcSetZeros(int16_t *data, uint16_t count);
 
-// Splits length samples into three band-major runs of length / 3. state: 48 floats. The Proc forms
+// Splits length samples into three band-major runs of length / 3, and joins them again. state: 48
+// floats. Where length is no multiple of 3, the last one or two samples enter the analysis state
+// only, and the synthesis gives 0 for them (its Proc form leaves them alone). The Proc forms
 // work on the caller's buffers (work: length + 48 floats; bands: three of length / 3 + 16 floats);
 // the others allocate, allow output == input and return 0 or -1 (state kept when memory is short).
 AIPLC_EXPORT int32_t AiPlcThreeBandAnalysis(const float *input, float *output, float *state,
@@ -324,7 +367,9 @@ AIPLC_EXPORT int32_t AiPlcThreeBandSynthesis(const float *input, float *output, 
 AIPLC_EXPORT void AiPlcThreeBandSynthesisProc(const float *input, float *state, float **bands,
                                               float *output, int32_t length);
 
-// Builds the node's PCM from its bands, by rate.
+// Builds the node's PCM from its bands, by rate, low-passed where the node is narrowband. Where its
+// hasNextPredict is 1, nextPredict is processed as its continuation, at 48 kHz into nextPredict48K,
+// at 16 kHz in place.
 AIPLC_EXPORT void AiPlcPostProc(StAiPlcChannel *channel, AiPlcPkt *node);
 AIPLC_EXPORT void AiPlcPostProc16K(StAiPlcChannel *channel, AiPlcPkt *node);
 AIPLC_EXPORT void AiPlcPostProc48K(StAiPlcChannel *channel, AiPlcPkt *node);
@@ -346,8 +391,11 @@ AIPLC_EXPORT void AiPlc16kFadeIn(int16_t *block);
 
 // The per-frame decision: who fills the output frame if it was lost. Returns the AiPlcInferMode.
 AIPLC_EXPORT int32_t AiPlcAsyncInferJudge(StAiPlcChannel *channel);
-// The decision's classification alone, without fades and request.
+// The decision without fades, request and what follows from them: retypes the lost frames, sets
+// inferStart and inferMode and keeps the hold-off.
 AIPLC_EXPORT int32_t AiPlcGetInferMode(StAiPlcChannel *channel);
+// The handler of the pattern of four types, output frame first; null when the output frame is not
+// lost or no mode has the pattern.
 AIPLC_EXPORT AiPlcInferModeHandler AiPlcGetInferModeHandler(enum AiPlcPktType **types);
 AIPLC_EXPORT void AiPlcHandleInferMode1(StAiPlcChannel *channel, int32_t *mode);
 AIPLC_EXPORT void AiPlcHandleInferMode2(StAiPlcChannel *channel, int32_t *mode);
@@ -376,8 +424,11 @@ AIPLC_EXPORT extern const float g_aiplcTriangWin48K[2 * AIPLC_FRAME_SAMPLES_48K]
 #ifdef __cplusplus
 }
 static_assert(sizeof(StAiPlcChannel) == AIPLC_CHANNEL_BYTES, "the channel block has 15200 bytes");
+static_assert(sizeof(enum AiPlcPktType) == 4, "packet types have 32 bits");
 #else
 _Static_assert(sizeof(StAiPlcChannel) == AIPLC_CHANNEL_BYTES, "the channel block has 15200 bytes");
+_Static_assert(sizeof(enum AiPlcPktType) == 4,
+               "packet types have 32 bits: compile the host without -fshort-enums");
 #endif
 
 #endif

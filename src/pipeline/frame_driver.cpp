@@ -103,11 +103,18 @@ int32_t ApplyLost(AiPlcHostContext &host, uint32_t userArg, uint16_t index) {
     return 0;
 }
 
-int32_t ApplyReceived(AiPlcHostContext &host, uint16_t index) {
+int32_t ApplyReceived(AiPlcHostContext &host, uint32_t userArg, uint16_t index) {
     StAiPlcChannel &channel = *host.channel;
     if (channel.receivedRing == nullptr) return -1;
-    aiplc::pipeline::TakePackets(host.streams[index], channel, host.packetCount);
-    channel.receivedCount = static_cast<uint16_t>(host.packetCount);
+    const aiplc::pipeline::TakenPackets taken =
+        aiplc::pipeline::TakePackets(host.streams[index], channel, host.packetCount);
+    channel.receivedCount = taken.slots;
+    // receivedRing holds frames of earlier calls only: to play one again would be heard as an echo.
+    if (!taken.hasFrame) {
+        AudAiplcLog(kUnit, __LINE__, "packetCount = %d, but no packet record gave a frame",
+                    host.packetCount);
+        return ApplyLost(host, userArg, index);
+    }
     AiPlcMaintainOpusBuff(&channel, 1);
     uint16_t samples = 0;
     (void)AiPlcRunFrame(host, &samples, kReceivedMode, index);
@@ -123,5 +130,5 @@ int32_t AiPlcApply(AiPlcHostContext *host, uint32_t userArg, uint16_t stream) {
     if (available == 0 || available % host->channel->frameSamples != 0) {
         return ApplyLost(*host, userArg, stream);
     }
-    return ApplyReceived(*host, stream);
+    return ApplyReceived(*host, userArg, stream);
 }

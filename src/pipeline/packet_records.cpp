@@ -80,7 +80,7 @@ void AdvanceInput(AiPlcHostStream &stream, uint64_t frames, uint32_t frameSample
 
 }  // namespace
 
-void TakePackets(AiPlcHostStream &stream, StAiPlcChannel &channel, int32_t packetCount) {
+TakenPackets TakePackets(AiPlcHostStream &stream, StAiPlcChannel &channel, int32_t packetCount) {
     const auto slots = static_cast<uint32_t>(std::max(packetCount, 0));
     if (packetCount < 0 || slots > channel.receivedRing->count) {
         AudAiplcLog(kUnit, __LINE__,
@@ -88,10 +88,11 @@ void TakePackets(AiPlcHostStream &stream, StAiPlcChannel &channel, int32_t packe
                     unsigned{channel.receivedRing->count});
     }
     const uint32_t frameSamples = channel.frameSamples;
+    TakenPackets taken{.slots = static_cast<uint16_t>(packetCount), .hasFrame = false};
     bool malformed = false;
-    uint32_t slot = 0;
     AiPlcPkt *slotNode = channel.receivedRing->head;
-    for (; slot < slots && stream.pktWordsLeft >= frameSamples && !malformed; ++slot) {
+    for (uint32_t slot = 0; slot < slots && stream.pktWordsLeft >= frameSamples && !malformed;
+         ++slot) {
         AiPlcPkt *node = slotNode;
         uint32_t samplesTaken = 0;
         Take outcome = Take::taken;
@@ -99,10 +100,13 @@ void TakePackets(AiPlcHostStream &stream, StAiPlcChannel &channel, int32_t packe
             outcome = TakeRecord(stream, frameSamples, node, samplesTaken);
             node = node->next;
         }
+        taken.hasFrame = taken.hasFrame || samplesTaken > 0;
         malformed = outcome == Take::malformed;
+        if (malformed) taken.slots = static_cast<uint16_t>(samplesTaken > 0 ? slot + 1 : slot);
         slotNode = slotNode->next;
     }
     if (slots > 0) AdvanceInput(stream, slots, frameSamples);
+    return taken;
 }
 
 }  // namespace aiplc::pipeline

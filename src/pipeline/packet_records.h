@@ -7,10 +7,15 @@
 
 namespace aiplc::pipeline {
 
+struct TakenPackets {
+    uint16_t slots;  // slots to play: packetCount, or those before a malformed record
+    bool hasFrame;   // at least one of them holds a frame of this call
+};
+
 // Takes packetCount slots of the stream: moves its read position one frame per slot and copies the
 // decoded frames of its packet records into receivedRing, from the head on. A malformed record is
 // logged and ends the reading; nothing outside pktWordsLeft words is ever read.
-void TakePackets(AiPlcHostStream &stream, StAiPlcChannel &channel, int32_t packetCount);
+TakenPackets TakePackets(AiPlcHostStream &stream, StAiPlcChannel &channel, int32_t packetCount);
 
 }  // namespace aiplc::pipeline
 

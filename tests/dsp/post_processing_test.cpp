@@ -17,28 +17,28 @@ using Samples = std::vector<int16_t>;
 
 // A channel with its rings, without the pipeline. The codec's frame holds 10000, the look-ahead
 // -10000.
-class PostProcessing : public testing::TestWithParam<bool> {
+class PostProcessing : public testing::TestWithParam<uint32_t> {
   protected:
     PostProcessing() {
         AiPlcInitRingLists(m_channel.get());
-        m_channel->is48K = GetParam() ? 1 : 0;
+        m_channel->is48K = GetParam();
         m_output = m_channel->outputRing->head;
         m_node = m_channel->historyRing->head;
         m_codec = m_channel->opusRing->head->prev->prev->prev;
-        m_node->sampleCount = m_codec->sampleCount = GetParam() ? 960 : 320;
+        m_node->sampleCount = m_codec->sampleCount = static_cast<uint16_t>(m_frame);
         std::fill_n(m_codec->samples, m_frame, int16_t{10000});
         std::fill_n(m_look, m_frame, int16_t{-10000});
     }
     ~PostProcessing() override { AiPlcAsyncDestroy(m_channel.get()); }
 
     // The PCM of a frame of noise in the lowest band, with the frame after it as its look-ahead.
-    Samples Process(int frame, bool narrowband) {
+    Samples Process(int frame, bool narrowband, uint16_t hasNext = 1) {
         for (int i = 0; i < 640; ++i) {
             int16_t *half = i < 320 ? m_node->bands[0] : m_channel->nextPredict;
             half[i % 320] = static_cast<int16_t>(7919 * (320 * frame + i) % 20011 - 10000);
         }
         m_node->bandwidth = narrowband ? 1101 : 1103;
-        m_node->hasNextPredict = 1;
+        m_node->hasNextPredict = hasNext;
         AiPlcPostProc(m_channel.get(), m_node);
         return {m_node->samples, m_node->samples + m_frame};
     }
@@ -52,14 +52,16 @@ class PostProcessing : public testing::TestWithParam<bool> {
         return {m_output->samples[0], m_output->samples[1], m_output->samples[m_frame - 1]};
     }
 
-    const size_t m_frame = GetParam() ? 960 : 320;
+    const bool m_is48K = GetParam() == 1;
+    const size_t m_frame = m_is48K ? 960 : 320;
     std::unique_ptr<StAiPlcChannel> m_channel = std::make_unique<StAiPlcChannel>();
-    int16_t *m_look = GetParam() ? m_channel->nextPredict48K : m_channel->nextPredict;
+    int16_t *m_look = m_is48K ? m_channel->nextPredict48K : m_channel->nextPredict;
     AiPlcPkt *m_output = nullptr;
     AiPlcPkt *m_node = nullptr;
     AiPlcPkt *m_codec = nullptr;
 };
-INSTANTIATE_TEST_SUITE_P(Rates, PostProcessing, testing::Bool());
+// Any is48K but 1 means 16 kHz.
+INSTANTIATE_TEST_SUITE_P(Rates, PostProcessing, testing::Values(0, 1, 2));
 
 // 10000 weighted by the rising half of a triangle and truncated; exact in integers.
 int Rising(size_t k, size_t length) {
@@ -111,8 +113,8 @@ TEST_P(PostProcessing, NarrowbandIsLowPassedFromSilenceOnAndTheLookAheadIsTheNex
     for (const size_t first : {0U, 4U}) {
         float state[91] = {};
         AiPlcFir(&expected[first * m_frame], state,
-                 GetParam() ? g_aiplcLowPassCoeff48K : g_aiplcLowPassCoeff16K,
-                 (first == 0 ? 2 : 1) * m_codec->sampleCount, GetParam() ? 91 : 31);
+                 m_is48K ? g_aiplcLowPassCoeff48K : g_aiplcLowPassCoeff16K,
+                 (first == 0 ? 2 : 1) * m_codec->sampleCount, m_is48K ? 91 : 31);
     }
     std::ranges::fill(m_channel->postSynthesisMem, 0.0F);
     for (int f = 0; f < 5; ++f) {
@@ -122,14 +124,20 @@ TEST_P(PostProcessing, NarrowbandIsLowPassedFromSilenceOnAndTheLookAheadIsTheNex
         out.insert(out.end(), frame.begin(), frame.end());
     }
     EXPECT_EQ(out, expected);
+    // Without a look-ahead nothing becomes of nextPredict.
+    m_look[0] = 1234;
+    (void)Process(5, true, 0);
+    const int predicted = 7919 * 320 * 6 % 20011 - 10000;
+    EXPECT_EQ(m_channel->nextPredict[0], predicted);
+    EXPECT_EQ(m_look[0], m_is48K ? 1234 : predicted);
 }
 
 TEST_P(PostProcessing, SwitchesBetweenCodecAndPredictionAreCrossFaded) {
     const std::map<char, Samples> heard = {
         {'n', Samples(3, 0)},      // the node
         {'c', Samples(3, 10000)},  // the codec
-        {'f', GetParam() ? Samples{9994, 9984, 5} : Samples{9984, 9953, 15}},
-        {'t', GetParam() ? Samples{-9989, -9969, 9989} : Samples{-9969, -9907, 9969}}};
+        {'f', m_is48K ? Samples{9994, 9984, 5} : Samples{9984, 9953, 15}},
+        {'t', m_is48K ? Samples{-9989, -9969, 9989} : Samples{-9969, -9907, 9969}}};
     const AiPlcPktType types[] = {OPUS_DECODED, AIPLC_EXTRAPOLATE, AIPLC_INTERPOLATE,
                                   PKT_LOST,     PKT_MUTE,          OPUSPLC_PREDICT};
     // By the type of the frame before, then of the frame.
@@ -143,4 +151,5 @@ TEST_P(PostProcessing, SwitchesBetweenCodecAndPredictionAreCrossFaded) {
     }
     m_codec->sampleCount = 961;  // does not fit
     EXPECT_EQ(Switch(OPUSPLC_PREDICT, OPUSPLC_PREDICT), heard.at('n'));
+    EXPECT_EQ(m_output->opusPlcApplied, 1);
 }

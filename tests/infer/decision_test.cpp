@@ -6,10 +6,13 @@
 
 #include <algorithm>
 #include <cstring>
+#include <stdexcept>
 
 #include "../adapter/fixtures.h"
 
 namespace {
+
+using Samples = std::vector<int16_t>;
 
 constexpr size_t kBand = AIPLC_BAND_SAMPLES;
 
@@ -24,9 +27,11 @@ struct FakeWorker : AiplcAdapterInterface {
         std::memcpy(input, record.AudioIn, sizeof input);
         for (size_t slot = 0; slot < 8; ++slot)
             std::memset(&record.AudioOut[640 * slot], static_cast<int>(16 + slot), 640);
+        if (result == kThrows) throw std::runtime_error("adapter");
         return result;
     }
 
+    static constexpr int kThrows = 99;
     int result = 0;
     int16_t input[8][kBand] = {};
 };
@@ -50,12 +55,14 @@ struct Decision : ScriptedTest {
             AiPlcPkt &node = *behind[k];
             node.inferMode = 0;
             node.hasNextPredict = 9;
+            node.inferFailed = 9;
             for (int band = 0; band < 3; ++band)
                 std::fill_n(node.bands[band], kBand, static_cast<int16_t>(100 * band + k + 1));
             if (k < 5) node.pktType = static_cast<AiPlcPktType>(kTypes.find(types[4 - k]));
         }
         channel.inferHoldOff = holdOff;
         channel.inferStart = nullptr;
+        channel.inferFailed = 1;
         channel.nextPredict[319] = 0;
         std::memset(worker.input, 0, sizeof worker.input);
     }
@@ -82,6 +89,7 @@ TEST_F(Decision, ClassifiesEveryCombinationOfTypes) {
         const int expected = modes.count(types) != 0 ? modes.at(types) : 0;
         EXPECT_EQ(AiPlcGetInferMode(&channel), expected) << types;
         EXPECT_EQ(behind[3]->inferMode, expected) << types;
+        EXPECT_EQ(worker.input[7][0], 0) << "nothing is asked";
     }
 }
 
@@ -115,6 +123,8 @@ TEST_F(Decision, KeepsHoldOffAndTypesOfEachPathAndWritesTheWindowBack) {
         EXPECT_EQ(behind[3]->inferMode, each.mode);
         EXPECT_EQ(behind[2]->inferMode, each.mode >= 3 && each.mode <= 5 ? each.mode : 0);
         EXPECT_EQ(worker.input[0][0] != 0, each.asks);
+        EXPECT_EQ(channel.inferFailed, each.asks ? 0 : 1);
+        EXPECT_EQ(behind[3]->inferFailed, each.asks ? 0 : 9);
         const bool isBurst = each.asks && each.mode == 5;
         EXPECT_EQ(channel.nextPredict[319], isBurst ? 257 * 23 : 0);
         for (int k = 0; k < 12; ++k) {
@@ -144,7 +154,9 @@ TEST_F(Decision, LeavesTheGapToTheCodecWhenTheRequestFails) {
         {101, -16, "eLdLL", "ecdLL", "Worker process timeout: ret = 101\n"},
         {310, -17, "dLLLL", "dccLL", "Last inference has not finished: ret = 310\n"},
         {7, -6, "dLLdL", "dccdL", "Aiplc async process failed: ret = 7\n"},
+        {FakeWorker::kThrows, -6, "dLLdd", "dccdd", "Aiplc async process failed: ret = -1\n"},
     };
+    channel.is48K = 2;  // any value but 1 means 16 kHz
     for (const auto &each : cases) {
         worker.result = each.adapter;
         int16_t audio[AIPLC_WINDOW_SAMPLES] = {};
@@ -165,12 +177,31 @@ TEST_F(Decision, LeavesTheGapToTheCodecWhenTheRequestFails) {
     }
 }
 
+TEST_F(Decision, ACopyThatFailsIsLoggedAndEndsNoRequest) {
+    scripted.answers = {{{"CopyBounded 5120", 1}, 22}, {{"CopyBounded 5120", 4}, 34}};
+    Samples in(AIPLC_WINDOW_SAMPLES, 5), out(AIPLC_WINDOW_SAMPLES, 6);
+    EXPECT_EQ(AiPlcAsyncInfer(&channel, in.data(), out.data(), 1), 0);
+    EXPECT_EQ(TakeLog(), kUnit + "memcpy_s AudioIn failed: err = 22\n");
+    EXPECT_EQ(worker.input[0][0], 0);
+    EXPECT_EQ(out[0], 257 * 16);
+    out[0] = 6;
+    EXPECT_EQ(AiPlcAsyncInfer(&channel, in.data(), out.data(), 1), 0);
+    EXPECT_EQ(TakeLog(), kUnit + "memcpy_s AudioOut failed: err = 34\n");
+    EXPECT_EQ(worker.input[0][0], 5);
+    EXPECT_EQ(out[0], 6);
+    for (int missing = 0; missing < 3; ++missing)
+        EXPECT_EQ(
+            AiPlcAsyncInfer(missing == 0 ? nullptr : &channel, missing == 1 ? nullptr : in.data(),
+                            missing == 2 ? nullptr : out.data(), 1),
+            -6);
+}
+
 TEST_F(Decision, WorksWithoutAnAdapterAndWithoutAHistory) {
     channel.adapter = nullptr;
     SetHistory("dLLdd");
     EXPECT_EQ(AiPlcAsyncInferJudge(&channel), 3);
     EXPECT_EQ(History(), "dccdd");
-    EXPECT_EQ(behind[3]->inferFailed, 0);
+    EXPECT_EQ(behind[3]->inferFailed, 1) << "as of the request before";
     AiPlcPkt *const link = std::exchange(behind[2]->prev, nullptr);
     EXPECT_EQ(AiPlcAsyncInferJudge(&channel), 0) << "a broken chain is no history";
     AiPlcGetInferResult(&channel, 3);

@@ -20,7 +20,7 @@ class ScriptedHost {
     explicit ScriptedHost(bool is48K = false, int16_t enable = 0)
         : m_frameSamples(is48K ? 960 : 320) {
         AiPlcAsyncInit(&channel, enable);
-        channel.is48K = is48K ? 1 : 0;
+        channel.is48K = is48K ? 1 : 2;  // any value but 1 means 16 kHz
         channel.frameSamples = m_frameSamples;
         stats.sampleRate = 50 * m_frameSamples;
         context.stats = &stats;

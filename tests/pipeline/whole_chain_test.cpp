@@ -3,6 +3,7 @@
 // With a codec and a worker that tell the truth the output is the delayed input, whatever is lost.
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <bit>
@@ -26,6 +27,9 @@ class WholeChain : public testing::TestWithParam<std::tuple<bool, bool>> {
   public:
     // Voiced-like: harmonics of a gliding pitch, well inside the lowest band.
     WholeChain() {
+        // Thousands of channels, one after the other: the heap must not give its pages back each
+        // time.
+        mallopt(M_TRIM_THRESHOLD, 1 << 26);
         const int rate = is48K ? 48000 : 16000;
         for (int n = 0; n < kFrames * rate / 50; ++n) {
             const double t = static_cast<double>(n) / rate;
