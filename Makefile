@@ -4,13 +4,14 @@
 # make measure  the figures of a ten-minute call
 # make bench  what frames, kernels and requests cost: bench/README.md, as JSON in build/bench.json
 # make test   all tests: the programs' in a Debug build with sanitizers and in the Release build, a short
-#             run of each fuzzer, and the page's in Chromium
+#             run of each fuzzer, the library's for 32-bit x86, and the page's in Chromium
 # make fresh-root RELEASE=trixie  make demo and make test in a new minimal Debian 13 (bookworm: 12)
 # make install, uninstall  with PREFIX (/usr/local) and DESTDIR
 # make fuzz   each fuzzer for FUZZ_SECONDS, see fuzz/README.md
 # make long-run  a day of calls at full speed; memory and descriptors must not grow
 # make threads   the tests of several threads and processes under ThreadSanitizer
 # make valgrind  the library's tests under Valgrind
+# make test-32   the library and its tests for 32-bit x86, in an emulator where the machine runs no such programs
 # make coverage  which lines and branches of src/ the tests reach, also in build/coverage/report.html
 # make train-data, loop-data, train, export, model-report   the neural model again; see docs/model.md
 # make report, report-test  the page of aiplc compare, see report/README.md
@@ -22,7 +23,7 @@ BUILD = $(CONFIGURE) && cmake --build --preset $(1) -j $(JOBS)
 TEST = ctest --test-dir build/$(1) -j $(JOBS) --output-on-failure --no-tests=error
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 
-.PHONY: all tool demo compare-demo measure bench test fresh-root fuzz long-run threads valgrind coverage \
+.PHONY: all tool demo compare-demo measure bench test fresh-root fuzz long-run threads valgrind test-32 coverage \
         install uninstall format lint clean train-data loop-data train export model-report report report-test
 
 all:
@@ -61,16 +62,18 @@ bench:
 test:
 	scripts/install-packages.sh build test fuzz
 	scripts/install-packages.sh report || true
-	@echo "== 1 of 4: the programs' tests, Debug build with sanitizers"
+	@echo "== 1 of 5: the programs' tests, Debug build with sanitizers"
 	$(call BUILD,debug)
 	$(call TEST,debug)
-	@echo "== 2 of 4: a short run of each fuzzer"
+	@echo "== 2 of 5: a short run of each fuzzer"
 	$(call BUILD,fuzz)
 	$(call TEST,fuzz)
-	@echo "== 3 of 4: the programs' tests, Release build"
+	@echo "== 3 of 5: the programs' tests, Release build"
 	$(call BUILD,release)
 	$(call TEST,release)
-	@echo "== 4 of 4: the page's tests"
+	@echo "== 4 of 5: the library's tests for 32-bit x86"
+	scripts/test_32.sh $(JOBS)
+	@echo "== 5 of 5: the page's tests"
 	scripts/test_page.sh $(if $(filter true,$(CI)),required,optional)
 
 # Needs root and debootstrap; see the script.
@@ -109,6 +112,10 @@ valgrind: all
 		AIPLC_MODEL=autoregressive valgrind -q --leak-check=full --child-silent-after-fork=yes \
 			--error-exitcode=1 build/release/bin/$${tests}_test --gtest_brief=1 || exit; \
 	done
+
+test-32:
+	scripts/install-packages.sh build
+	scripts/test_32.sh $(JOBS)
 
 coverage:
 	scripts/install-packages.sh build test coverage

@@ -1,6 +1,7 @@
 #!/bin/sh
 # Installs the Debian or Ubuntu packages that the named groups need and that are missing.
-#     scripts/install-packages.sh build|test|bench|fuzz|coverage|valgrind|demo|measure|lint|training|report ...
+#     scripts/install-packages.sh build|test|bench|fuzz|coverage|valgrind|x86-32|emulator|demo|measure| \
+#                                 lint|training|report ...
 # The one list of packages of the project.
 set -eu
 
@@ -16,6 +17,8 @@ packages() {
         grep -qx 'VERSION_CODENAME=jammy' /etc/os-release || echo "libclang-rt-dev" ;;
     coverage) echo "gcovr" ;;
     valgrind) echo "valgrind" ;;
+    x86-32) echo "g++-multilib googletest" ;;
+    emulator) echo "qemu-user" ;;
     demo) echo "fillets-ng-data-nl" ;;
     measure) echo "fillets-ng-data-nl sox libsox-fmt-base" ;;
     lint) echo "clang-format clang-tidy" ;;
@@ -25,7 +28,7 @@ packages() {
         # Ubuntu has Chromium as a snap only, which not every machine can run.
         ! grep -qx 'ID=debian' /etc/os-release || echo "chromium" ;;
     *) echo "install-packages.sh: unknown group '$1': use build, test, bench, fuzz, coverage, valgrind," \
-            "demo, measure, lint, training or report" >&2
+            "x86-32, emulator, demo, measure, lint, training or report" >&2
        exit 2 ;;
     esac
 }
@@ -40,7 +43,7 @@ for group in "$@"; do
 done
 [ -n "$missing" ] || exit 0
 
-command="apt-get install -y --no-install-recommends$missing"
+command="apt-get install -y --no-remove --no-install-recommends$missing"
 root=""
 if [ "$(id -u)" != 0 ]; then
     root=sudo
@@ -91,7 +94,7 @@ size=$($root apt-get install --no-install-recommends --assume-no $missing 2>/dev
             s/^After this operation, \(.*\) of additional.*/, \1 on disk/p' | tr -d '\n')
 echo "Installing$missing$size"
 # shellcheck disable=SC2086
-run_as_root apt-get install -y -q --no-install-recommends -o APT::Status-Fd=3 $missing | show_progress || {
+run_as_root apt-get install -y -q --no-remove --no-install-recommends -o APT::Status-Fd=3 $missing | show_progress || {
     cat "$log"
     echo "install-packages.sh: the packages could not be installed; the command was: $command"
     exit 1

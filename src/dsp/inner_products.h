@@ -7,10 +7,14 @@
 #define AIPLC_INNER_PRODUCTS_H
 
 #include <array>
+#include <cfloat>
 #include <cstddef>
 #include <type_traits>
 
 namespace aiplc::dsp {
+
+static_assert(FLT_EVAL_METHOD == 0,
+              "sums need the precision of float: for 32-bit x86 add -msse2 -mfpmath=sse");
 
 template <size_t Rows, size_t Width>
 using Sums = std::array<std::array<float, Width>, Rows>;

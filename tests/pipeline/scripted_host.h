@@ -42,7 +42,8 @@ class ScriptedHost {
     int32_t Apply(const std::vector<uint16_t> &words, int32_t packetCount) {
         std::vector<uint16_t> area = words;
         stream.inReadPos = m_area.data();  // only counted with
-        stream.inEndPos = m_area.data() + ptrdiff_t{2} * m_frameSamples * packetCount;
+        const int64_t bytes = int64_t{2} * m_frameSamples * packetCount;
+        stream.inEndPos = m_area.data() + static_cast<ptrdiff_t>(bytes);
         stream.inAvailable = static_cast<uint16_t>(words.empty() ? 0 : m_frameSamples);
         stream.pktCursor = area.data();
         stream.pktWordsLeft = static_cast<uint16_t>(words.size());

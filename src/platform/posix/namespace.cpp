@@ -49,7 +49,8 @@ Descriptor OpenRuntimeDirectory() {
                            status.st_uid == geteuid() &&
                            (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
     const bool isInMemory = isTrusted && fstatfs(directory.Get(), &system) == 0 &&
-                            (system.f_type == TMPFS_MAGIC || system.f_type == RAMFS_MAGIC);
+                            (static_cast<uint32_t>(system.f_type) == TMPFS_MAGIC ||
+                             static_cast<uint32_t>(system.f_type) == RAMFS_MAGIC);
     if (!isInMemory) return Descriptor();
     return directory;
 }
