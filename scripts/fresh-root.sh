@@ -3,7 +3,7 @@
 #     make fresh-root RELEASE=trixie                   # make demo, then make test
 #     make fresh-root RELEASE=bookworm TARGETS=demo
 # Builds the last commit of this checkout as root, in a root that debootstrap makes below TMPDIR (/var/tmp,
-# 7 GB) and that is gone afterwards. The page's tests must run in it: CI=true. Root's own certificates in
+# several GB) and that is gone afterwards. The page's tests must run in it: CI=true. Root's own certificates in
 # /usr/local/share/ca-certificates and the proxies of the environment come along; MIRROR names another
 # mirror of Debian. Needs root, the package debootstrap and the right to mount.
 set -eu

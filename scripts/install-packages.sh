@@ -86,12 +86,13 @@ show_progress() {
 
 # Sources of packages that do not answer matter only when a package is missing then.
 run_as_root apt-get update -q | show_progress || true
-# The figures are apt's own, such as "Need to get 61.1 MB of archives."
+# The figures are apt's own, such as "Need to get 61.1 MB of archives." --print-uris installs nothing;
+# --assume-no does where apt sees nothing to ask.
 # shellcheck disable=SC2086
-size=$($root apt-get install --no-install-recommends --assume-no $missing 2>/dev/null |
-    sed -n 's/^[0-9]* upgraded, \([0-9]*\) newly installed.*/: \1 packages with what they need/p
-            s/^Need to get \(.*\) of archives\./, \1 to fetch/p
-            s/^After this operation, \(.*\) of additional.*/, \1 on disk/p' | tr -d '\n')
+size=$(apt-get install --print-uris --no-install-recommends -y $missing 2>/dev/null |
+    sed -n 's/^[0-9]* upgraded, \([0-9]*\) newly installed.*/: newly installed \1, with what they need/p
+            s/^Need to get \(.*\) of archives\./, to fetch \1/p
+            s/^After this operation, \(.*\) of additional.*/, on disk \1/p' | tr -d '\n')
 echo "Installing$missing$size"
 # shellcheck disable=SC2086
 run_as_root apt-get install -y -q --no-remove --no-install-recommends -o APT::Status-Fd=3 $missing | show_progress || {
