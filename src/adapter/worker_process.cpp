@@ -142,6 +142,8 @@ uint32_t AiplcAdapter::GetProcessId(const std::string &name) {
 std::string AiplcAdapter::GetWorkerProcessPath(const std::string &name) {
     char buffer[kPathCapacity] = {};
     const uint32_t length = platform::ExecutablePath(buffer, kPathCapacity);
+    // Without it the worker's path would begin at the root, where others may have put something.
+    if (length == 0) return {};
     std::string folder(buffer, std::min<size_t>(length, kPathCapacity - 1));
     if (const size_t cut = folder.rfind(platform::kPathSeparator); cut != std::string::npos) {
         folder.resize(cut);

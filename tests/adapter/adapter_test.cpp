@@ -40,11 +40,12 @@ TEST_F(Adapter, StartsServesAndStopsInThisOrderAndClosesEverything) {
         EXPECT_EQ(adapter.Delete(), 201);
     }
     EXPECT_EQ(scripted.held, 0);
-    EXPECT_THAT(scripted.calls,
-                ElementsAre("FindProcess", "Start /host/x64/xanu_audio_aiplc.exe", kSignal, kProbe,
-                            "FindProcess", "CreateMutex AiplcInferMutex", kSignal, kInit, kTake,
-                            kCopy, "SetEvent AIPLC_INPUT_READY", "ResetEvent AIPLC_PROCESS_STARTED",
-                            kSignal, kRelease, kStarted, kTakeBack, kCopy, kRelease, kSignal));
+    EXPECT_THAT(
+        scripted.calls,
+        ElementsAre("FindProcess", "ExecutablePath", "Start /host/x64/xanu_audio_aiplc.exe",
+                    kSignal, kProbe, "FindProcess", "CreateMutex AiplcInferMutex", kSignal, kInit,
+                    kTake, kCopy, "SetEvent AIPLC_INPUT_READY", "ResetEvent AIPLC_PROCESS_STARTED",
+                    kSignal, kRelease, kStarted, kTakeBack, kCopy, kRelease, kSignal));
 }
 
 TEST_F(Adapter, ReportsEachFailureAndLeavesTheMutexFreeAndNothingOpen) {
@@ -62,6 +63,7 @@ TEST_F(Adapter, ReportsEachFailureAndLeavesTheMutexFreeAndNothingOpen) {
         {"CreateEvent AIPLC_PROCESS_STARTED", 0, 1, 204, 201, 201,
          "CreateEvent failed: eventName = AIPLC_PROCESS_STARTED\n"},
         {"Start /host/x64/xanu_audio_aiplc.exe", 0, 1, -1, 201, 201, "CreateProcess Error: 5"},
+        {"ExecutablePath", 0, 1, -1, 201, 201, "Creating worker process: "},
         {"FindProcess", 0, 2, -1, 201, 201, "CreateWorkerProcess() failed: ret = -1"},
         {"FindProcess", kNoProcessList, 2, -1, 201, 201,
          "Worker process creation failed. Process ID = 0, Process name = xanu_audio_aiplc.exe"},
@@ -92,6 +94,7 @@ TEST_F(Adapter, ReportsEachFailureAndLeavesTheMutexFreeAndNothingOpen) {
         SCOPED_TRACE(each.line);
         scripted = {};
         scripted.block.msgId = aiplc::protocol::AIPLC_PROCESS;
+        scripted.answers[{"Start ", 1}] = 0;
         scripted.answers[{each.call, each.nth}] = each.answer;
         {
             AiplcAdapter adapter;

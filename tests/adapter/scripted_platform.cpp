@@ -91,6 +91,7 @@ FindStatus FindProcess(const char *, uint32_t *id) {
     return *id == kNoProcessList ? FindStatus::failed : FindStatus::found;
 }
 uint32_t ExecutablePath(char *buffer, uint32_t capacity) {
+    if (Record("ExecutablePath") == 0) return 0;
     return static_cast<uint32_t>(std::snprintf(buffer, capacity, "/host/engine"));
 }
 

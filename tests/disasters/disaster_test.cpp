@@ -360,6 +360,36 @@ TEST_F(Disaster, WrongExecutables) {
     ExpectNothingLeft("wrong executables");
 }
 
+// Run by the test below.
+TEST_F(Disaster, DISABLED_PlaysWithAWorker) {
+    SabotagedCall call;
+    EXPECT_TRUE(call.WorkerRunning());
+    EXPECT_TRUE(call.PlayUntilPredicted());
+}
+
+// As one with file capabilities: the system shows neither its executable nor its environment. Root
+// could read it all the same.
+TEST_F(Disaster, WorkerThatMayNotBeRead) {
+    const fs::path folder = mkdtemp(std::string("/tmp/aiplc-test-XXXXXX").data());
+    const fs::path built = fs::read_symlink("/proc/self/exe").parent_path() / "x64";
+    fs::copy_file("/proc/self/exe", folder / "host");
+    fs::copy(built, folder / "x64");
+    fs::permissions(folder, fs::perms{0755});
+    fs::permissions(folder / "x64" / protocol::kWorkerExecutable, fs::perms{0111});
+    const fs::path host = folder / "host";
+    Child child([&](Line) {
+        if (geteuid() == 0) {
+            unsetenv("XDG_RUNTIME_DIR");
+            if (setuid(65534) != 0) return 99;
+        }
+        return execl(host.c_str(), host.c_str(), "--gtest_also_run_disabled_tests",
+                     "--gtest_filter=Disaster.DISABLED_PlaysWithAWorker", nullptr);
+    });
+    EXPECT_EQ(child.Join(), 0);
+    fs::permissions(folder / "x64" / protocol::kWorkerExecutable, fs::perms{0700});
+    fs::remove_all(folder);
+}
+
 namespace {
 
 // A host in a process of its own. Exits with the number of failed expectations that matter.

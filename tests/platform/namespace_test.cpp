@@ -108,7 +108,7 @@ constexpr auto kServe = [](Line line) {
 // As the host of a worker that it has asked to quit: both let go in the same moment, and the
 // worker's watch still waits for the hosts.
 TEST_F(NamespaceTest, GoesWithItsLastHandleAlsoWhileAServerWatches) {
-    for (int i = 0; i < 200; ++i) {
+    for (int i = 0; i < 50; ++i) {
         Child server([](Line line) {
             JoinAsServer();
             if (!line.Tell() || !line.Await()) return 1;

@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "child_process.h"
 #include "platform/platform.h"
 
 namespace aiplc::platform {
@@ -92,6 +93,29 @@ TEST_F(ProcessTest, ReportsWhyAStartFailed) {
     EXPECT_EQ(LastError(), uint32_t{EACCES});
 }
 
+TEST_F(ProcessTest, IsFoundByTheNameOfALinkAndInItsOwnRuntimeDirectory) {
+    const std::string link = "link to " + name;
+    fs::create_symlink(folder / name, folder / link);
+    const fs::path runtime = mkdtemp(std::string("/dev/shm/aiplc-test-XXXXXX").data());
+    const auto runIn = [&](const char *value) {
+        return [&, value](Line) {
+            value == nullptr ? unsetenv("XDG_RUNTIME_DIR") : setenv("XDG_RUNTIME_DIR", value, 1);
+            return execl((folder / link).c_str(), link.c_str(), "600", nullptr);
+        };
+    };
+    unsetenv("XDG_RUNTIME_DIR");
+    {
+        const Child elsewhere(runIn(runtime.c_str()));
+        EXPECT_EQ(Find(link), FindStatus::absent);
+        setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);
+        EXPECT_EQ(Find(link), FindStatus::found);
+        unsetenv("XDG_RUNTIME_DIR");
+    }
+    const Child here(runIn(nullptr));
+    EXPECT_EQ(Find(link), FindStatus::found);
+    fs::remove(runtime);
+}
+
 // One that another thread forks in that moment inherits whatever is open.
 TEST_F(ProcessTest, DoesNotWaitForOtherChildren) {
     std::atomic<bool> ends = false;
@@ -108,7 +132,7 @@ TEST_F(ProcessTest, DoesNotWaitForOtherChildren) {
     });
     const int64_t start = PerformanceCounter();
     for (int i = 0; i < 20; ++i)
-        EXPECT_FALSE(StartDetachedProcess((folder / "missing").c_str()));
+        EXPECT_TRUE(StartDetachedProcess((folder / name).c_str()));
     ends = true;
     forking.join();
     EXPECT_LT(PerformanceCounter() - start, 25 * PerformanceFrequency());

@@ -5,7 +5,6 @@
 
 #include <climits>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <new>
 #include <string>
@@ -13,6 +12,7 @@
 
 #include "platform/platform.h"
 #include "platform/posix/last_error.h"
+#include "platform/posix/lock_holders.h"
 #include "platform/posix/namespace.h"
 
 namespace aiplc::platform {
@@ -39,64 +39,80 @@ size_t ReadExecutable(int directory, const char *link, char *buffer, size_t capa
 }
 
 // One directory below /proc. A process that ends, or is not ours to look at, is no match.
+//
+// One that may not be traced, because its executable has capabilities or may not be read, shows its
+// command line and its locks only.
 class Process {
   public:
-    explicit Process(Descriptor directory) : m_directory(std::move(directory)) {}
+    Process(Descriptor directory, unsigned long id) : m_directory(std::move(directory)), m_id(id) {}
 
-    bool IsOurs() const {
-        struct stat status {};
-        return fstat(m_directory.Get(), &status) == 0 && status.st_uid == geteuid();
-    }
-
+    // By the executable's name, or by the name that it was started under, which may be a link's.
     bool IsNamed(std::string_view name) const {
         char path[PATH_MAX];
         const size_t length = ReadExecutable(m_directory.Get(), "exe", path, sizeof path);
-        const std::string_view executable(path, length);
-        return length != 0 && executable.substr(executable.rfind('/') + 1) == name;
+        if (length == 0 && errno != EACCES && errno != EPERM) return false;
+        if (length != 0 && NameIn({path, length}) == name) return true;
+        // Its entries end with NUL.
+        return NameIn(Read("cmdline").c_str()) == name;
     }
 
-    bool IsInNamespace(std::string_view space, std::string_view name) const {
-        std::string environment;
-        bool isReadable = ReadEnvironment(&environment);
-        // The executable shows a moment before its environment does. A process that has ended
-        // meanwhile has neither.
-        for (uint32_t waited = 0;
-             isReadable && environment.empty() && waited < kExecMilliseconds && IsNamed(name);
-             ++waited) {
-            Sleep(1);
-            isReadable = ReadEnvironment(&environment);
-        }
-        return isReadable && IsNamed(name) && NamespaceIn(environment) == space;
+    bool IsInNamespace(std::string_view name) const {
+        struct stat status {};
+        const bool isOurs = fstat(m_directory.Get(), &status) == 0 && status.st_uid == geteuid();
+        if (isOurs && CanRead("environ")) return IsStartedHere(name);
+        Namespace space;
+        return space.Open(Absent::fail) && HoldsLockIn(space.Directory(), m_id);
     }
 
   private:
-    bool ReadEnvironment(std::string *environment) const {
-        environment->clear();
-        const Descriptor file(openat(m_directory.Get(), "environ", O_RDONLY | O_CLOEXEC));
-        if (!file.IsOpen()) return false;
-        char block[4096];
-        for (;;) {
-            const ssize_t count = read(file.Get(), block, sizeof block);
-            if (count < 0 && errno == EINTR) continue;
-            if (count <= 0) return count == 0;
-            environment->append(block, static_cast<size_t>(count));
-        }
+    static std::string_view NameIn(std::string_view path) {
+        return path.substr(path.rfind('/') + 1);
     }
 
-    // The namespace that an environment, entries that end with NUL, names.
-    static std::string_view NamespaceIn(const std::string &environment) {
-        const std::string key = std::string(kNamespaceVariable) + '=';
+    // By its environment, which shows a moment later than its executable. A process that has ended
+    // meanwhile has neither.
+    bool IsStartedHere(std::string_view name) const {
+        for (uint32_t waited = 0; waited < kExecMilliseconds && Read("cmdline").empty(); ++waited) {
+            if (!IsNamed(name)) return false;
+            Sleep(1);
+        }
+        const std::string environment = Read("environ");
+        return IsNamed(name) && IsOwnNamespace(Entry(environment, kNamespaceVariable),
+                                               Entry(environment, kRuntimeDirectoryVariable));
+    }
+
+    bool CanRead(const char *name) const {
+        return Descriptor(openat(m_directory.Get(), name, O_RDONLY | O_CLOEXEC)).IsOpen();
+    }
+
+    // Content of a file, as far as it can be read.
+    std::string Read(const char *name) const {
+        std::string content;
+        const Descriptor file(openat(m_directory.Get(), name, O_RDONLY | O_CLOEXEC));
+        char block[4096];
+        while (file.IsOpen()) {
+            const ssize_t count = read(file.Get(), block, sizeof block);
+            if (count < 0 && errno == EINTR) continue;
+            if (count <= 0) break;
+            content.append(block, static_cast<size_t>(count));
+        }
+        return content;
+    }
+
+    // The value of a variable in an environment, entries that end with NUL; null when unset.
+    static const char *Entry(const std::string &environment, std::string_view variable) {
         for (size_t at = 0; at < environment.size();) {
             const char *entry = environment.c_str() + at;
-            if (std::strncmp(entry, key.c_str(), key.size()) == 0) {
-                return NamespaceName(entry + key.size());
-            }
-            at += std::strlen(entry) + 1;
+            const std::string_view text(entry);
+            if (text.starts_with(variable) && text.substr(variable.size()).starts_with('='))
+                return entry + variable.size() + 1;
+            at += text.size() + 1;
         }
-        return NamespaceName(nullptr);
+        return nullptr;
     }
 
     Descriptor m_directory;
+    unsigned long m_id;
 };
 
 struct CloseDirectory {
@@ -109,14 +125,14 @@ FindStatus Find(std::string_view name, uint32_t *id) {
         Fail(errno);
         return FindStatus::failed;
     }
-    const std::string space(NamespaceName(std::getenv(kNamespaceVariable)));
     while (const dirent *entry = readdir(processes.get())) {
         char *end = nullptr;
         const unsigned long number = std::strtoul(entry->d_name, &end, 10);
         if (number == 0 || *end != '\0') continue;
-        const Process process(Descriptor(
-            openat(dirfd(processes.get()), entry->d_name, O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
-        if (process.IsOurs() && process.IsNamed(name) && process.IsInNamespace(space, name)) {
+        const Process process(Descriptor(openat(dirfd(processes.get()), entry->d_name,
+                                                O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
+                              number);
+        if (process.IsNamed(name) && process.IsInNamespace(name)) {
             *id = static_cast<uint32_t>(number);
             return FindStatus::found;
         }

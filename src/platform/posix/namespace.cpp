@@ -38,9 +38,14 @@ bool IsValidName(std::string_view name) {
            std::all_of(name.begin(), name.end(), isAllowed);
 }
 
-// The user's runtime directory, or a closed descriptor when there is none to be trusted.
-Descriptor OpenRuntimeDirectory() {
-    const char *path = std::getenv("XDG_RUNTIME_DIR");
+// Name of the namespace that the text of the environment variable (null when unset) asks for.
+std::string_view NamespaceName(const char *variable) {
+    return variable == nullptr || variable[0] == '\0' ? "default" : variable;
+}
+
+// The user's runtime directory that the environment variable names (null when unset), or a closed
+// descriptor when there is none to be trusted.
+Descriptor OpenRuntimeDirectory(const char *path) {
     if (path == nullptr || path[0] != '/') return Descriptor();
     Descriptor directory(open(path, kDirectoryFlags));
     struct stat status {};
@@ -77,7 +82,7 @@ Descriptor OpenPrivateDirectory(int parent, const char *name, Absent absent, boo
 }
 
 Descriptor OpenBase(Absent absent) {
-    const Descriptor runtime = OpenRuntimeDirectory();
+    const Descriptor runtime = OpenRuntimeDirectory(std::getenv(kRuntimeDirectoryVariable));
     if (runtime.IsOpen()) return OpenPrivateDirectory(runtime.Get(), "aiplc", absent);
 
     const Descriptor shared(open("/dev/shm", kDirectoryFlags));
@@ -85,19 +90,6 @@ Descriptor OpenBase(Absent absent) {
     char name[32];
     (void)std::snprintf(name, sizeof name, "aiplc-%lu", static_cast<unsigned long>(geteuid()));
     return OpenPrivateDirectory(shared.Get(), name, absent);
-}
-
-template <typename Visit>
-void ForEachEntry(int directory, Visit visit) {
-    const int listed = openat(directory, ".", kDirectoryFlags);
-    DIR *entries = listed < 0 ? nullptr : fdopendir(listed);
-    if (entries == nullptr) {
-        if (listed >= 0) close(listed);
-        return;
-    }
-    while (const dirent *entry = readdir(entries))
-        visit(entry->d_name);
-    closedir(entries);
 }
 
 void UnlinkSame(int directory, const char *entry, const Descriptor &file) {
@@ -132,8 +124,27 @@ void RemoveStaleNamespaces(int base) {
 
 }  // namespace
 
-std::string_view NamespaceName(const char *variable) {
-    return variable == nullptr || variable[0] == '\0' ? "default" : variable;
+void ForEachEntry(int directory, const std::function<void(const char *)> &visit) {
+    const int listed = openat(directory, ".", kDirectoryFlags);
+    DIR *entries = listed < 0 ? nullptr : fdopendir(listed);
+    if (entries == nullptr) {
+        if (listed >= 0) close(listed);
+        return;
+    }
+    while (const dirent *entry = readdir(entries))
+        visit(entry->d_name);
+    closedir(entries);
+}
+
+bool IsOwnNamespace(const char *name, const char *runtimeDirectory) {
+    if (NamespaceName(name) != NamespaceName(std::getenv(kNamespaceVariable))) return false;
+    const Descriptor theirs = OpenRuntimeDirectory(runtimeDirectory);
+    const Descriptor own = OpenRuntimeDirectory(std::getenv(kRuntimeDirectoryVariable));
+    if (!theirs.IsOpen() || !own.IsOpen()) return theirs.IsOpen() == own.IsOpen();
+    struct stat first {};
+    struct stat second {};
+    return fstat(theirs.Get(), &first) == 0 && fstat(own.Get(), &second) == 0 &&
+           IsSameFile(first, second);
 }
 
 bool Namespace::Open(Absent absent) {

@@ -16,6 +16,7 @@
 #define AIPLC_POSIX_NAMESPACE_H
 
 #include <cstddef>
+#include <functional>
 #include <string_view>
 
 #include "platform/posix/descriptor.h"
@@ -23,13 +24,18 @@
 namespace aiplc::platform {
 
 inline constexpr char kNamespaceVariable[] = "AIPLC_NAMESPACE";
+inline constexpr char kRuntimeDirectoryVariable[] = "XDG_RUNTIME_DIR";
 inline constexpr size_t kNameBytes = 64 + 1;
 
 // What to do about an absent directory or object.
 enum class Absent { fail, create };
 
-// Name of the namespace that the text of the environment variable (null when unset) asks for.
-std::string_view NamespaceName(const char *variable);
+// Whether a process in whose environment the two variables have these values (null when unset)
+// meets this one in its namespace.
+bool IsOwnNamespace(const char *name, const char *runtimeDirectory);
+
+// Visits the names in a directory.
+void ForEachEntry(int directory, const std::function<void(const char *)> &visit);
 
 class Namespace {
   public:
