@@ -12,6 +12,7 @@
 # make threads   the tests of several threads and processes under ThreadSanitizer
 # make valgrind  the library's tests under Valgrind
 # make test-32   the library and its tests for 32-bit x86, in an emulator where the machine runs no such programs
+# make mutation  changes the library in 114 places, one at a time, and fails when its tests do not notice a change
 # make coverage  which lines and branches of src/ the tests reach, also in build/coverage/report.html
 # make train-data, loop-data, train, export, model-report   the neural model again; see docs/model.md
 # make report, report-test  the page of aiplc compare, see report/README.md
@@ -23,7 +24,7 @@ BUILD = $(CONFIGURE) && cmake --build --preset $(1) -j $(JOBS)
 TEST = ctest --test-dir build/$(1) -j $(JOBS) --output-on-failure --no-tests=error
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 
-.PHONY: all tool demo compare-demo measure bench test fresh-root fuzz long-run threads valgrind test-32 coverage \
+.PHONY: all tool demo compare-demo measure bench test fresh-root fuzz long-run threads valgrind test-32 mutation coverage \
         install uninstall format lint clean train-data loop-data train export model-report report report-test
 
 all:
@@ -108,7 +109,7 @@ threads:
 
 valgrind: all
 	scripts/install-packages.sh valgrind
-	for tests in pipeline dsp infer adapter protocol threads; do \
+	for tests in pipeline dsp copy_failure infer adapter protocol threads; do \
 		AIPLC_MODEL=autoregressive valgrind -q --leak-check=full --child-silent-after-fork=yes \
 			--error-exitcode=1 build/release/bin/$${tests}_test --gtest_brief=1 || exit; \
 	done
@@ -116,6 +117,11 @@ valgrind: all
 test-32:
 	scripts/install-packages.sh build
 	scripts/test_32.sh $(JOBS)
+
+# FILTER picks mutants by a regular expression: make mutation FILTER=src/infer
+mutation:
+	scripts/install-packages.sh build test mutation
+	python3 scripts/mutate.py --jobs $(JOBS) --filter '$(FILTER)'
 
 coverage:
 	scripts/install-packages.sh build test coverage

@@ -1,6 +1,6 @@
 #!/bin/sh
 # Installs the Debian or Ubuntu packages that the named groups need and that are missing.
-#     scripts/install-packages.sh build|test|bench|fuzz|coverage|valgrind|x86-32|emulator|demo|measure| \
+#     scripts/install-packages.sh build|test|bench|fuzz|coverage|valgrind|x86-32|emulator|mutation|demo|measure| \
 #                                 lint|training|report ...
 # The one list of packages of the project.
 set -eu
@@ -19,6 +19,7 @@ packages() {
     valgrind) echo "valgrind" ;;
     x86-32) echo "g++-multilib googletest" ;;
     emulator) echo "qemu-user" ;;
+    mutation) echo "python3" ;;
     demo) echo "fillets-ng-data-nl" ;;
     measure) echo "fillets-ng-data-nl sox libsox-fmt-base" ;;
     lint) echo "clang-format clang-tidy" ;;
@@ -28,7 +29,7 @@ packages() {
         # Ubuntu has Chromium as a snap only, which not every machine can run.
         ! grep -qx 'ID=debian' /etc/os-release || echo "chromium" ;;
     *) echo "install-packages.sh: unknown group '$1': use build, test, bench, fuzz, coverage, valgrind," \
-            "x86-32, emulator, demo, measure, lint, training or report" >&2
+            "x86-32, emulator, mutation, demo, measure, lint, training or report" >&2
        exit 2 ;;
     esac
 }

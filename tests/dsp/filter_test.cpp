@@ -48,15 +48,6 @@ float BankTap(const Floats &lowBand, size_t band, size_t n) {
            static_cast<float>(std::round(std::cos(multiple * phase) / std::cos(phase)));
 }
 
-// Filters 45 samples in two calls.
-Samples LowPass(Samples samples) {
-    Floats state(31);
-    samples.resize(45);
-    AiPlcFir(samples.data(), state.data(), g_aiplcLowPassCoeff16K, 20, 31);
-    AiPlcFir(&samples[20], state.data(), g_aiplcLowPassCoeff16K, 25, 31);
-    return samples;
-}
-
 void Analyse(float *frame, Floats &state, int32_t length = 960) {
     EXPECT_EQ(AiPlcThreeBandAnalysis(frame, frame, state.data(), length), 0);
 }
@@ -104,22 +95,6 @@ TEST(SampleConversion, TruncatesTowardsZeroAndSaturates) {
     Samples out(in.size());
     AiPlcFloat2Short(in.data(), out.data(), static_cast<int32_t>(in.size()));
     EXPECT_EQ(out, (Samples{2, -2, 0, 32767, -32768, 32767, -32768, 32767, -32768}));
-}
-
-TEST(Fir, GivesTheWorkedOutNumbersAndSaturates) {
-    Samples response = {1,   0,   -2,  3,  3,  -9,  -2, 19, -5, -33, 27, 47, -80, -58, 308, 561,
-                        308, -58, -80, 47, 27, -33, -5, 19, -2, -9,  3,  3,  -2,  0,   1};
-    response.resize(45);
-    EXPECT_EQ(LowPass({1000}), response);
-    const Samples step = LowPass(Samples(45, -10000));
-    EXPECT_EQ(step[28], -9991);
-    EXPECT_EQ(step[29], -9983);
-    EXPECT_EQ(step[30], -10000);
-    // Full-scale samples with the taps' signs sum to 1.77 times full scale.
-    Samples loud;
-    for (const float tap : g_aiplcLowPassCoeff16K)
-        loud.push_back(tap < 0 ? -32768 : 32767);
-    EXPECT_EQ(LowPass(loud)[30], 32767);
 }
 
 TEST(Fir, IsItsDefinitionBitForBit) {

@@ -142,15 +142,6 @@ TEST_F(Pipeline, GapsWithinACallArePlaceheld) {
     EXPECT_EQ(Newest(m_input, 9), "D9 D8 D7 D6 D5 D4 D3 D2 D9 ");
 }
 
-TEST(Numbers, DifferAcrossTheWrap) {
-    const int cases[][3] = {{5, 3, 2},         {1, 65535, 2},      {65535, 1, -2},
-                            {32768, 0, 32768}, {0, 32768, -32768}, {40000, 0, -25536},
-                            {0, 40000, 25536}};
-    for (const auto &[a, b, difference] : cases)
-        EXPECT_EQ(AiPlcCalSeqNumberDif(static_cast<uint16_t>(a), static_cast<uint16_t>(b)),
-                  difference);
-}
-
 TEST_F(Pipeline, LateFramesReplacePlaceholdersAndNothingElse) {
     m_channel.bufferedFrames = 3;
     Receive({21});
