@@ -9,7 +9,7 @@
 #include <cmath>
 
 #include "holes.h"
-#include "loss_model.h"
+#include "loss_plan.h"
 
 namespace aiplc::training {
 namespace {
@@ -27,44 +27,6 @@ double Rms(std::span<const int16_t> samples) {
 
 double FromDb(double decibels) {
     return std::pow(10.0, decibels / 20);
-}
-
-// Bursts of shortest to longest packets, with 8 to 20 received ones between them.
-std::vector<bool> DrawBursts(size_t packets, int shortest, int longest, Random &random) {
-    std::vector<bool> lost;
-    while (lost.size() < packets) {
-        lost.insert(lost.end(), static_cast<size_t>(random.Integer(8, 20)), false);
-        lost.insert(lost.end(), static_cast<size_t>(random.Integer(shortest, longest)), true);
-    }
-    return lost;
-}
-
-std::vector<bool> DrawMarkovLosses(size_t packets, double lowRate, double highRate,
-                                   Random &random) {
-    const double rate = random.Uniform(lowRate, highRate);
-    const double burst = random.Uniform(1.3, 6);
-    tools::GilbertElliott model(rate, burst, random.Bits());
-    std::vector<bool> lost(packets);
-    for (size_t i = 0; i < packets; ++i)
-        lost[i] = model.NextLost();
-    return lost;
-}
-
-std::vector<bool> DrawLosses(Scene scene, size_t packets, Random &random) {
-    switch (scene) {
-        case Scene::shortBursts:
-            return DrawBursts(packets, 2, 3, random);
-        case Scene::longBursts:
-            return DrawBursts(packets, 4, 6, random);
-        case Scene::mixed:
-            return DrawMarkovLosses(packets, 0.1, 0.2, random);
-        case Scene::drawn:
-            break;
-    }
-    const double kind = random.Uniform(0, 1);
-    if (kind < 0.2) return DrawBursts(packets, 2, 3, random);
-    if (kind < 0.4) return DrawBursts(packets, 4, 6, random);
-    return DrawMarkovLosses(packets, 0.05, 0.4, random);
 }
 
 int DrawBandwidth(Random &random) {

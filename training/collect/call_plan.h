@@ -11,6 +11,7 @@
 
 #include "call_windows.h"
 #include "random.h"
+#include "scene.h"
 
 namespace aiplc::training {
 
@@ -19,12 +20,8 @@ namespace aiplc::training {
 // whether it was added.
 bool MixScene(std::vector<int16_t> &speech, std::span<const int16_t> background, Random &random);
 
-// What may happen in a call. drawn: anything; the others are fixed conditions for comparisons:
-// wideband at 24 kb/s, 20 ms packets, 16 kHz output, and bursts of 2..3, bursts of 4..6, or mixed
-// losses of 10 to 20 %.
-enum class Scene { drawn, shortBursts, longBursts, mixed };
-
-// Draws encoder, receiver and losses of a call with packets for seconds of audio.
+// Draws encoder, receiver and losses of a call with packets for seconds of audio. In all scenes but
+// drawn, encoder and receiver are fixed, the latter at 16 kHz.
 CallSetup DrawCall(Scene scene, int speechRate, double seconds, Random &random);
 
 // Answers with share of the target and the rest of the autoregressive answer, from the first hole

@@ -119,9 +119,11 @@ CallResult CollectWindows(const CallSetup &setup, std::span<const int16_t> pcm) 
     CallResult result;
     if (packets.empty()) return result;
 
-    const LowBand target = DecodeLossFree(packets, setup.outputRate);
+    const LowBand target = DecodeLossFree(packets, setup.outputRate, setup.decoderComplexity);
     RequestCollector collector(setup, target);
-    host::Receiver receiver({.sampleRate = setup.outputRate, .adapter = &collector});
+    host::Receiver receiver({.sampleRate = setup.outputRate,
+                             .decoderComplexity = setup.decoderComplexity,
+                             .adapter = &collector});
     size_t next = 0;
     for (int64_t tick = 0; tick < target.Frames() + host::Receiver::kLookAheadFrames; ++tick) {
         for (; next < packets.size(); ++next) {

@@ -15,7 +15,6 @@ namespace aiplc::training {
 namespace {
 
 constexpr int64_t kFrameClock = 960;
-constexpr int kDecoderComplexity = 10;
 
 host::BufferedPacket Buffered(const host::RtpPacket &packet, int64_t start, int64_t sequence) {
     const auto info = host::ParseOpusPacket(packet.payload);
@@ -63,9 +62,10 @@ void LowBand::CopyFrame(int64_t frame, int16_t *to) const {
     }
 }
 
-LowBand DecodeLossFree(std::span<const host::RtpPacket> packets, uint32_t sampleRate) {
+LowBand DecodeLossFree(std::span<const host::RtpPacket> packets, uint32_t sampleRate,
+                       int complexity) {
     host::PacketBuffer buffer;
-    host::DecodeTimeline timeline(sampleRate, kDecoderComplexity, false, buffer);
+    host::DecodeTimeline timeline(sampleRate, complexity, false, buffer);
     LowBandFilter filter;
     std::vector<int16_t> samples;
     std::vector<int16_t> concealed(sampleRate / 50);

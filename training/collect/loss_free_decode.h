@@ -26,7 +26,9 @@ class LowBand {
 
 // Decodes all packets as the reference host does when none is lost. At 48 kHz the result is the low
 // band of the library's filter bank, run through the whole call and rounded as the library does.
-LowBand DecodeLossFree(std::span<const host::RtpPacket> packets, uint32_t sampleRate);
+// complexity: the decoder's, 0..10, as in host::ReceiverOptions.
+LowBand DecodeLossFree(std::span<const host::RtpPacket> packets, uint32_t sampleRate,
+                       int complexity);
 
 }  // namespace aiplc::training
 

@@ -2,16 +2,21 @@
 //
 // aiplc_collect_windows: plays simulated calls and writes the windows that the library requests.
 
+#include <opus.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <map>
 #include <memory>
 #include <numeric>
+#include <optional>
 
 #include "call_plan.h"
 #include "failure.h"
+#include "host/receiver.h"
 #include "neural.h"
+#include "sounds.h"
 #include "speech_collection.h"
 #include "window_file.h"
 
@@ -30,6 +35,8 @@ struct Options {
     Split split = Split::train;
     Scene scene = Scene::drawn;
     uint32_t outputRate = 0;
+    int decoderComplexity = host::ReceiverOptions{}.decoderComplexity;
+    bool fullBand = false;
     Answers answers = Answers::drawn;
     uint32_t seed = 1;
     int passes = 1;
@@ -47,8 +54,10 @@ void AddChoice(CLI::App &app, const char *name, T &value, std::map<std::string, 
 }
 
 void Declare(CLI::App &app, Options &options) {
-    app.add_option("--speech", options.speech, "folder of recordings")->required();
-    app.add_option("--background", options.background, "folder of noise and music");
+    app.add_option("--speech", options.speech,
+                   "folder of recordings; not for tone, dtmf and music");
+    app.add_option("--background", options.background,
+                   "folder of noise and music; the scene music plays those named music...");
     app.add_option("--windows", options.windows,
                    "write the windows to files with this path and beginning");
     app.add_option("--audio", options.audio,
@@ -60,9 +69,15 @@ void Declare(CLI::App &app, Options &options) {
                      "recordings to train on or to validate with");
     AddChoice<Scene>(app, "--scene", options.scene,
                      {{"drawn", Scene::drawn},
+                      {"single", Scene::single},
+                      {"random", Scene::random},
                       {"bursts2-3", Scene::shortBursts},
                       {"bursts4-6", Scene::longBursts},
-                      {"mixed", Scene::mixed}},
+                      {"mixed", Scene::mixed},
+                      {"recorded", Scene::recorded},
+                      {"tone", Scene::tone},
+                      {"dtmf", Scene::dtmf},
+                      {"music", Scene::music}},
                      "what happens in the calls");
     AddChoice<Answers>(app, "--answers", options.answers,
                        {{"drawn", Answers::drawn},
@@ -77,6 +92,12 @@ void Declare(CLI::App &app, Options &options) {
     app.add_option("--output-rate", options.outputRate,
                    "of all calls; otherwise 16000, or drawn where the scene is")
         ->check(CLI::IsMember({16000, 48000}));
+    app.add_option("--decoder-complexity", options.decoderComplexity,
+                   "of the receiver's decoder and of the target's; libopus 1.5 and later conceals "
+                   "with a network from 5 on and may enhance received speech from 6 on")
+        ->check(CLI::Range(0, 10));
+    app.add_flag("--full-band", options.fullBand,
+                 "full-band calls, of the recordings that have the full band");
     app.add_option("--model", options.model, "weights for --answers model");
     app.add_option("--seed", options.seed, "the same seed gives the same data");
     app.add_option("--passes", options.passes, "times that each recording is used")
@@ -163,9 +184,24 @@ struct Totals {
     double seconds = 0;
 };
 
+// What the options say of a call in the place of what was drawn.
+void Override(const Options &options, CallSetup &setup) {
+    setup.decoderComplexity = options.decoderComplexity;
+    if (options.outputRate != 0) {
+        setup.outputRate = options.outputRate;
+        setup.facts.rateKhz = static_cast<uint8_t>(options.outputRate / 1000);
+    }
+    if (options.fullBand) {
+        setup.sender.maxBandwidth = OPUS_BANDWIDTH_FULLBAND;
+        setup.facts.bandwidth = OPUS_BANDWIDTH_FULLBAND - OPUS_BANDWIDTH_NARROWBAND;
+    }
+    if (options.noLosses) setup.lost.clear();
+}
+
 void PlayRecording(const Options &options, const Backgrounds &backgrounds, const Recording &speech,
                    uint32_t file, uint32_t pass, worker::Neural *neural, WindowFiles &files,
                    Totals &totals) {
+    if (options.fullBand && speech.rate != 48000) return;
     const auto length = static_cast<size_t>(options.callSeconds * speech.rate);
     for (size_t start = 0; start < speech.samples.size(); start += length) {
         if (options.maxCalls > 0 && totals.calls >= static_cast<uint32_t>(options.maxCalls)) return;
@@ -183,13 +219,9 @@ void PlayRecording(const Options &options, const Backgrounds &backgrounds, const
         if (options.scene == Scene::drawn)
             background = MixScene(pcm, backgrounds.Draw(speech.rate, random), random);
         CallSetup setup = DrawCall(options.scene, speech.rate, seconds, random);
-        if (options.outputRate != 0) {
-            setup.outputRate = options.outputRate;
-            setup.facts.rateKhz = static_cast<uint8_t>(options.outputRate / 1000);
-        }
+        Override(options, setup);
         if (background) setup.facts.flags |= WindowRecord::kBackground;
         setup.facts.call = call;
-        if (options.noLosses) setup.lost.clear();
         ChooseAnswer(options.answers, neural, setup);
         const CallResult result = CollectWindows(setup, pcm);
         if (!options.windows.empty()) files.Write(result.windows);
@@ -209,16 +241,45 @@ std::vector<uint32_t> DrawOrder(size_t files, uint32_t seed, uint32_t pass) {
     return order;
 }
 
+// Where the calls' audio comes from: recordings of speech, or sounds.
+class Material {
+  public:
+    explicit Material(const Options &options) {
+        if (!IsSpeech(options.scene)) {
+            if (options.scene == Scene::music && options.background.empty())
+                throw std::runtime_error("--scene music needs --background FOLDER with music");
+            m_sounds.emplace(options.scene, options.background, options.callSeconds, options.seed);
+            m_count = options.maxCalls > 0 ? static_cast<size_t>(options.maxCalls) : kSounds;
+            return;
+        }
+        if (options.speech.empty())
+            throw std::runtime_error("--speech FOLDER is missing: give one of recordings");
+        m_paths = FindSpeech(options.speech, options.split, options.licences);
+        m_count = m_paths.size();
+    }
+    size_t Count() const { return m_count; }
+    Recording Load(uint32_t index) const {
+        return m_sounds ? m_sounds->Make(index) : LoadRecording(m_paths[index]);
+    }
+
+  private:
+    static constexpr size_t kSounds = 24;
+
+    std::vector<std::string> m_paths;
+    std::optional<Sounds> m_sounds;
+    size_t m_count = 0;
+};
+
 void Run(const Options &options) {
     const auto neural = LoadNeural(options);
-    const Backgrounds backgrounds(options.background);
-    const auto paths = FindSpeech(options.speech, options.split, options.licences);
+    const Backgrounds backgrounds(options.scene == Scene::drawn ? options.background : "");
+    const Material material(options);
     WindowFiles files(options.windows + '_' + std::to_string(options.part));
     Totals totals;
     for (uint32_t pass = 0; pass < static_cast<uint32_t>(options.passes); ++pass) {
-        for (const uint32_t file : DrawOrder(paths.size(), options.seed, pass)) {
-            PlayRecording(options, backgrounds, LoadRecording(paths[file]), file, pass,
-                          neural.get(), files, totals);
+        for (const uint32_t file : DrawOrder(material.Count(), options.seed, pass)) {
+            PlayRecording(options, backgrounds, material.Load(file), file, pass, neural.get(),
+                          files, totals);
         }
         std::fprintf(stderr, "pass %u: %llu windows from %.0f s, %llu left out as ambiguous\n",
                      pass + 1, static_cast<unsigned long long>(files.Records()), totals.seconds,

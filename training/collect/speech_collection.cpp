@@ -100,6 +100,15 @@ std::vector<std::string> FindSpeech(const std::string &folder, Split split,
     return paths;
 }
 
+std::vector<std::string> FindMusic(const std::string &folder) {
+    std::vector<std::string> paths;
+    for (const std::string &name : AudioFiles(folder)) {
+        if (name.starts_with("music")) paths.push_back((fs::path(folder) / name).string());
+    }
+    if (paths.empty()) throw Failure(folder, "holds no recording whose name begins with music");
+    return paths;
+}
+
 Recording LoadRecording(const std::string &path) {
     tools::InputFile input = tools::InputFile::Open(path);
     tools::SpeechAudio audio(input);

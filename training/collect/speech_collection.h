@@ -19,6 +19,10 @@ enum class Split { train, valid };
 std::vector<std::string> FindSpeech(const std::string &folder, Split split,
                                     const std::vector<std::string> &licences);
 
+// The recordings of a folder whose names begin with "music", as paths in alphabetical order. Throws
+// tools::Failure when there are none.
+std::vector<std::string> FindMusic(const std::string &folder);
+
 // A recording as mono PCM: at 48 kHz if it was made at 32 kHz or more, else at 16 kHz.
 struct Recording {
     int rate = 16000;
