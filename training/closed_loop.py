@@ -10,8 +10,9 @@ Methods (--who):
   enhanced  libopus alone, its network enhances received speech too (complexity 10); likewise
   classic   the autoregressive predictor
   model     the network as the worker runs it or, from a checkpoint (.pt), in PyTorch
+  one-look  the same, but single losses are left to the codec, as the library does on its own
   target    the loss-free decode in every window, the most that any model can reach
-The last three play on top of a decoder of --decoder-complexity.
+The last four play on top of a decoder of --decoder-complexity.
 
 All are measured against the loss-free output of the same calls at the same decoder complexity: LSD
 and MCD (dB) over lost frames, the same over the first two received frames behind each gap, and
@@ -35,9 +36,9 @@ import evaluate
 import metrics
 import windows
 
-LOST = ("interpolated", "extrapolated", "codec", "muted", "lost", "partial")
+LOST = ("interpolated", "extrapolated", "secondLook", "codec", "muted", "lost", "partial")
 CODEC = {"codec": 4, "neural": 5, "enhanced": 10}    # decoder complexity
-METHODS = [*CODEC, "classic", "model", "target"]
+METHODS = [*CODEC, "classic", "model", "one-look", "target"]
 ENHANCES = 6            # decoder complexity from which libopus may change received frames
 SPEECH = ["single", "random", "bursts2-3", "bursts4-6", "mixed", "recorded"]
 SOUNDS = ["tone", "dtmf", "music"]
@@ -60,8 +61,11 @@ def options_of(args, who):
     """The collector's options for a method."""
     if who in CODEC:
         return ["--answers", "codec"]
-    if who == "model":
-        return ["--answers", "ask"] if args.net else ["--answers", "model", "--model", args.model]
+    if who in ("model", "one-look"):
+        looks = ["--no-second-look"] if who == "one-look" else []
+        if args.net:
+            return ["--answers", "ask", *looks]
+        return ["--answers", "model", "--model", args.model, *looks]
     return ["--answers", who]
 
 
@@ -171,7 +175,7 @@ def main(arguments=None):
     a.add_argument("--rate", type=int, default=16000, choices=(16000, 48000))
     a.add_argument("--full-band", action="store_true", help="full-band calls of full-band recordings")
     a.add_argument("--decoder-complexity", type=int, default=5, choices=range(11), metavar="0..10",
-                   help="of the decoder that classic, model and target play on")
+                   help="of the decoder that classic, model, one-look and target play on")
     a.add_argument("--collector", default="build/release/bin/aiplc_collect_windows")
     a.add_argument("--calls", type=int, default=24, help="of 10 s each, per scene")
     a.add_argument("--scenes", nargs="+", default=["bursts2-3", "bursts4-6", "mixed"],
@@ -182,7 +186,7 @@ def main(arguments=None):
     a.add_argument("--plcmos", help="Python file with a class Plcmos: score(samples, rate)")
     a = a.parse_args(arguments)
     if not a.model:
-        a.who = [w for w in a.who if w != "model"]
+        a.who = [w for w in a.who if w not in ("model", "one-look")]
     torch.set_num_threads(1)
     in_pytorch = a.model and (a.pytorch or a.model.endswith(".pt"))
     a.net = evaluate.load(a.model) if in_pytorch else None

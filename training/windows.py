@@ -12,6 +12,7 @@ WINDOW = FRAME * FRAMES
 BEGIN = 640            # the first sample the network sees
 SEEN = WINDOW - BEGIN
 UNSETTLED = 16         # samples that the library clears after a gap at 48 kHz
+SECOND_LOOK = 16       # in flags: a single loss that the host asked for itself
 SIGNALS = ("answer", "forward", "backward", "late", "pitch_forward", "pitch_backward")
 
 # WindowRecord of training/collect/window_record.h; the signals are those of worker/candidates.h.

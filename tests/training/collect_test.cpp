@@ -14,10 +14,10 @@ namespace {
 
 constexpr size_t kFrame = AIPLC_BAND_SAMPLES;
 
-// Lost packets that lead to requests of all five modes, each with 40 received packets before it.
-std::vector<bool> LossesOfAllModes() {
+// Each pattern with 40 received packets before it; 1 = lost.
+std::vector<bool> LossesAs(std::initializer_list<const char *> patterns) {
     std::vector<bool> lost;
-    for (const char *pattern : {"11", "1101", "111", "11101"}) {
+    for (const char *pattern : patterns) {
         lost.insert(lost.end(), 40, false);
         for (const char *c = pattern; *c != 0; ++c)
             lost.push_back(*c == '1');
@@ -26,13 +26,23 @@ std::vector<bool> LossesOfAllModes() {
     return lost;
 }
 
-CallResult PlayAllModes(uint32_t outputRate, double truthShare) {
+// These lead to requests of all five modes.
+std::vector<bool> LossesOfAllModes() {
+    return LossesAs({"11", "1101", "111", "11101"});
+}
+
+CallSetup LowDelayCall(uint32_t outputRate) {
     CallSetup setup;
     setup.sender.sampleRate = outputRate;
     // CELT alone decodes exactly again some frames after a loss.
     setup.sender.application = host::SenderApplication::lowDelay;
     setup.sender.bitrate = 64000;
     setup.outputRate = outputRate;
+    return setup;
+}
+
+CallResult PlayAllModes(uint32_t outputRate, double truthShare) {
+    CallSetup setup = LowDelayCall(outputRate);
     setup.lost = LossesOfAllModes();
     setup.answer = MixTruth(truthShare);
     return CollectWindows(setup, host::SpeechLike(outputRate, 3.8));
@@ -77,6 +87,32 @@ TEST_P(Collect, EarlierAnswersAreInLaterWindows) {
     }
     // Modes 1 and 2 follow a request for the frames before theirs.
     EXPECT_GE(different, 2);
+}
+
+// The second single loss of a pair is not there yet when the first one is asked for.
+TEST_P(Collect, SecondLooksAreMarkedAndHaveTheirSingleHole) {
+    CallSetup setup = LowDelayCall(GetParam());
+    setup.lost = LossesAs({"1", "101"});
+    setup.answer = MixTruth(1);
+    const std::vector<int16_t> speech = host::SpeechLike(GetParam(), 2.5);
+    const CallResult result = CollectWindows(setup, speech);
+    const int modes[] = {AIPLC_INFER_GAP1_AHEAD2, AIPLC_INFER_GAP1_AHEAD1, AIPLC_INFER_GAP1_AHEAD2};
+    const uint32_t lost[] = {40, 81, 83};
+    ASSERT_EQ(result.windows.size(), std::size(modes));
+    for (size_t i = 0; i < std::size(modes); ++i) {
+        const WindowRecord &record = result.windows[i];
+        EXPECT_EQ(record.flags, WindowRecord::kSecondLook);
+        EXPECT_EQ(record.mode, modes[i]);
+        const size_t hole = modes[i] == AIPLC_INFER_GAP1_AHEAD1 ? 6 : 5;
+        EXPECT_EQ(FirstHole(record), hole);
+        EXPECT_EQ(record.newestFrame, lost[i] + 7 - hole);
+        EXPECT_EQ(result.sources.at(lost[i]), host::FrameSource::secondLook);
+        EXPECT_FALSE(record.received >> hole & 1);
+        for (size_t at = 0; at < hole * kFrame; ++at)
+            ASSERT_NEAR(record.window[at], record.target[at], 8) << i << ' ' << at;
+    }
+    setup.secondLook = false;
+    EXPECT_EQ(CollectWindows(setup, speech).windows.size(), 0U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Rates, Collect, testing::Values(16000U, 48000U));

@@ -37,7 +37,8 @@ int ModeOfHoles(const Window &window) {
     return IsHole(window, 4) ? AIPLC_INFER_GAP2_AHEAD2 : AIPLC_INFER_GAP1_AHEAD2;
 }
 
-// Frames by which a window of the mode ends before the newest frame handed in.
+// Frames by which a window of the mode ends before the newest frame handed in, or about to be: a
+// request is for the frame about to be played, three before that one, whoever makes it.
 int64_t FramesBehind(int mode) {
     switch (mode) {
         case AIPLC_INFER_GAP1_AHEAD1:
@@ -61,8 +62,8 @@ class RequestCollector : public AiplcAdapterInterface {
     int Process(InoutDetail &record, int timeoutMs) override;
 
     void SetTick(int64_t tick) { m_tick = tick; }
-    // Drops the request of this tick if the library made it in another mode.
-    void Settle(int mode);
+    // Drops the request of this tick, which ended in this frame, if it was made in another mode.
+    void Settle(const host::OutputFrame &frame);
 
     std::vector<WindowRecord> windows;
     uint64_t ambiguous = 0;
@@ -96,12 +97,16 @@ int RequestCollector::Process(InoutDetail &record, int /*timeoutMs*/) {
     return 0;
 }
 
-void RequestCollector::Settle(int mode) {
-    if (m_asked && windows.back().mode != mode) {
+void RequestCollector::Settle(const host::OutputFrame &frame) {
+    if (!m_asked) return;
+    m_asked = false;
+    WindowRecord &request = windows.back();
+    if (request.mode != (frame.secondLook ? frame.inferMode : frame.decidedMode)) {
         windows.pop_back();
         ++ambiguous;
+    } else if (frame.secondLook) {
+        request.flags |= WindowRecord::kSecondLook;
     }
-    m_asked = false;
 }
 
 bool IsReceived(host::FrameSource source) {
@@ -122,6 +127,7 @@ CallResult CollectWindows(const CallSetup &setup, std::span<const int16_t> pcm) 
     const LowBand target = DecodeLossFree(packets, setup.outputRate, setup.decoderComplexity);
     RequestCollector collector(setup, target);
     host::Receiver receiver({.sampleRate = setup.outputRate,
+                             .useSecondLook = setup.secondLook && !setup.refuse,
                              .decoderComplexity = setup.decoderComplexity,
                              .adapter = &collector});
     size_t next = 0;
@@ -133,7 +139,7 @@ CallResult CollectWindows(const CallSetup &setup, std::span<const int16_t> pcm) 
         }
         collector.SetTick(tick);
         const host::OutputFrame &frame = receiver.Pull();
-        collector.Settle(frame.inferMode);
+        collector.Settle(frame);
         if (frame.frame < 0) continue;
         result.sources.push_back(frame.source);
         result.output.insert(result.output.end(), frame.samples.begin(), frame.samples.end());

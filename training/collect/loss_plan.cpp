@@ -72,8 +72,11 @@ std::vector<bool> DrawRecordedLosses(size_t packets, Random &random) {
 
 std::vector<bool> DrawAnyLosses(size_t packets, Random &random) {
     const double kind = random.Uniform(0, 1);
-    if (kind < 0.2) return DrawLosses(Scene::shortBursts, packets, random);
-    if (kind < 0.4) return DrawLosses(Scene::longBursts, packets, random);
+    if (kind < 0.15) return DrawLosses(Scene::single, packets, random);
+    if (kind < 0.25) return DrawLosses(Scene::random, packets, random);
+    if (kind < 0.45) return DrawLosses(Scene::recorded, packets, random);
+    if (kind < 0.6) return DrawLosses(Scene::shortBursts, packets, random);
+    if (kind < 0.75) return DrawLosses(Scene::longBursts, packets, random);
     return DrawMarkovLosses(packets, 0.05, 0.4, random);
 }
 

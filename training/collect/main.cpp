@@ -37,6 +37,7 @@ struct Options {
     uint32_t outputRate = 0;
     int decoderComplexity = host::ReceiverOptions{}.decoderComplexity;
     bool fullBand = false;
+    bool noSecondLook = false;
     Answers answers = Answers::drawn;
     uint32_t seed = 1;
     int passes = 1;
@@ -96,6 +97,8 @@ void Declare(CLI::App &app, Options &options) {
                    "of the receiver's decoder and of the target's; libopus 1.5 and later conceals "
                    "with a network from 5 on and may enhance received speech from 6 on")
         ->check(CLI::Range(0, 10));
+    app.add_flag("--no-second-look", options.noSecondLook,
+                 "single losses are left to the codec, as the library does");
     app.add_flag("--full-band", options.fullBand,
                  "full-band calls, of the recordings that have the full band");
     app.add_option("--model", options.model, "weights for --answers model");
@@ -187,6 +190,7 @@ struct Totals {
 // What the options say of a call in the place of what was drawn.
 void Override(const Options &options, CallSetup &setup) {
     setup.decoderComplexity = options.decoderComplexity;
+    setup.secondLook = !options.noSecondLook;
     if (options.outputRate != 0) {
         setup.outputRate = options.outputRate;
         setup.facts.rateKhz = static_cast<uint8_t>(options.outputRate / 1000);

@@ -18,11 +18,12 @@ using Window = std::array<int16_t, AIPLC_WINDOW_SAMPLES>;
 // (little endian, no padding; the same fields in windows.py). Signals are 16 kHz, oldest sample
 // first.
 struct WindowRecord {
-    static constexpr uint16_t kFec = 1;         // the sender gave redundancy
-    static constexpr uint16_t kDtx = 2;         // the sender paused
-    static constexpr uint16_t kBackground = 4;  // noise or music was mixed in
-    static constexpr uint16_t kTruthMixed = 8;  // earlier answers were nearer to the target than
-                                                // the autoregressive ones
+    static constexpr uint16_t kFec = 1;          // the sender gave redundancy
+    static constexpr uint16_t kDtx = 2;          // the sender paused
+    static constexpr uint16_t kBackground = 4;   // noise or music was mixed in
+    static constexpr uint16_t kTruthMixed = 8;   // earlier answers were nearer to the target than
+                                                 // the autoregressive ones
+    static constexpr uint16_t kSecondLook = 16;  // a single loss that the host asked for itself
 
     Window window;  // as requested
     Window target;  // the loss-free decode of the same packets
