@@ -76,6 +76,7 @@ def play(args, scene, complexity, options):
         command = [args.collector, "--split", "valid", "--scene", scene, "--seed", str(args.seed),
                    "--max-calls", str(args.calls), "--call-seconds", "10", "--output-rate",
                    str(args.rate), "--decoder-complexity", str(complexity), "--audio", folder,
+                   "--application", args.application,
                    *(["--full-band"] if args.full_band else []),
                    *(["--background", args.background] if args.background else []),
                    *(["--speech", args.speech] if args.speech else []), *options]
@@ -176,6 +177,8 @@ def main(arguments=None):
     a.add_argument("--full-band", action="store_true", help="full-band calls of full-band recordings")
     a.add_argument("--decoder-complexity", type=int, default=5, choices=range(11), metavar="0..10",
                    help="of the decoder that classic, model, one-look and target play on")
+    a.add_argument("--application", default="voip", choices=("voip", "audio", "low-delay"),
+                   help="of the encoder: low-delay codes with CELT alone, audio what is no speech")
     a.add_argument("--collector", default="build/release/bin/aiplc_collect_windows")
     a.add_argument("--calls", type=int, default=24, help="of 10 s each, per scene")
     a.add_argument("--scenes", nargs="+", default=["bursts2-3", "bursts4-6", "mixed"],

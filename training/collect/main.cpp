@@ -25,6 +25,11 @@ namespace {
 
 enum class Answers { drawn, classic, target, codec, ask, model };
 
+const std::map<std::string, host::SenderApplication> kApplications = {
+    {"voip", host::SenderApplication::voip},
+    {"audio", host::SenderApplication::audio},
+    {"low-delay", host::SenderApplication::lowDelay}};
+
 struct Options {
     std::string speech;
     std::string background;
@@ -36,6 +41,7 @@ struct Options {
     Scene scene = Scene::drawn;
     uint32_t outputRate = 0;
     int decoderComplexity = host::ReceiverOptions{}.decoderComplexity;
+    std::string application;
     bool fullBand = false;
     bool noSecondLook = false;
     Answers answers = Answers::drawn;
@@ -97,6 +103,11 @@ void Declare(CLI::App &app, Options &options) {
                    "of the receiver's decoder and of the target's; libopus 1.5 and later conceals "
                    "with a network from 5 on and may enhance received speech from 6 on")
         ->check(CLI::Range(0, 10));
+    app.add_option(
+           "--application", options.application,
+           "of the encoder: voip mostly codes with SILK, audio what is no speech with CELT, "
+           "low-delay everything; otherwise voip, or drawn where the scene is")
+        ->check(CLI::IsMember(kApplications));
     app.add_flag("--no-second-look", options.noSecondLook,
                  "single losses are left to the codec, as the library does");
     app.add_flag("--full-band", options.fullBand,
@@ -191,6 +202,8 @@ struct Totals {
 void Override(const Options &options, CallSetup &setup) {
     setup.decoderComplexity = options.decoderComplexity;
     setup.secondLook = !options.noSecondLook;
+    if (!options.application.empty())
+        setup.sender.application = kApplications.at(options.application);
     if (options.outputRate != 0) {
         setup.outputRate = options.outputRate;
         setup.facts.rateKhz = static_cast<uint8_t>(options.outputRate / 1000);
