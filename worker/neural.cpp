@@ -26,6 +26,10 @@ int32_t Neural::Predict(std::span<const int16_t, kWindowSamples> window,
                         std::span<int16_t, kWindowSamples> out) noexcept {
     m_countsBefore = m_counts;
     if (!m_candidates.Make(window, out)) return 0;
+    if (m_steadySound.Continue(m_candidates, out)) {
+        ++m_counts.steady;
+        return 0;
+    }
     ++m_counts.answers;
     const WindowFacts facts(window);
     Analyse(facts, window);

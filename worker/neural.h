@@ -16,6 +16,7 @@
 #include "refiner.h"
 #include "short_spectra.h"
 #include "spectral_features.h"
+#include "steady_sound.h"
 #include "window_facts.h"
 
 namespace aiplc::worker {
@@ -26,13 +27,14 @@ class Neural : public Predictor {
     explicit Neural(std::shared_ptr<const Model> model);  // throws std::bad_alloc
 
     // Changes the autoregressive answer from the last hole on. That answer stays where there is no
-    // such hole, or no audio before it.
+    // such hole, or no audio before it. A steady sound is continued without the network.
     int32_t Predict(std::span<const int16_t, kWindowSamples> window,
                     std::span<int16_t, kWindowSamples> out) noexcept override;
 
     struct Counts {
         uint64_t answers = 0;   // of the network
         uint64_t replaced = 0;  // of these
+        uint64_t steady = 0;    // sounds continued in their place
     };
     const Counts &Counted() const { return m_counts; }
     // What it holds after the last prediction.
@@ -51,6 +53,7 @@ class Neural : public Predictor {
     using Seen = std::array<float, kSeenSamples>;
 
     Candidates m_candidates;
+    SteadySound m_steadySound;
     ShortSpectra m_shortSpectra;
     Features m_features;
     Network m_network;

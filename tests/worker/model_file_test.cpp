@@ -137,8 +137,10 @@ TEST_F(ModelFile, AnswersOutOfBoundsAreReplacedAndCounted) {
     ASSERT_TRUE(model) << fault;
     Neural neural(std::move(model));
     Window window;
-    for (size_t i = 0; i < window.size(); ++i)
-        window[i] = static_cast<int16_t>(std::lround(3000 * std::sin(0.1 * double(i))));
+    for (size_t i = 0; i < window.size(); ++i) {
+        const auto t = static_cast<double>(i);
+        window[i] = static_cast<int16_t>(std::lround(3000 * std::sin(0.1 * t + t * t / 40000)));
+    }
     std::fill_n(&window[1600], 640, int16_t{0});
     Window out;
     Window expected;

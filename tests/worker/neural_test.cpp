@@ -186,6 +186,25 @@ TEST(Neural, LeavesToTheAutoregressiveWhatItCannotDo) {
     EXPECT_EQ(neural.Counted().answers, 0U);
 }
 
+TEST(Neural, ContinuesASteadySoundWithoutTheNetwork) {
+    Neural neural(LoadModel());
+    Window window;
+    for (size_t i = 0; i < window.size(); ++i)
+        window[i] = static_cast<int16_t>(std::lround(5000 * std::sin(0.1728 * double(i))));
+    const Window tone = window;
+    std::fill_n(&window[1600], 320, int16_t{0});
+    Window out;
+    const size_t before = allocations;
+    EXPECT_EQ(neural.Predict(window, out), 0);
+    EXPECT_EQ(allocations, before);
+    for (size_t i = 0; i < out.size(); ++i)
+        ASSERT_NEAR(out[i], tone[i], 100) << i;
+    EXPECT_EQ(neural.Counted().steady, 1U);
+    EXPECT_EQ(neural.Counted().answers, 0U);
+    neural.ForgetLast();
+    EXPECT_EQ(neural.Counted().steady, 0U);
+}
+
 // On every instruction set of this machine, against the definition.
 TEST(Convolution, IsTheSameOnAllInstructionSets) {
     constexpr size_t kInputCount = 5;

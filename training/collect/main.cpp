@@ -304,9 +304,12 @@ void Run(const Options &options) {
     }
     files.Close();
     if (neural) {
-        std::fprintf(stderr, "%llu of %llu answers of the model were replaced as out of bounds\n",
+        std::fprintf(stderr,
+                     "%llu of %llu answers of the model were replaced as out of bounds; %llu more "
+                     "requests were for steady sounds, which go on without it\n",
                      static_cast<unsigned long long>(neural->Counted().replaced),
-                     static_cast<unsigned long long>(neural->Counted().answers));
+                     static_cast<unsigned long long>(neural->Counted().answers),
+                     static_cast<unsigned long long>(neural->Counted().steady));
     }
 }
 
