@@ -38,7 +38,7 @@ export function Calls({ report, loss, kind, dark, onLoss }: Props) {
           </div>
         )}
         <Select label="Loss" value={loss} options={report.losses} onChoose={onLoss} />
-        <ShortcutHelp />
+        <ShortcutHelp methods={report.methods.length} />
       </div>
       {file ? (
         <Call key={`${file.loss}\n${file.name}`} {...{ report, file, kind, dark }} />

@@ -5,7 +5,7 @@ import { LiveRegion } from "./announce";
 import { Calls } from "./calls";
 import { FigureTable } from "./figure_table";
 import { LossPlots } from "./loss_plots";
-import { isShare, nameOf, type Report, readReport } from "./report";
+import { isShare, type Method, nameOf, type Report, readReport } from "./report";
 import { Select } from "./select";
 import { ThemeSwitch, useTheme } from "./theme";
 
@@ -66,6 +66,7 @@ function Summary({ report, loss, kind, onLoss, onKind }: SummaryProps) {
         <b class="mark">★</b> best. <b class="mark">≈</b> not told apart from the best: their intervals overlap.{" "}
         <b>Δ</b> difference from the codec; <b>≈ 0</b> where its interval includes 0. Intervals hold 95 % of a bootstrap{report.resampled && ` over the ${report.resampled}`}.
       </p>
+      <OwnReferences methods={report.methods} />
       {shareFigures.length > 0 && (
         <details>
           <summary>What the frames were made of</summary>
@@ -78,6 +79,18 @@ function Summary({ report, loss, kind, onLoss, onKind }: SummaryProps) {
         </details>
       )}
     </section>
+  );
+}
+
+/** Names the methods that are not measured against the one without loss. */
+function OwnReferences({ methods }: { methods: readonly Method[] }) {
+  const enhancing = methods.filter((m) => m.enhances).map(nameOf);
+  if (enhancing.length === 0) return null;
+  return (
+    <p class="note">
+      Received speech is enhanced by: {enhancing.join(", ")}. That is no damage, so what a loss costs there is measured
+      against the call without losses as the same decoder plays it, enhancer on.
+    </p>
   );
 }
 
@@ -99,7 +112,7 @@ function About({ report }: { report: Report }) {
     ["Opus", report.libopus],
     ["Model", report.model],
     ["Audio", `${report.rateHz / 1000} kHz, frames of ${report.frameMs} ms, mono`],
-    ...report.methods.map((m): [string, string] => [nameOf(m), m.about ?? ""]),
+    ...report.methods.map((m): [string, string] => [nameOf(m), aboutMethod(m)]),
   ];
   return (
     <dl class="about">
@@ -114,6 +127,9 @@ function About({ report }: { report: Report }) {
     </dl>
   );
 }
+
+const aboutMethod = ({ about = "", decoderComplexity }: Method): string =>
+  decoderComplexity === undefined ? about : `${about} Decoder complexity ${decoderComplexity}.`;
 
 function Problem({ problem, detail }: { problem: string; detail: string }) {
   useTheme();

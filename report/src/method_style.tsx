@@ -3,8 +3,8 @@
 import { type Method, nameOf } from "./report";
 
 /** The colours are in page.css; told apart with any colour vision, and by dash and key number without colours. */
-const kKnown = ["silence", "codec", "neural", "aiplc", "ideal"];
-const kDashes: readonly number[][] = [[2, 3], [7, 3], [7, 3, 2, 3], [], [12, 4]];
+const kKnown = ["silence", "codec", "neural", "enhanced", "aiplc", "ideal"];
+const kDashes: readonly number[][] = [[2, 3], [7, 3], [7, 3, 2, 3], [7, 3, 2, 3, 2, 3], [], [12, 4]];
 
 const slot = (methods: readonly Method[], id: string): number => {
   const known = kKnown.indexOf(id);

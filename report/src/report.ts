@@ -20,7 +20,15 @@ const fileFigure = v.object({
   vsCodec: v.nullish(v.object(interval)),
 });
 
-const method = v.object({ id: v.string(), name: v.optional(v.string()), about: v.optional(v.string()) });
+const method = v.object({
+  id: v.string(),
+  name: v.optional(v.string()),
+  about: v.optional(v.string()),
+  /** Of its Opus decoder; absent where libopus has no such setting. */
+  decoderComplexity: v.optional(v.number()),
+  /** Its decoder changes received speech, and its reference is the call without losses by that decoder. */
+  enhances: v.optional(v.boolean(), false),
+});
 
 const loss = v.object({
   id: v.string(),
@@ -117,7 +125,7 @@ export function readReport(text: string): ReadResult {
 }
 
 /** The method without loss is what the others are held against, never a contender. */
-export const isReference = (method: Method): boolean => method.id === "ideal";
+export const isReference = (method: { id: string }): boolean => method.id === "ideal";
 
 export const nameOf = (named: { id: string; name?: string | undefined }): string => named.name || named.id;
 

@@ -32,9 +32,9 @@ export function useShortcuts(shortcuts: Shortcuts): void {
 /** A click must not take the focus: the next space belongs to the player. Tab still reaches every button. */
 export const keepFocus = { onMouseDown: (event: Event) => event.preventDefault() };
 
-const kHelp: readonly (readonly [string, string])[] = [
+const helpOf = (methods: number): readonly (readonly [string, string])[] => [
   ["Space", "play, pause"],
-  ["1 – 5", "method"],
+  [`1 – ${methods}`, "method"],
   ["← →", "one second back, on"],
   ["Shift ← →", "one frame back, on"],
   ["Home End", "to the start, the end"],
@@ -44,7 +44,7 @@ const kHelp: readonly (readonly [string, string])[] = [
   ["L", "loop the gap, or stop looping"],
 ];
 
-export function ShortcutHelp() {
+export function ShortcutHelp({ methods }: { methods: number }) {
   const [on, setOn] = useState(enabled);
   const change = (next: boolean) => {
     enabled = next;
@@ -54,7 +54,7 @@ export function ShortcutHelp() {
     <details class="keys">
       <summary>Keys</summary>
       <dl>
-        {kHelp.map(([keys, what]) => (
+        {helpOf(methods).map(([keys, what]) => (
           <div key={keys}>
             <dt>
               {keys.split(" ").map((k) => (k === "–" ? " – " : <kbd key={k}>{k}</kbd>))}

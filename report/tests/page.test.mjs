@@ -42,22 +42,47 @@ pageTest("the summary marks the best, what is tied with it, and follows the choi
   const row = page.locator("section", { hasText: "Summary" }).getByRole("row", { name: /Log-spectral distance/ });
   const cells = async () => (await row.getByRole("cell").allInnerTexts()).map((text) => text.replace(/\s+/g, " ").trim());
   const found = await cells();
-  assert.match(found[3], /^8\.1 dB ★ , best interval 7\.7–8\.5/);
+  assert.match(found[4], /^8\.1 dB ★ , best interval 7\.7–8\.5/);
   assert.match(found[2], /^8\.3 dB ≈ , not told apart from the best/);
   assert.match(found[1], /^9\.4 dB interval/);
-  assert.match(found[3], /difference from the codec −1\.3$/);
+  assert.match(found[4], /difference from the codec −1\.3$/);
   assert.match(found[2], /codec ≈ 0$/);
-  assert.match(found[4], /^0\.0 dB interval/); // the reference is not ranked
+  assert.match(found[5], /^0\.0 dB interval/); // the reference is not ranked
   await choice(page, "Loss").selectOption("10 % in bursts of 1");
-  assert.match((await cells())[3], /^11\.1 /);
+  assert.match((await cells())[4], /^11\.1 /);
   await choice(page, "Measured over").selectOption("whole call");
   await page.getByText("no figures", { exact: false }).first().waitFor();
   await choice(page, "Loss").selectOption("5 % in bursts of 1");
   await page.getByRole("row", { name: /Intelligibility/ }).getByText("0.83").waitFor();
+  await page.getByText("Received speech is enhanced by: Enhanced.").waitFor();
+  assert.match(await page.locator(".about").innerText(), /About Enhanced\. Decoder complexity 10\./);
+});
+
+/** As the command line writes it where libopus has no decoder complexity. */
+function plainReport() {
+  const data = makeReport();
+  const known = (id) => id !== "neural" && id !== "enhanced";
+  data.methods = data.methods.filter((m) => known(m.id)).map(({ id, name, about }) => ({ id, name, about }));
+  data.figures = data.figures.filter((f) => known(f.method));
+  for (const file of data.files)
+    if (file.audio) file.audio = Object.fromEntries(Object.entries(file.audio).filter(([id]) => known(id)));
+  return data;
+}
+
+pageTest("without an enhancer nothing speaks of one, and methods keep their colours", { data: plainReport() }, async (page) => {
+  await lanes(page).nth(3).waitFor();
+  assert.equal(await lanes(page).count(), 4);
+  assert.doesNotMatch(await page.locator("body").innerText(), /enhance|complexity/i);
+  await page.keyboard.press("4");
+  await page.getByRole("status").getByText("Hearing No loss").waitFor({ state: "attached" });
+  await page.getByText("Keys", { exact: true }).click();
+  assert.match(await page.locator(".keys").innerText(), /1\s*–\s*4\s/);
+  const fill = await button(page, "aiplc").locator(".badge").evaluate((badge) => getComputedStyle(badge).backgroundColor);
+  assert.equal(fill, "rgb(0, 103, 172)");
 });
 
 pageTest("a switch by key keeps the instant and does not click", {}, async (page) => {
-  await lanes(page).nth(4).waitFor();
+  await lanes(page).nth(5).waitFor();
   await page.keyboard.press("Space");
   await sound(page, 1, 8000);
   await page.keyboard.press("2");
@@ -137,7 +162,7 @@ pageTest("gaps are ordered, shown when chosen, and looped without a click", {}, 
 });
 
 pageTest("playing follows the view, ends at the end, and stops with its call", {}, async (page) => {
-  await lanes(page).nth(4).waitFor();
+  await lanes(page).nth(5).waitFor();
   await page.keyboard.press("End");
   for (let i = 0; i < 3; ++i) await page.keyboard.press("+");
   await page.keyboard.press("Home");
@@ -151,7 +176,7 @@ pageTest("playing follows the view, ends at the end, and stops with its call", {
   await page.waitForFunction(() => /^0:00\.[1-9]/.test(document.querySelector(".clock").textContent));
   await choice(page, "Loss").selectOption("10 % in bursts of 1");
   await page.waitForFunction(() => [...window.contexts].every((context) => context.state === "closed"));
-  await lanes(page).nth(4).waitFor();
+  await lanes(page).nth(5).waitFor();
   const silent = await page.evaluate(() => window.recorded.length);
   await page.keyboard.press("Space");
   await page.waitForFunction((n) => window.recorded.slice(n).some((x) => x > 0.1), silent);
@@ -200,7 +225,7 @@ pageTest("waveform, spectrogram and marks of lost frames lie at their instant an
 function manyLosses() {
   const data = makeReport();
   data.losses.push({ id: "b3", name: "5 % in bursts of 3", percent: 5, burst: 3 }, { id: "t", name: "wifi.txt" });
-  data.figures.push({ ...data.figures[3], loss: "t", value: 6.5, low: 6, high: 7 });
+  data.figures.push({ ...data.figures[4], loss: "t", value: 6.5, low: 6, high: 7 });
   data.files[0].gaps = Array.from({ length: 70 }, (_, i) => ({ ...data.files[0].gaps[i % 3], first: 7 * i }));
   return data;
 }
@@ -302,7 +327,7 @@ pageTest("a phone shows everything without scrolling sideways", phone, async (pa
       const outside = (e) => e.getBoundingClientRect().right > innerWidth + 0.5 && !e.closest(".visually-hidden, .name");
       return [...document.querySelectorAll("main *")].filter(outside).map((e) => e.outerHTML.slice(0, 80));
     });
-  await lanes(page).nth(4).waitFor();
+  await lanes(page).nth(5).waitFor();
   for (const summary of await page.locator("summary").all()) await summary.click();
   assert.deepEqual(await wide(), []);
   assert.equal(await page.evaluate(() => document.documentElement.scrollWidth), 360);
@@ -322,7 +347,7 @@ pageTest("a phone shows everything without scrolling sideways", phone, async (pa
 });
 
 pageTest("the keyboard alone reaches everything, each thing with a name and a visible focus", {}, async (page) => {
-  await lanes(page).nth(4).waitFor();
+  await lanes(page).nth(5).waitFor();
   const reached = [];
   for (;;) {
     await page.keyboard.press("Tab");
@@ -352,7 +377,7 @@ pageTest("the keyboard alone reaches everything, each thing with a name and a vi
 });
 
 pageTest("keys leave form fields alone and can be switched off", {}, async (page) => {
-  await lanes(page).nth(4).waitFor();
+  await lanes(page).nth(5).waitFor();
   const method = choice(page, "Measured over");
   await method.focus();
   await page.keyboard.press("ArrowDown");
@@ -404,8 +429,8 @@ test("a recording that cannot be decoded leaves the others to be heard", { skip:
   const data = makeReport();
   data.files[0].audio = { ...data.files[0].audio, codec: "data:audio/flac;base64,AAAA" };
   const { page, problems } = await openPage(data);
-  await lanes(page).nth(3).waitFor();
-  assert.equal(await lanes(page).count(), 4);
+  await lanes(page).nth(4).waitFor();
+  assert.equal(await lanes(page).count(), 5);
   assert.ok(await button(page, "Codec").isDisabled());
   assert.deepEqual(problems, []);
   await page.context().close();

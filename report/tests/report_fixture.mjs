@@ -5,8 +5,15 @@ import { readFileSync } from "node:fs";
 export const kRate = 16000;
 export const kSeconds = 10;
 const frameMs = 20;
-const methods = ["silence", "codec", "neural", "aiplc", "ideal"];
-const names = { silence: "Silence", codec: "Codec", neural: "Neural", aiplc: "aiplc", ideal: "No loss" };
+const methods = ["silence", "codec", "neural", "enhanced", "aiplc", "ideal"];
+const names = {
+  silence: "Silence",
+  codec: "Codec",
+  neural: "Neural",
+  enhanced: "Enhanced",
+  aiplc: "aiplc",
+  ideal: "No loss",
+};
 
 /** Above zero in two methods, below in the others: a switch between codec and aiplc changes the sign alone. */
 export const sign = (method) => (method === "codec" || method === "neural" ? -1 : 1);
@@ -47,6 +54,7 @@ const lsd = {
   silence: [30, 29, 31],
   codec: [9.4, 9, 9.8],
   neural: [8.3, 8, 8.7],
+  enhanced: [9.1, 8.8, 9.5],
   aiplc: [8.1, 7.7, 8.5],
   ideal: [0, 0, 0],
 };
@@ -74,7 +82,13 @@ export function makeReport() {
     model: "model",
     rateHz: kRate,
     frameMs,
-    methods: methods.map((id) => ({ id, name: names[id], about: `About ${names[id]}` })),
+    methods: methods.map((id) => ({
+      id,
+      name: names[id],
+      about: `About ${names[id]}.`,
+      decoderComplexity: id === "enhanced" ? 10 : 4,
+      enhances: id === "enhanced",
+    })),
     losses: [
       { id: "loss5", name: "5 % in bursts of 1", percent: 5, burst: 1 },
       { id: "loss10", name: "10 % in bursts of 1", percent: 10, burst: 1 },
