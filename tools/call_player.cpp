@@ -65,9 +65,6 @@ int64_t CallTimeline::Ticks() const {
     return std::max(forAudio, m_callFrames + host::Receiver::kLookAheadFrames);
 }
 
-CallPlayer::CallPlayer(const CallTimeline &timeline, bool useWorker)
-    : CallPlayer(timeline, host::ReceiverOptions{.useWorker = useWorker}) {}
-
 CallPlayer::CallPlayer(const CallTimeline &timeline, host::ReceiverOptions options)
     : m_timeline(timeline), m_receiver(AtRate(options, timeline.SampleRate())) {}
 

@@ -56,10 +56,8 @@ class CallTimeline {
 // A receiver that is being fed a call, tick by tick.
 class CallPlayer {
   public:
-    // timeline must outlive this object. Starting the worker may block for up to 8 s. Throws
-    // std::runtime_error.
-    CallPlayer(const CallTimeline &timeline, bool useWorker);
-    // The same with other options than useWorker; the rate is the timeline's.
+    // timeline must outlive this object, and its rate is the receiver's. Starting the worker may
+    // block for up to 8 s. Throws std::runtime_error.
     CallPlayer(const CallTimeline &timeline, host::ReceiverOptions options);
 
     // The next tick: packets that have arrived by now go in, one frame comes out; frame 0 of the

@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include "measure/frame_spectrum.h"
 #include "measure/intelligibility.h"
@@ -29,23 +31,22 @@ measure::Term One(double value) {
 
 class CallScorer {
   public:
-    CallScorer(std::span<const CallRecording> recordings, size_t ideal, size_t gapsOf,
-               int sampleRate)
-        : m_recordings(recordings),
-          m_ideal(recordings[ideal]),
-          m_gapsOf(recordings[gapsOf]),
+    CallScorer(std::span<const ScoredPlay> plays, size_t gapsOf, int sampleRate)
+        : m_plays(plays),
+          m_gapsOf(*plays[gapsOf].played),
+          m_speech(*plays[gapsOf].lossFree),
           m_sampleRate(sampleRate),
           m_frameSamples(static_cast<size_t>(sampleRate / 50)),
           m_spectrum(sampleRate) {
-        for (int64_t frame = 0; frame < m_ideal.Frames(); ++frame)
-            m_range.Add(measure::MeanPower(Frame(m_ideal, frame)));
+        for (int64_t frame = 0; frame < m_speech.Frames(); ++frame)
+            m_range.Add(measure::MeanPower(Frame(m_speech, frame)));
     }
 
     std::vector<GapScores> Gaps() {
         std::vector<GapScores> gaps;
         for (int64_t frame = 0; frame < m_gapsOf.Frames(); ++frame) {
             if (!IsConcealed(Source(m_gapsOf, frame))) continue;
-            GapScores gap{frame, 1, std::vector<GapTerms>(m_recordings.size())};
+            GapScores gap{frame, 1, std::vector<GapTerms>(m_plays.size())};
             while (frame + gap.frames < m_gapsOf.Frames() &&
                    IsConcealed(Source(m_gapsOf, frame + gap.frames)))
                 ++gap.frames;
@@ -60,29 +61,32 @@ class CallScorer {
 
     std::vector<StretchScores> Stretches() const {
         std::vector<StretchScores> stretches(
-            static_cast<size_t>((m_ideal.Frames() + kStretchFrames - 1) / kStretchFrames));
+            static_cast<size_t>((m_speech.Frames() + kStretchFrames - 1) / kStretchFrames));
         for (StretchScores &stretch : stretches)
-            stretch.methods.resize(m_recordings.size());
-        const measure::Intelligibility intelligibility(m_ideal.samples, m_sampleRate);
-        for (size_t method = 0; method < m_recordings.size(); ++method) {
-            const CallRecording &recording = m_recordings[method];
+            stretch.methods.resize(m_plays.size());
+        std::map<const CallRecording *, measure::Intelligibility> references;
+        for (size_t method = 0; method < m_plays.size(); ++method) {
+            const CallRecording &played = *m_plays[method].played;
+            const CallRecording &lossFree = *m_plays[method].lossFree;
             const auto at = [&](double seconds) -> StretchTerms & {
                 const auto index = static_cast<size_t>(
                     seconds / (static_cast<double>(kStretchFrames) * kFrameSeconds));
                 return stretches[std::min(index, stretches.size() - 1)].methods[method];
             };
-            for (const auto &segment : intelligibility.Segments(recording.samples))
+            const auto [reference, isNew] =
+                references.try_emplace(&lossFree, lossFree.samples, m_sampleRate);
+            for (const auto &segment : reference->second.Segments(played.samples))
                 at(segment.seconds).intelligibility += One(segment.correlation);
             for (const size_t start :
-                 measure::Interruptions(recording.samples, m_ideal.samples, m_sampleRate))
+                 measure::Interruptions(played.samples, lossFree.samples, m_sampleRate))
                 at(static_cast<double>(start) / m_sampleRate).interruptions.sum += 1.0;
-            for (int64_t frame = 0; frame < recording.Frames(); ++frame) {
+            for (int64_t frame = 0; frame < played.Frames(); ++frame) {
                 StretchTerms &terms =
                     stretches[static_cast<size_t>(frame / kStretchFrames)].methods[method];
                 terms.interruptions.count += kFrameSeconds / 60.0;
                 for (measure::Term &share : terms.shares)
                     share.count += 1.0;
-                terms.shares[static_cast<size_t>(Source(recording, frame))].sum += 100.0;
+                terms.shares[static_cast<size_t>(Source(played, frame))].sum += 100.0;
             }
         }
         return stretches;
@@ -99,35 +103,33 @@ class CallScorer {
 
     // Whether there is something to compare a frame with.
     bool IsReference(int64_t frame) const {
-        return frame >= 0 && frame < m_ideal.Frames() && !IsConcealed(Source(m_ideal, frame));
+        return frame >= 0 && frame < m_speech.Frames() && !IsConcealed(Source(m_speech, frame));
     }
     bool IsSpeech(int64_t frame) const {
-        return IsReference(frame) && m_range.IsSpeech(measure::MeanPower(Frame(m_ideal, frame)));
+        return IsReference(frame) && m_range.IsSpeech(measure::MeanPower(Frame(m_speech, frame)));
     }
 
     void AddDistances(GapScores &gap) {
         const int64_t end = gap.first + gap.frames;
-        for (int64_t frame = gap.first; frame < end; ++frame) {
-            AddDistance(
-                frame, [&](size_t method) { return gap.methods[method].inside.data(); },
-                gap.methods.size());
-        }
+        for (int64_t frame = gap.first; frame < end; ++frame)
+            AddDistance(frame, [&](size_t method) { return gap.methods[method].inside.data(); });
         for (int64_t frame = end; frame < std::min(end + kFramesAfter, m_gapsOf.Frames());
              ++frame) {
             if (IsConcealed(Source(m_gapsOf, frame))) break;
-            AddDistance(
-                frame, [&](size_t method) { return gap.methods[method].after.data(); },
-                gap.methods.size());
+            AddDistance(frame, [&](size_t method) { return gap.methods[method].after.data(); });
         }
     }
 
     // terms(method): where its log-spectral and then its mel-cepstral distance go.
     template <typename TermsOf>
-    void AddDistance(int64_t frame, TermsOf termsOf, size_t methods) {
+    void AddDistance(int64_t frame, TermsOf termsOf) {
         if (!IsSpeech(frame)) return;
-        m_spectrum.Power(Frame(m_ideal, frame), m_referencePower);
-        for (size_t method = 0; method < methods; ++method) {
-            m_spectrum.Power(Frame(m_recordings[method], frame), m_power);
+        const CallRecording *reference = nullptr;
+        for (size_t method = 0; method < m_plays.size(); ++method) {
+            const ScoredPlay &play = m_plays[method];
+            if (std::exchange(reference, play.lossFree) != play.lossFree)
+                m_spectrum.Power(Frame(*play.lossFree, frame), m_referencePower);
+            m_spectrum.Power(Frame(*play.played, frame), m_power);
             measure::Term *terms = termsOf(method);
             terms[0] += One(measure::LogSpectralDistanceDb(m_power, m_referencePower));
             terms[1] += One(m_cepstral.Db(m_power, m_referencePower));
@@ -140,24 +142,30 @@ class CallScorer {
         if (!IsReference(frame - 1) || !IsReference(frame)) return;
         if (!IsSpeech(frame - 1) && !IsSpeech(frame)) return;
         const auto at = static_cast<size_t>(frame) * m_frameSamples;
-        const auto level = measure::LevelStepDb(m_ideal.samples, at, m_sampleRate);
-        const auto pitch = measure::PitchStep(m_ideal.samples, at, m_sampleRate);
-        for (size_t method = 0; method < gap.methods.size(); ++method) {
-            const std::vector<int16_t> &samples = m_recordings[method].samples;
+        const CallRecording *reference = nullptr;
+        std::optional<double> level;
+        std::optional<double> pitch;
+        for (size_t method = 0; method < m_plays.size(); ++method) {
+            const CallRecording &lossFree = *m_plays[method].lossFree;
+            if (std::exchange(reference, &lossFree) != &lossFree) {
+                level = measure::LevelStepDb(lossFree.samples, at, m_sampleRate);
+                pitch = measure::PitchStep(lossFree.samples, at, m_sampleRate);
+            }
+            const std::vector<int16_t> &played = m_plays[method].played->samples;
             auto &terms = gap.methods[method].inside;
-            const auto ownLevel = measure::LevelStepDb(samples, at, m_sampleRate);
+            const auto ownLevel = measure::LevelStepDb(played, at, m_sampleRate);
             if (level && ownLevel) terms[2] += One(std::abs(*ownLevel - *level));
             const auto ownPitch =
-                pitch ? measure::PitchStep(samples, at, m_sampleRate) : std::nullopt;
+                pitch ? measure::PitchStep(played, at, m_sampleRate) : std::nullopt;
             if (ownPitch) terms[3] += One(std::min(std::abs(*ownPitch - *pitch), kOctave));
-            const auto click = measure::ClickDb(samples, at, m_sampleRate);
+            const auto click = measure::ClickDb(played, at, m_sampleRate);
             if (click) terms[4] += One(*click);
         }
     }
 
-    std::span<const CallRecording> m_recordings;
-    const CallRecording &m_ideal;
+    std::span<const ScoredPlay> m_plays;
     const CallRecording &m_gapsOf;
+    const CallRecording &m_speech;  // the reference that tells where speech is
     int m_sampleRate;
     size_t m_frameSamples;
     measure::SpeechRange m_range;
@@ -196,9 +204,8 @@ class NumberReader {
 
 }  // namespace
 
-CallScores ScoreCall(std::span<const CallRecording> recordings, size_t ideal, size_t gapsOf,
-                     int sampleRate) {
-    CallScorer scorer(recordings, ideal, gapsOf, sampleRate);
+CallScores ScoreCall(std::span<const ScoredPlay> plays, size_t gapsOf, int sampleRate) {
+    CallScorer scorer(plays, gapsOf, sampleRate);
     CallScores scores;
     scores.gaps = scorer.Gaps();
     scores.stretches = scorer.Stretches();

@@ -48,11 +48,16 @@ struct CallScores {
     bool operator==(const CallScores &) const = default;
 };
 
-// Measures recordings of the same call against the one of them that lost nothing. Where that one
-// has no received audio either, nothing is measured. gapsOf: the recording whose concealed frames
-// are the gaps.
-CallScores ScoreCall(std::span<const CallRecording> recordings, size_t ideal, size_t gapsOf,
-                     int sampleRate);
+// One play of a call beside its reference: what the same decoder plays of the call without losses.
+struct ScoredPlay {
+    const CallRecording *played = nullptr;
+    const CallRecording *lossFree = nullptr;
+};
+
+// Measures plays of the same call, each against its own reference. gapsOf: the play whose concealed
+// frames are the gaps, and whose reference tells where speech is, so that all plays are measured in
+// the same frames. Where the reference has no received audio either, nothing is measured.
+CallScores ScoreCall(std::span<const ScoredPlay> plays, size_t gapsOf, int sampleRate);
 
 // The scores as plain numbers, to be handed from one process to another, and back.
 std::vector<double> PackScores(const CallScores &scores);

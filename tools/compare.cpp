@@ -76,6 +76,7 @@ class Comparison {
   public:
     explicit Comparison(const CompareOptions &options)
         : m_options(options),
+          m_setups(MethodSetups(options.receiving)),
           m_losses(LossConditions(options)),
           m_unit(UnitFor(options.inputs.size())),
           m_names(ShortNames(options.inputs)) {
@@ -87,7 +88,8 @@ class Comparison {
     }
 
     std::vector<std::string> Run() {
-        CompareOutput output(m_options, m_losses, m_unit);
+        if (!m_options.quiet) PrintDecoderNote("compare", m_options.receiving);
+        CompareOutput output(m_options, m_setups, m_losses, m_unit);
         Play(output);
         std::vector<std::string> failures;
         for (const FigureGate &gate : m_gates) {
@@ -106,7 +108,7 @@ class Comparison {
     [[nodiscard]] CompareJob JobOf(size_t number) const {
         const size_t files = m_options.inputs.size();
         const size_t file = number % files;
-        return {m_options.inputs[file], m_names[file], &m_losses[number / files],
+        return {m_options.inputs[file], m_names[file], m_setups, &m_losses[number / files],
                 m_options.seed.value_or(1) + file};
     }
 
@@ -166,6 +168,7 @@ class Comparison {
     }
 
     const CompareOptions &m_options;
+    std::vector<MethodSetup> m_setups;
     std::vector<LossCondition> m_losses;
     ResampledUnit m_unit;
     std::vector<std::string> m_names;

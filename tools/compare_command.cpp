@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include "encoding_options.h"
+#include "receiving_options.h"
 
 namespace aiplc::tools {
 namespace {
@@ -14,11 +15,14 @@ constexpr int kMaxJobs = 1024;
 constexpr const char *kCompareHelp = R"(
 Plays the same calls with the same losses by every method and measures each against the
 call without losses:
-  silence  nothing in place of lost frames
-  codec    the concealment of the Opus decoder
-  neural   the same with its neural network, where the libopus at hand has one
-  aiplc    this library with its worker
-  ideal    no loss
+  silence   nothing in place of lost frames
+  codec     the concealment of the Opus decoder, without a network
+  neural    its concealment with a network, where the libopus at hand has one
+  enhanced  the same, and received speech is enhanced, where it has an enhancer
+  aiplc     this library with its worker
+  ideal     no loss
+A method that enhances received speech is measured against the call without losses that
+its own decoder plays, so that the enhancer's changes do not count as damage.
 FILE is what aiplc conceal takes, but no pipe. --loss and --burst span a grid; without
 losses given, captures and bit streams keep their own. The first packet of a call always
 arrives. Tables go to standard output unless a report does; docs/measures.md defines what
@@ -99,6 +103,7 @@ CLI::App *AddCompare(CLI::App &program, CompareOptions &options) {
     app->add_flag("-v,--verbose", options.verbose, "the library's log lines on stderr");
     AddGrid(*app, options);
     AddReports(*app, options);
+    AddReceiving(*app, options.receiving, "the decoder of aiplc and, from 6 on, of enhanced");
     AddEncoding(*app, options.encoding);
     AddCapture(*app, options.stream, options.jitterBufferMs);
     return app;

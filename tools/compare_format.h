@@ -10,6 +10,7 @@
 #include "call_recording.h"
 #include "call_scores.h"
 #include "compare_figures.h"
+#include "compare_method.h"
 #include "compare_options.h"
 #include "loss_condition.h"
 
@@ -19,8 +20,8 @@ namespace aiplc::tools {
 // that means anything.
 
 // Everything that is known before the first call is played, up to where "files" begins.
-std::string ReportHead(const CompareOptions &options, const std::vector<LossCondition> &losses,
-                       ResampledUnit unit);
+std::string ReportHead(const CompareOptions &options, std::span<const MethodSetup> setups,
+                       const std::vector<LossCondition> &losses, ResampledUnit unit);
 // One member of "files", without the closing brace, so that its audio may follow.
 std::string FileEntryJson(const std::string &name, const std::string &loss,
                           std::span<const CallRecording> recordings, const CallScores &scores,

@@ -3,7 +3,10 @@
 #include "compare_job.h"
 
 #include <algorithm>
+#include <map>
 #include <optional>
+#include <set>
+#include <span>
 #include <utility>
 
 #include "call_loader.h"
@@ -62,6 +65,26 @@ std::vector<bool> LostPackets(const CompareJob &job, const OpusCall &call) {
     return lost;
 }
 
+// What came out of one call.
+struct CallPlays {
+    std::vector<CallRecording> methods;  // in the order of CompareMethods
+    // The call without losses by the decoders that enhance, by their complexity.
+    std::map<int, CallRecording> enhanced;
+
+    // Each method beside what its decoder plays of the call without losses; points into this
+    // object.
+    [[nodiscard]] std::vector<ScoredPlay> Scored(std::span<const MethodSetup> setups) const {
+        const CallRecording *plain = &methods[MethodIndex(CompareMethod::Id::ideal)];
+        std::vector<ScoredPlay> plays;
+        for (size_t i = 0; i < methods.size(); ++i) {
+            const int complexity = setups[i].receiver.decoderComplexity;
+            const bool enhances = setups[i].decoder.enhancement;
+            plays.push_back({&methods[i], enhances ? &enhanced.at(complexity) : plain});
+        }
+        return plays;
+    }
+};
+
 // Plays one call by all methods.
 class CallPlayers {
   public:
@@ -76,35 +99,57 @@ class CallPlayers {
           m_lossFree(m_steady, std::vector<bool>(m_steady.packets.size(), false), loaded.sampleRate,
                      jitterBufferMs) {}
 
-    std::vector<CallRecording> Record() {
-        std::vector<CallRecording> recordings;
-        double total = kScoreCost;
-        for (const CompareMethod &method : CompareMethods())
-            total += Cost(method);
-        for (const CompareMethod &method : CompareMethods()) {
-            const bool ideal = method.id == CompareMethod::Id::ideal;
-            recordings.push_back(Play(method, ideal ? m_lossFree : m_lossy, total));
-            m_spent += Cost(method);
-            if (method.id == CompareMethod::Id::silence) NameSilence(recordings.back());
-            Check(recordings.front(), recordings.back());
+    CallPlays Play() {
+        std::set<int> enhancing;  // decoder complexities
+        for (const MethodSetup &setup : m_job.setups) {
+            m_total += Cost(setup.receiver);
+            if (setup.decoder.enhancement) enhancing.insert(setup.receiver.decoderComplexity);
         }
-        return recordings;
+        m_total += kPlayCost * static_cast<double>(enhancing.size());
+
+        CallPlays plays;
+        for (size_t i = 0; i < m_job.setups.size(); ++i) {
+            const CompareMethod::Id id = CompareMethods()[i].id;
+            const bool ideal = id == CompareMethod::Id::ideal;
+            plays.methods.push_back(
+                PlayChecked(m_job.setups[i].receiver, ideal ? m_lossFree : m_lossy));
+            if (id == CompareMethod::Id::silence) NameSilence(plays.methods.back());
+        }
+        for (const int complexity : enhancing) {
+            const host::ReceiverOptions receiver{.useWorker = false,
+                                                 .decoderComplexity = complexity};
+            plays.enhanced.emplace(complexity, PlayChecked(receiver, m_lossFree));
+        }
+        return plays;
     }
 
   private:
-    static double Cost(const CompareMethod &method) {
-        return method.receiver.useWorker ? kWorkerCost : kPlayCost;
+    static double Cost(const host::ReceiverOptions &receiver) {
+        return receiver.useWorker ? kWorkerCost : kPlayCost;
+    }
+
+    CallRecording PlayChecked(const host::ReceiverOptions &receiver, const CallTimeline &timeline) {
+        CallRecording recording = PlayBest(receiver, timeline);
+        m_spent += Cost(receiver);
+        const int64_t firstFrame = m_firstFrame.value_or(recording.firstFrame);
+        m_firstFrame = firstFrame;
+        if (recording.restarted || recording.firstFrame != firstFrame) {
+            throw Failure(m_job.input,
+                          "the sender's clock jumps within the call, so that there is no telling "
+                          "what was lost; cut the capture there");
+        }
+        return recording;
     }
 
     // Late answers say how busy this machine is, nothing about a method: such a play is repeated,
     // and the one with the fewest counts.
-    CallRecording Play(const CompareMethod &method, const CallTimeline &timeline, double total) {
+    CallRecording PlayBest(const host::ReceiverOptions &receiver, const CallTimeline &timeline) {
         const auto frames = static_cast<double>(std::max<int64_t>(timeline.CallFrames(), 1));
         std::optional<CallRecording> best;
         for (int play = 0; play < kPlays; ++play) {
-            CallRecording recording = RecordCall(timeline, method.receiver, [&](int64_t done) {
+            CallRecording recording = RecordCall(timeline, receiver, [&](int64_t done) {
                 const double share = static_cast<double>(done) / frames;
-                if (play == 0) m_progress((m_spent + Cost(method) * share) / total);
+                if (play == 0) m_progress((m_spent + Cost(receiver) * share) / m_total);
             });
             if (!best || recording.requestsFailed < best->requestsFailed)
                 best = std::move(recording);
@@ -119,21 +164,15 @@ class CallPlayers {
                      host::FrameSource::lost);
     }
 
-    void Check(const CallRecording &first, const CallRecording &other) const {
-        if (other.restarted || first.firstFrame != other.firstFrame) {
-            throw Failure(m_job.input,
-                          "the sender's clock jumps within the call, so that there is no telling "
-                          "what was lost; cut the capture there");
-        }
-    }
-
     const CompareJob &m_job;
     const std::function<void(double)> &m_progress;
     std::vector<bool> m_lost;
     OpusCall m_steady;
     CallTimeline m_lossy;
     CallTimeline m_lossFree;
+    double m_total = kScoreCost;
     double m_spent = 0.0;
+    std::optional<int64_t> m_firstFrame;  // of all recordings
 };
 
 std::string EncodeAudio(const std::vector<CallRecording> &recordings, int sampleRate,
@@ -155,12 +194,12 @@ CompareResult RunCompareJob(const CompareJob &job, const CompareOptions &options
                             int64_t audioLimit, const std::function<void(double)> &progress) {
     const LoadedCall loaded = Load(job, options);
     const int jitterBufferMs = options.jitterBufferMs.value_or(kDefaultJitterBufferMs);
-    const std::vector<CallRecording> recordings =
-        CallPlayers(job, loaded, jitterBufferMs, progress).Record();
+    const CallPlays plays = CallPlayers(job, loaded, jitterBufferMs, progress).Play();
+    const std::vector<CallRecording> &recordings = plays.methods;
 
     CompareResult result;
-    result.scores = ScoreCall(recordings, MethodIndex(CompareMethod::Id::ideal),
-                              MethodIndex(CompareMethod::Id::codec), loaded.sampleRate);
+    result.scores = ScoreCall(plays.Scored(job.setups), MethodIndex(CompareMethod::Id::codec),
+                              loaded.sampleRate);
     ThrowIfInterrupted();
     const std::vector<CompareFigure> figures =
         MakeFigures({&result.scores, 1}, ResampledUnit::gaps);

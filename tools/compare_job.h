@@ -5,9 +5,11 @@
 
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <string>
 
 #include "call_scores.h"
+#include "compare_method.h"
 #include "compare_options.h"
 #include "loss_condition.h"
 
@@ -15,8 +17,9 @@ namespace aiplc::tools {
 
 // One call under one loss, to be played by every method.
 struct CompareJob {
-    std::string input;  // a path
-    std::string name;   // in reports
+    std::string input;                    // a path
+    std::string name;                     // in reports
+    std::span<const MethodSetup> setups;  // of CompareMethods
     const LossCondition *loss = nullptr;
     uint64_t seed = 1;
 };

@@ -57,10 +57,18 @@ std::string Now() {
     return text.data();
 }
 
-Json MethodsJson() {
+Json MethodsJson(std::span<const MethodSetup> setups) {
     Json methods = Json::array();
-    for (const CompareMethod &method : CompareMethods())
-        methods.push_back({{"id", method.name}, {"name", method.title}, {"about", method.about}});
+    for (size_t i = 0; i < setups.size(); ++i) {
+        const CompareMethod &method = CompareMethods()[i];
+        const MethodSetup &setup = setups[i];
+        Json json = {{"id", method.name}, {"name", method.title}, {"about", setup.about}};
+        // Left out where libopus has no such setting.
+        if (setup.decoder.hasComplexity)
+            json["decoderComplexity"] = setup.receiver.decoderComplexity;
+        json["enhances"] = setup.decoder.enhancement;
+        methods.push_back(json);
+    }
     return methods;
 }
 
@@ -123,8 +131,8 @@ Json SourcesJson(const CallRecording &recording) {
 
 }  // namespace
 
-std::string ReportHead(const CompareOptions &options, const std::vector<LossCondition> &losses,
-                       ResampledUnit unit) {
+std::string ReportHead(const CompareOptions &options, std::span<const MethodSetup> setups,
+                       const std::vector<LossCondition> &losses, ResampledUnit unit) {
     Json json;
     json["format"] = "aiplc-compare-1";
     json["created"] = Now();
@@ -132,10 +140,11 @@ std::string ReportHead(const CompareOptions &options, const std::vector<LossCond
     json["version"] = AIPLC_VERSION;
     json["libopus"] = opus_get_version_string();
     json["model"] = ModelLine();
+    json["decoderComplexity"] = ReceiverFor(options.receiving).decoderComplexity;
     json["rateHz"] = options.sampleRate;
     json["frameMs"] = 20;
     json["resampled"] = unit == ResampledUnit::calls ? "calls" : "gaps";
-    json["methods"] = MethodsJson();
+    json["methods"] = MethodsJson(setups);
     json["losses"] = LossesJson(losses);
     json["measures"] = MeasuresJson();
     json["kinds"] = KindsJson();
@@ -156,11 +165,9 @@ std::string FileEntryJson(const std::string &name, const std::string &loss,
         json["gaps"].push_back(GapJson(gap));
     for (size_t method = 0; method < recordings.size(); ++method)
         json["sources"][CompareMethods()[method].name] = SourcesJson(recordings[method]);
-    for (size_t method = 0; method < recordings.size(); ++method) {
-        if (!CompareMethods()[method].receiver.useWorker) continue;
-        json["requests"] = recordings[method].requests;
-        json["requestsFailed"] = recordings[method].requestsFailed;
-    }
+    const CallRecording &aiplc = recordings[MethodIndex(CompareMethod::Id::aiplc)];
+    json["requests"] = aiplc.requests;
+    json["requestsFailed"] = aiplc.requestsFailed;
     json["figures"] = Json::array();
     for (const CompareFigure &figure : figures)
         json["figures"].push_back(FigureJson(figure));

@@ -4,33 +4,43 @@
 #define AIPLC_TOOLS_COMPARE_METHOD_H
 
 #include <cstddef>
+#include <string>
 #include <vector>
 
+#include "decoder_facts.h"
 #include "host/receiver.h"
+#include "receiving_options.h"
 
 namespace aiplc::tools {
 
 // A way to play a call with losses.
 struct CompareMethod {
-    enum class Id { silence, codec, neural, aiplc, ideal };
+    enum class Id { silence, codec, neural, enhanced, aiplc, ideal };
 
     Id id = Id::ideal;
     const char *name = "";   // in reports and gates
     const char *title = "";  // for people
-    const char *about = "";
-    host::ReceiverOptions receiver;  // all but the rate
 };
 
-// The methods that are compared, in the order of reports: silence, codec, neural where the libopus
-// at hand has it, aiplc, ideal. Received packets are decoded alike in all of them.
+// The methods that are compared, in the order of reports: silence, codec, neural and enhanced where
+// the libopus at hand has them, aiplc, ideal.
 const std::vector<CompareMethod> &CompareMethods();
 
 // Where a method of CompareMethods lies; the id must be there.
 size_t MethodIndex(CompareMethod::Id id);
 
-// Whether the libopus at hand conceals losses with a neural network: version 1.5 and later, built
-// with it, at a decoder complexity of 5 or more. Found by what its decoder does with a lost packet.
-bool HasNeuralConcealment();
+// How one method plays.
+struct MethodSetup {
+    host::ReceiverOptions receiver;  // all but the rate
+    // What the decoder does. One that enhances changes what was received, so that the call without
+    // losses that the method is measured against is played by the same decoder.
+    DecoderFacts decoder;
+    std::string about;  // for people
+};
+
+// The setups of CompareMethods, in the same order. options: the receiver of aiplc; enhanced takes
+// its decoder complexity where that enhances.
+std::vector<MethodSetup> MethodSetups(const ReceivingOptions &options);
 
 }  // namespace aiplc::tools
 

@@ -16,6 +16,7 @@ namespace aiplc::tools {
 struct CompareOptions {
     std::vector<std::string> inputs;
     EncodingOptions encoding;
+    ReceivingOptions receiving;  // of aiplc, and of enhanced where it enhances
     StreamChoice stream;
     std::optional<int> jitterBufferMs;  // captures only
     int sampleRate = 16000;             // 16000 or 48000

@@ -34,7 +34,7 @@ std::string WithoutLess(const std::string &json) {
 
 }  // namespace
 
-CompareOutput::CompareOutput(const CompareOptions &options,
+CompareOutput::CompareOutput(const CompareOptions &options, std::span<const MethodSetup> setups,
                              const std::vector<LossCondition> &losses, ResampledUnit unit)
     : m_options(options) {
     m_json = Open(options.jsonPath);
@@ -48,7 +48,7 @@ CompareOutput::CompareOutput(const CompareOptions &options,
         m_page->Write(std::string(page.substr(0, at)));
         m_pageTail = std::string(page.substr(at + kMarker.size()));
     }
-    const std::string head = ReportHead(options, losses, unit) + ",\n\"files\":[";
+    const std::string head = ReportHead(options, setups, losses, unit) + ",\n\"files\":[";
     WriteJson(head);
     WritePage(head);
     if (m_csv) m_csv->Write(CsvHeader());

@@ -23,8 +23,8 @@ namespace aiplc::tools {
 class CompareOutput {
   public:
     // Throws Failure when one of them cannot be written.
-    CompareOutput(const CompareOptions &options, const std::vector<LossCondition> &losses,
-                  ResampledUnit unit);
+    CompareOutput(const CompareOptions &options, std::span<const MethodSetup> setups,
+                  const std::vector<LossCondition> &losses, ResampledUnit unit);
 
     // Bytes that the page may still take for sound; 0 without a page.
     [[nodiscard]] int64_t AudioLeft() const { return m_audioLeft; }

@@ -73,13 +73,22 @@ struct Outputs {
     std::unique_ptr<OutputFile> json;
 };
 
+host::ReceiverOptions ReceiverOf(const ConcealOptions &options) {
+    host::ReceiverOptions receiver = ReceiverFor(options.receiving);
+    receiver.useWorker = !options.noAi;
+    return receiver;
+}
+
 // One run of a call through the receiver, with its loss-free twin where the distance is asked for.
 class Run {
   public:
     Run(const CallTimeline &timeline, const CallTimeline *lossFree, const ConcealOptions &options)
-        : m_timeline(timeline), m_options(options), m_player(timeline, !options.noAi) {
+        : m_timeline(timeline), m_options(options), m_player(timeline, ReceiverOf(options)) {
         if (lossFree == nullptr) return;
-        m_reference = std::make_unique<CallPlayer>(*lossFree, false);
+        // The same decoder: what its enhancer does to received speech is no damage.
+        host::ReceiverOptions reference = ReceiverOf(options);
+        reference.useWorker = false;
+        m_reference = std::make_unique<CallPlayer>(*lossFree, reference);
         m_distance = std::make_unique<measure::LogSpectralDistance>(timeline.SampleRate());
     }
 
@@ -179,7 +188,9 @@ ConcealReport Conceal(const ConcealOptions &given) {
     Outputs outputs(options, input, timeline);
     Run run(timeline, comparable ? &lossFree : nullptr, options);
     report.workerRunning = run.WorkerRunning();
+    report.decoder = DecoderFactsAt(ReceiverOf(options).decoderComplexity);
     CheckWorker(options, report.workerRunning);
+    PrintDecoderNote("conceal", options.receiving);
     run.Play(outputs, report);
 
     if (outputs.json) outputs.json->Write(ReportJson(options, report));

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include "encoding_options.h"
+#include "receiving_options.h"
 
 namespace aiplc::tools {
 namespace {
@@ -76,6 +77,7 @@ CLI::App *AddConceal(CLI::App &program, ConcealOptions &options) {
     app->add_flag("-q,--quiet", options.quiet, "no summary, no progress bar");
     app->add_flag("-v,--verbose", options.verbose, "the library's log lines on stderr");
     AddLoss(*app, options.loss);
+    AddReceiving(*app, options.receiving, "the Opus decoder");
     AddEncoding(*app, options.encoding);
     AddCapture(*app, options.stream, options.jitterBufferMs);
     return app;

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "receiving_options.h"
 #include "rtp_capture.h"
 
 namespace aiplc::tools {
@@ -36,6 +37,7 @@ struct ConcealOptions {
     std::string output;  // "-" = standard output
     EncodingOptions encoding;
     LossOptions loss;
+    ReceivingOptions receiving;
     StreamChoice stream;
     std::optional<int> jitterBufferMs;  // captures only
     std::optional<int> sampleRate;      // 16000 or 48000

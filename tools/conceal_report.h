@@ -9,6 +9,7 @@
 
 #include "call_loader.h"
 #include "conceal_options.h"
+#include "decoder_facts.h"
 #include "host/statistics.h"
 
 namespace aiplc::tools {
@@ -24,6 +25,7 @@ struct ConcealReport {
     uint64_t packetsMissing = 0;  // already lost in the input
     uint64_t packetsDropped = 0;  // lost by simulation
 
+    DecoderFacts decoder;  // at the complexity asked for
     bool workerRunning = false;
     host::Statistics statistics;
     std::optional<double> logSpectralDistanceDb;

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
+#include <opus/opus.h>
+
 #include <array>
 #include <cmath>
 #include <nlohmann/json.hpp>
@@ -46,6 +48,7 @@ Json OptionsJson(const ConcealOptions &options) {
     json["ssrc"] = OrNull(options.stream.ssrc);
     json["payloadType"] = OrNull(options.stream.payloadType);
     json["jitterBufferMs"] = OrNull(options.jitterBufferMs);
+    json["decoderComplexity"] = ReceiverFor(options.receiving).decoderComplexity;
     json["keepDelay"] = options.keepDelay;
     json["ai"] = !options.noAi;
     json["realtime"] = options.realtime;
@@ -105,6 +108,17 @@ Json StatisticsJson(const host::Statistics &statistics) {
     return json;
 }
 
+// What the decoder did, which may be less than was asked of it.
+Json DecoderJson(const ConcealOptions &options, const DecoderFacts &decoder) {
+    Json json;
+    json["libopus"] = opus_get_version_string();
+    json["complexity"] =
+        decoder.hasComplexity ? Json(ReceiverFor(options.receiving).decoderComplexity) : Json();
+    json["neuralConcealment"] = decoder.neuralConcealment;
+    json["enhancement"] = decoder.enhancement;
+    return json;
+}
+
 Json WorkerJson(const ConcealReport &report) {
     const host::Statistics &statistics = report.statistics;
     Json json;
@@ -134,6 +148,7 @@ std::string ReportJson(const ConcealOptions &options, const ConcealReport &repor
                       {"duration", static_cast<double>(report.samples) / report.sampleRate},
                       {"delaySamples", report.delay},
                       {"delayKept", options.keepDelay}};
+    json["decoder"] = DecoderJson(options, report.decoder);
     json["statistics"] = StatisticsJson(report.statistics);
     json["worker"] = WorkerJson(report);
     json["logSpectralDistanceDb"] = OrNull(report.logSpectralDistanceDb);

@@ -98,6 +98,8 @@ std::string ReportSummary(const ConcealOptions &options, const ConcealReport &re
                 static_cast<double>(statistics.totalSamplesReceived)),
         static_cast<unsigned long long>(statistics.concealmentEvents));
     AddSources(text, statistics);
+    Add(text, "decoder   %s\n",
+        DecoderLine(ReceiverFor(options.receiving).decoderComplexity, report.decoder).c_str());
     AddWorker(text, options, report);
     if (report.logSpectralDistanceDb) {
         Add(text, "distance  %.2f dB log-spectral, concealed speech against the loss-free call\n",

@@ -40,6 +40,8 @@ TEST_F(CommandLineTest, WrongUsageIsTwoAndFailureIsOne) {
              {"conceal in.wav", 2, "aiplc: conceal: --output is required"},
              {"conceal in.wav -o o.wav --bitrate 5", 2, "6000"},
              {"conceal in.wav -o o.wav --rate 44", 2, "16 or 48"},
+             {"conceal in.wav -o o.wav --decoder-complexity 11", 2, "from 0 to 10"},
+             {"compare in.wav --loss 5 --decoder-complexity 5.5", 2, "a whole number"},
              {"conceal in.wav -o o.wav --loss 100", 2, "--loss 100"},
              {"conceal in.wav -o o.wav --loss 80 --burst 2", 2, "at most 66.6667 %"},
              {"conceal in.wav -o o.wav --burst 2", 2, "--loss PERCENT"},
