@@ -4,9 +4,10 @@ import { useEffect, useState } from "preact/hooks";
 import { CallPlayer } from "./call_player";
 import { FigureTable } from "./figure_table";
 import { type Decoded, decodeAll } from "./recording";
-import { type CallFile, type Figure, isShare, type Measure, nameOf, type Report } from "./report";
+import { type CallFile, isShare, nameOf, type Report } from "./report";
 import { Select } from "./select";
 import { ShortcutHelp } from "./shortcuts";
+import { callSources, SourceTable } from "./source_table";
 
 interface Props {
   report: Report;
@@ -87,23 +88,15 @@ function Call({ report, file, kind, dark }: { report: Report; file: CallFile; ki
       {Object.keys(file.sources).length > 0 && (
         <details>
           <summary>What its frames were made of</summary>
-          <FigureTable caption={`${file.name}: frames by source`} methods={report.methods} {...sourceFigures(file)} />
+          <SourceTable
+            caption={`${file.name}: frames by source`}
+            methods={report.methods}
+            {...callSources(file, report.measures)}
+          />
         </details>
       )}
     </>
   );
-}
-
-/** Frames by source as a table of figures without a best. */
-function sourceFigures(file: CallFile): { measures: Measure[]; figures: Figure[] } {
-  const names = new Set(Object.values(file.sources).flatMap((counts) => Object.keys(counts)));
-  const words = (id: string) => id.replace(/([a-z])([A-Z])/g, "$1 $2").toLowerCase();
-  return {
-    measures: [...names].map((id) => ({ id, name: words(id), unit: "frames" })),
-    figures: Object.entries(file.sources).flatMap(([method, counts]) =>
-      Object.entries(counts).map(([measure, value]) => ({ method, measure, kind: "", value })),
-    ),
-  };
 }
 
 /** Decoding begins once the page stands. */

@@ -1,18 +1,22 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // Measures down, methods across: each figure with its interval, the best and what cannot be told from it marked.
 // The roles are written out because a narrow page lays the rows out as grids, which takes them away.
+import { type ComponentChildren } from "preact";
 import { decimalsFor, direction, number, showsNothing, signed, type Standing, standings, withUnit } from "./figures";
 import { MethodName } from "./method_style";
-import { type Difference, type Figure, isReference, type Measure, type Method, nameOf } from "./report";
+import { type Difference, type Figure, isReference, isShare, type Measure, type Method, nameOf } from "./report";
+import { SourceSwatch } from "./source_swatch";
 
 interface Props {
   caption: string;
   methods: readonly Method[];
   measures: readonly Measure[];
   figures: readonly Figure[]; // of one kind
+  /** A row of another sort above the measures. */
+  lead?: { name: string; cell: (method: Method) => ComponentChildren };
 }
 
-export function FigureTable({ caption, methods, measures, figures }: Props) {
+export function FigureTable({ caption, methods, measures, figures, lead }: Props) {
   const rows = measures
     .map((measure) => ({ measure, found: figures.filter((f) => f.measure === measure.id) }))
     .filter(({ found }) => found.length > 0);
@@ -34,6 +38,18 @@ export function FigureTable({ caption, methods, measures, figures }: Props) {
         </tr>
       </thead>
       <tbody role="rowgroup">
+        {lead && (
+          <tr role="row">
+            <th scope="row" role="rowheader">
+              {lead.name}
+            </th>
+            {methods.map((method) => (
+              <td role="cell" key={method.id}>
+                {lead.cell(method)}
+              </td>
+            ))}
+          </tr>
+        )}
         {rows.map(({ measure, found }) => (
           <Row key={measure.id} measure={measure} methods={methods} found={found} />
         ))}
@@ -52,6 +68,7 @@ function Row({ measure, methods, found }: { measure: Measure; methods: readonly 
   return (
     <tr role="row">
       <th scope="row" role="rowheader">
+        {isShare(measure) && <SourceSwatch measure={measure} />}
         {nameOf(measure)}
         <small>{`${direction(measure)}${unit}`.replace(/^, /, "")}</small>
       </th>

@@ -7,6 +7,7 @@ import { FigureTable } from "./figure_table";
 import { LossPlots } from "./loss_plots";
 import { isShare, type Method, nameOf, type Report, readReport } from "./report";
 import { Select } from "./select";
+import { SourceTable } from "./source_table";
 import { ThemeSwitch, useTheme } from "./theme";
 
 function Page({ report }: { report: Report }) {
@@ -70,7 +71,7 @@ function Summary({ report, loss, kind, onLoss, onKind }: SummaryProps) {
       {shareFigures.length > 0 && (
         <details>
           <summary>What the frames were made of</summary>
-          <FigureTable
+          <SourceTable
             caption="Frames by source"
             methods={report.methods}
             measures={shares}
@@ -96,7 +97,8 @@ function OwnReferences({ methods }: { methods: readonly Method[] }) {
 
 /** The kind with figures for the most measures: the whole call, where that is measured. */
 function fullestKind(report: Report): string {
-  const measures = (kind: string) => new Set(report.figures.filter((f) => f.kind === kind).map((f) => f.measure)).size;
+  const figures = report.figures.filter((f) => !isShare({ id: f.measure }));
+  const measures = (kind: string) => new Set(figures.filter((f) => f.kind === kind).map((f) => f.measure)).size;
   return report.kinds.reduce((best, k) => (measures(k.id) > measures(best.id) ? k : best)).id;
 }
 

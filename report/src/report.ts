@@ -129,4 +129,8 @@ export const isReference = (method: { id: string }): boolean => method.id === "i
 
 export const nameOf = (named: { id: string; name?: string | undefined }): string => named.name || named.id;
 
-export const isShare = (measure: Measure): boolean => measure.id.startsWith("share.");
+const kShare = "share.";
+
+/** A share of the frames: of those made of one source. */
+export const isShare = (measure: { id: string }): boolean => measure.id.startsWith(kShare);
+export const sourceOf = (share: Measure): string => share.id.slice(kShare.length);

@@ -81,6 +81,26 @@ pageTest("without an enhancer nothing speaks of one, and methods keep their colo
   assert.equal(fill, "rgb(0, 103, 172)");
 });
 
+pageTest("frames by source have a bar, a colour and words, also those of a source unknown here", {}, async (page) => {
+  await page.getByText("What the frames were made of").click();
+  await page.getByText("What its frames were made of").click();
+  const tables = page.getByRole("table", { name: /frames by source/i });
+  for (const [index, bar, value] of [
+    [0, /^aiplc\. Frames decoded: 98\.0 %, Single lost frames by the network: 1\.0 %, By the codec: 1\.0 %$/, "1 %"],
+    [1, /^aiplc\. .*network: 1\.0 %, By the codec: 0\.8 %, dreamt: 0\.2 %$/, "5 frames"],
+  ]) {
+    const table = tables.nth(index);
+    const parts = table.getByRole("img", { name: bar }).locator("span");
+    await parts.first().waitFor();
+    const [decoded, second] = await parts.evaluateAll((all) => all.map((e) => [e.offsetWidth, getComputedStyle(e).backgroundColor]));
+    assert.ok(decoded[0] > 20 * second[0], `${decoded[0]} and ${second[0]} pixels`);
+    assert.equal(second[1], "rgb(0, 140, 140)");
+    const row = table.getByRole("row", { name: /^Single lost frames/ });
+    assert.match((await row.getByRole("cell").allInnerTexts())[4].replace(/\s+/g, " "), new RegExp(`^${value}`));
+    assert.equal(await row.locator(".swatch").evaluate((e) => getComputedStyle(e).backgroundColor), second[1]);
+  }
+});
+
 pageTest("a switch by key keeps the instant and does not click", {}, async (page) => {
   await lanes(page).nth(5).waitFor();
   await page.keyboard.press("Space");

@@ -69,6 +69,21 @@ const figures = (loss, kind, plus) =>
     return { loss, kind, method, measure: "lsd", ...moved, count: 312, vsCodec: vsCodec[method] };
   });
 
+const sourceNames = { decoded: "Frames decoded", secondLook: "Single lost frames by the network", codec: "By the codec" };
+/** Of 500 frames. */
+const sources = {
+  codec: { decoded: 490, codec: 10 },
+  aiplc: { decoded: 490, secondLook: 5, codec: 5 },
+};
+/** With one of a kind that the page does not know. */
+const callSources = { ...sources, aiplc: { ...sources.aiplc, codec: 4, dreamt: 1 } };
+const shares = Object.entries(sources).flatMap(([method, counts]) =>
+  Object.entries(counts).map(([source, frames]) => {
+    const figure = { loss: "loss5", kind: "call", method, measure: `share.${source}` };
+    return { ...figure, value: frames / 5, count: 500 };
+  }),
+);
+
 export function makeReport() {
   const file = (name, loss, rest) => ({ name, loss, frames: (1000 * kSeconds) / frameMs, gaps, ...rest });
   const own = figures("", "gap1", 1).map(({ loss, ...figure }) => figure);
@@ -96,15 +111,17 @@ export function makeReport() {
     measures: [
       { id: "lsd", name: "Log-spectral distance", unit: "dB", better: "lower" },
       { id: "estoi", name: "Intelligibility", unit: "", better: "higher" },
+      ...Object.entries(sourceNames).map(([id, name]) => ({ id: `share.${id}`, name, unit: "%", better: "none" })),
     ],
     kinds: [{ id: "gap1", name: "1 frame" }, { id: "call", name: "whole call" }],
     figures: [
       ...figures("loss5", "gap1", 0),
       ...figures("loss10", "gap1", 3),
       { loss: "loss5", kind: "call", method: "aiplc", measure: "estoi", value: 0.834, low: 0.81, high: 0.85, count: 2 },
+      ...shares,
     ],
     files: [
-      file("first.wav", "loss5", { audio: recorded, figures: own, sources: { aiplc: { received: 491, interpolated: 9 } } }),
+      file("first.wav", "loss5", { audio: recorded, figures: own, sources: callSources }),
       file("second.wav", "loss5", { figures: own }),
       file("first.wav", "loss10", { audio: recorded }),
     ],
