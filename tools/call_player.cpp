@@ -92,6 +92,7 @@ bool IsConcealed(host::FrameSource source) {
         case host::FrameSource::partial:
         case host::FrameSource::interpolated:
         case host::FrameSource::extrapolated:
+        case host::FrameSource::secondLook:
         case host::FrameSource::codec:
         case host::FrameSource::muted:
         case host::FrameSource::lost:

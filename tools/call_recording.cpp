@@ -36,6 +36,7 @@ CallRecording RecordCall(const CallTimeline &timeline, const host::ReceiverOptio
     recording.restarted = statistics.timelineRestarts > 0;
     recording.requests = statistics.Requests();
     recording.requestsFailed = statistics.requestsFailed;
+    recording.secondLooks = statistics.secondLooks;
     return recording;
 }
 

@@ -18,8 +18,9 @@ struct CallRecording {
     std::vector<host::FrameSource> sources;  // one per frame
     int64_t firstFrame = 0;                  // what the receiver calls the recording's first frame
     bool restarted = false;                  // the sender's clock jumped within the call
-    uint64_t requests = 0;
-    uint64_t requestsFailed = 0;  // to the worker, not answered in time
+    uint64_t requests = 0;                   // to the worker
+    uint64_t requestsFailed = 0;             // of those, not answered in time
+    uint64_t secondLooks = 0;                // of those, for single lost frames
 
     [[nodiscard]] int64_t Frames() const { return static_cast<int64_t>(sources.size()); }
 };

@@ -141,6 +141,7 @@ std::string ReportHead(const CompareOptions &options, std::span<const MethodSetu
     json["libopus"] = opus_get_version_string();
     json["model"] = ModelLine();
     json["decoderComplexity"] = ReceiverFor(options.receiving).decoderComplexity;
+    json["secondLook"] = ReceiverFor(options.receiving).useSecondLook;
     json["rateHz"] = options.sampleRate;
     json["frameMs"] = 20;
     json["resampled"] = unit == ResampledUnit::calls ? "calls" : "gaps";
@@ -168,6 +169,7 @@ std::string FileEntryJson(const std::string &name, const std::string &loss,
     const CallRecording &aiplc = recordings[MethodIndex(CompareMethod::Id::aiplc)];
     json["requests"] = aiplc.requests;
     json["requestsFailed"] = aiplc.requestsFailed;
+    json["secondLooks"] = aiplc.secondLooks;
     json["figures"] = Json::array();
     for (const CompareFigure &figure : figures)
         json["figures"].push_back(FigureJson(figure));

@@ -5,6 +5,21 @@
 namespace aiplc::tools {
 namespace {
 
+// In the order of host::FrameSource.
+constexpr std::array<const char *, host::kFrameSources> kShareNames = {
+    "Frames before the first packet",
+    "Frames decoded in time",
+    "Frames decoded from late packets",
+    "Frames decoded from redundancy (FEC)",
+    "Frames of comfort noise (DTX)",
+    "Frames received in part",
+    "Frames by the network, received ones on both sides",
+    "Frames by the network, none received behind",
+    "Single lost frames by the network (second look)",
+    "Frames concealed by the codec",
+    "Frames faded out",
+    "Frames of silence"};
+
 std::vector<MeasureInfo> MakeMeasures() {
     std::vector<MeasureInfo> measures = {
         {"lsd", "Log-spectral distance", "dB", "lower", 2},
@@ -15,8 +30,8 @@ std::vector<MeasureInfo> MakeMeasures() {
         {"click", "Clicks at the joins", "dB", "lower", 2},
         {"interruptions", "Interruptions of 150 ms or more", "per minute", "lower", 2}};
     for (size_t i = 0; i < host::kFrameSources; ++i) {
-        const std::string name(host::FrameSourceName(static_cast<host::FrameSource>(i)));
-        measures.push_back({"share." + name, "Frames: " + name, "%", "none", 1});
+        const std::string id(host::FrameSourceName(static_cast<host::FrameSource>(i)));
+        measures.push_back({"share." + id, kShareNames.at(i), "%", "none", 1});
     }
     return measures;
 }

@@ -20,12 +20,15 @@ std::vector<CompareMethod> MakeMethods() {
     return methods;
 }
 
-std::string AboutWorker(const DecoderFacts &decoder) {
-    std::string about = "This library with its worker";
+std::string AboutWorker(const host::ReceiverOptions &receiver, const DecoderFacts &decoder) {
+    std::string about =
+        receiver.useSecondLook
+            ? "This library with its worker, which the host asks for single lost frames as well."
+            : "This library with its worker; single lost frames are left to the codec.";
     if (decoder.neuralConcealment)
-        about += "; what that leaves is concealed by the decoder's network";
-    if (decoder.enhancement) about += ", and received speech is enhanced by another";
-    return about + ".";
+        about += " Frames without an answer are concealed by the decoder's network.";
+    if (decoder.enhancement) about += " Received speech is enhanced by another.";
+    return about;
 }
 
 std::string AboutIdeal() {
@@ -66,7 +69,7 @@ MethodSetup SetupOf(CompareMethod::Id id, const host::ReceiverOptions &wanted) {
             break;
         case Id::aiplc:
             setup = {wanted, DecoderFactsAt(wanted.decoderComplexity), {}};
-            setup.about = AboutWorker(setup.decoder);
+            setup.about = AboutWorker(wanted, setup.decoder);
             break;
         case Id::ideal:
             setup = WithDecoder(kClassicComplexity, "");

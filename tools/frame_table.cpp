@@ -44,19 +44,20 @@ double LevelDb(std::span<const int16_t> samples) {
 FrameTable::FrameTable(const std::string &target, const InputFile &input)
     : m_file(target, &input),
       m_pending(
-          "frame,time_s,source,packet_type,bandwidth,infer_mode,requested,request_ms,failed,"
+          "frame,time_s,source,packet_type,bandwidth,infer_mode,requested,request_ms,failed,second_"
+          "look,"
           "fused_into_predict,fused_from_predict,opus_plc,concealed_samples,level_dbfs\n") {}
 
 void FrameTable::Add(int64_t callFrame, double seconds, const host::OutputFrame &frame) {
     std::array<char, 256> row{};
     const std::string_view source = host::FrameSourceName(frame.source);
-    std::snprintf(row.data(), row.size(), "%lld,%.4f,%.*s,%s,%u,%d,%d,%.3f,%d,%d,%d,%d,%u,%.2f\n",
-                  static_cast<long long>(callFrame), seconds, static_cast<int>(source.size()),
-                  source.data(), TypeName(frame.type), frame.bandwidth, frame.inferMode,
-                  frame.requested ? 1 : 0, static_cast<double>(frame.inferTimeMs),
-                  frame.requestFailed ? 1 : 0, frame.fusedIntoPredict ? 1 : 0,
-                  frame.fusedFromPredict ? 1 : 0, frame.opusPlcApplied ? 1 : 0,
-                  frame.concealedSamples, LevelDb(frame.samples));
+    std::snprintf(
+        row.data(), row.size(), "%lld,%.4f,%.*s,%s,%u,%d,%d,%.3f,%d,%d,%d,%d,%d,%u,%.2f\n",
+        static_cast<long long>(callFrame), seconds, static_cast<int>(source.size()), source.data(),
+        TypeName(frame.type), frame.bandwidth, frame.inferMode, frame.requested ? 1 : 0,
+        static_cast<double>(frame.inferTimeMs), frame.requestFailed ? 1 : 0,
+        frame.secondLook ? 1 : 0, frame.fusedIntoPredict ? 1 : 0, frame.fusedFromPredict ? 1 : 0,
+        frame.opusPlcApplied ? 1 : 0, frame.concealedSamples, LevelDb(frame.samples));
     m_pending += row.data();
     if (m_pending.size() >= kBlockBytes) {
         m_file.Write(m_pending);

@@ -36,11 +36,14 @@ void AddReceiving(CLI::App &app, ReceivingOptions &options, const std::string &d
                        "more strongly")
         ->check(CLI::Validator(CheckComplexity, ""))
         ->type_name("N");
+    app.add_flag("--no-second-look", options.noSecondLook,
+                 "leave single lost frames to the codec instead of asking the worker");
 }
 
 host::ReceiverOptions ReceiverFor(const ReceivingOptions &options) {
     host::ReceiverOptions receiver;
     receiver.decoderComplexity = options.decoderComplexity.value_or(receiver.decoderComplexity);
+    if (options.noSecondLook) receiver.useSecondLook = false;
     return receiver;
 }
 

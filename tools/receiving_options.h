@@ -14,10 +14,11 @@ namespace aiplc::tools {
 // How the receiver of a call is set up, alike for all commands.
 struct ReceivingOptions {
     std::optional<int> decoderComplexity;  // 0..10; the receiver's own default when not given
+    bool noSecondLook = false;             // leave single lost frames to the codec
 };
 
-// Adds the options to a command. decoderOf: the decoder that --decoder-complexity sets, for its
-// help. Parsing fills options, which outlive the command.
+// Adds the options to a command, in a group of their own. decoderOf: the decoder that
+// --decoder-complexity sets, for its help. Parsing fills options, which outlive the command.
 void AddReceiving(CLI::App &app, ReceivingOptions &options, const std::string &decoderOf);
 
 // The receiver's own options where nothing else was asked for.

@@ -51,6 +51,7 @@ Json OptionsJson(const ConcealOptions &options) {
     json["decoderComplexity"] = ReceiverFor(options.receiving).decoderComplexity;
     json["keepDelay"] = options.keepDelay;
     json["ai"] = !options.noAi;
+    json["secondLook"] = ReceiverFor(options.receiving).useSecondLook;
     json["realtime"] = options.realtime;
     return json;
 }
@@ -126,6 +127,12 @@ Json WorkerJson(const ConcealReport &report) {
     json["initTimeMs"] = Rounded(statistics.initTimeMs);
     json["requests"] = statistics.Requests();
     json["requestsFailed"] = statistics.requestsFailed;
+    json["requestsByKind"] = {
+        {"library",
+         {{"made", statistics.Requests() - statistics.secondLooks},
+          {"failed", statistics.requestsFailed - statistics.secondLooksFailed}}},
+        {"secondLook",
+         {{"made", statistics.secondLooks}, {"failed", statistics.secondLooksFailed}}}};
     if (statistics.Requests() == 0) {
         json["requestTimeMs"] = nullptr;
     } else {

@@ -73,8 +73,10 @@ void AddWorker(std::string &text, const ConcealOptions &options, const ConcealRe
     } else if (!report.workerRunning) {
         text += "worker    not running: the codec concealed everything\n";
     } else {
-        Add(text, "worker    %llu requests, %llu failed",
+        Add(text,
+            "worker    %llu requests, %llu of them second looks at single losses; %llu failed",
             static_cast<unsigned long long>(statistics.Requests()),
+            static_cast<unsigned long long>(statistics.secondLooks),
             static_cast<unsigned long long>(statistics.requestsFailed));
         if (statistics.Requests() > 0) {
             Add(text, "; request time p50 %.2f ms, p99 %.2f ms, max %.2f ms",

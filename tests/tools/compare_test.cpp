@@ -151,6 +151,32 @@ TEST_F(CompareTest, GapsAreThoseOfTheTraceAndDistancesThoseOfConceal) {
                                          HasSubstr("interpolated")));
 }
 
+// Every tenth frame is lost, alone among received ones.
+TEST_F(CompareTest, SingleLossesAreTheWorkersUnlessItIsNotAskedForThem) {
+    Lose("0000000001");
+    m_options.failGates = {"aiplc.share.secondLook > 0"};
+    Run();
+    const Json withLook = m_report["files"][0];
+    EXPECT_EQ(m_gates.size(), 1U);
+    EXPECT_EQ(withLook["secondLooks"], withLook["requests"]);
+    EXPECT_GT(withLook["sources"]["aiplc"]["secondLook"], 0);
+    if (withLook["requestsFailed"] == 0) {  // the machine is not too busy
+        EXPECT_EQ(withLook["sources"]["aiplc"]["secondLook"], 20);
+    }
+    EXPECT_NE(Values("lsd").at("aiplc.gap1"), Values("lsd").at("codec.gap1"));
+    EXPECT_THAT(m_tables, HasSubstr("secondLook "));
+
+    m_options.receiving.noSecondLook = true;
+    Run();
+    const Json without = m_report["files"][0];
+    EXPECT_TRUE(m_gates.empty());
+    EXPECT_FALSE(m_report["secondLook"]);
+    EXPECT_EQ(without["secondLooks"], 0);
+    EXPECT_EQ(without["sources"]["aiplc"], without["sources"]["codec"]);
+    const char *codec = DecoderFactsAt(5).neuralConcealment ? "neural.gap1" : "codec.gap1";
+    EXPECT_EQ(Values("lsd").at("aiplc.gap1"), Values("lsd").at(codec));
+}
+
 TEST_F(CompareTest, At48KhzTheSameGapsAreMeasured) {
     m_options.inputs = {Write("talk.wav", WavFile(host::SpeechLike(48000, 3.0), 48000))};
     m_options.sampleRate = 48000;

@@ -8,6 +8,7 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 #include <numeric>
 #include <sstream>
 
@@ -128,6 +129,50 @@ TEST_F(ConcealTest, CountsLossesAndMeasuresTheDistance) {
         EXPECT_THAT(row, StartsWith(expected.data()));
     }
     EXPECT_EQ(frame, 201);
+}
+
+// Only single frames are lost, so that the worker makes up nothing else.
+TEST_F(ConcealTest, SecondLooksAreConcealedAudioAndHaveAnAccountOfTheirOwn) {
+    SetInput(WavFile(Chirps(16000, 4.0), 16000));
+    Lose("0000000001");
+    m_options.framesPath = Path("frames.csv");
+    m_options.jsonPath = Path("report.json");
+    m_options.noAi = false;
+    Run();
+    const host::Statistics &statistics = m_report.statistics;
+    const auto report = nlohmann::json::parse(Read("report.json"));
+    const uint64_t filled = statistics.Frames(host::FrameSource::secondLook);
+    EXPECT_GT(filled, 0U);
+    EXPECT_EQ(statistics.concealmentEvents, 20U);
+    EXPECT_GT(m_report.logSpectralDistanceDb.value_or(0.0), 1.0);
+    EXPECT_EQ(report["statistics"]["framesBySource"]["secondLook"], filled);
+    EXPECT_EQ(report["worker"]["requestsByKind"]["library"]["made"], 0);
+    const auto &looks = report["worker"]["requestsByKind"]["secondLook"];
+    EXPECT_EQ(looks["made"], report["worker"]["requests"]);
+    EXPECT_EQ(looks["made"].get<uint64_t>() - looks["failed"].get<uint64_t>(), filled);
+    EXPECT_THAT(ReportSummary(m_options, m_report),
+                testing::AllOf(HasSubstr(" secondLook "), HasSubstr("of them second looks")));
+
+    std::istringstream rows(Read("frames.csv"));
+    std::string row;
+    std::getline(rows, row);
+    EXPECT_THAT(row, HasSubstr(",requested,request_ms,failed,second_look,"));
+    uint64_t marked = 0;
+    while (std::getline(rows, row)) {
+        std::vector<std::string> fields;
+        std::istringstream fieldsOf(row);
+        for (std::string field; std::getline(fieldsOf, field, ',');)
+            fields.push_back(field);
+        ASSERT_EQ(fields.size(), 15U);
+        if (fields[9] == "1" && fields[8] == "0") ++marked;
+        EXPECT_EQ(fields[2] == "secondLook", fields[9] == "1" && fields[8] == "0") << row;
+    }
+    EXPECT_EQ(marked, filled);
+
+    m_options.receiving.noSecondLook = true;
+    Run();
+    EXPECT_EQ(m_report.statistics.Requests(), 0U);
+    EXPECT_EQ(m_report.statistics.Frames(host::FrameSource::codec), 20U);
 }
 
 TEST_F(ConcealTest, RedundancyAndPausesReachTheEncoder) {
