@@ -4,7 +4,7 @@
 # make measure  the figures of a ten-minute call
 # make bench  what frames, kernels and requests cost: bench/README.md, as JSON in build/bench.json
 # make test   all tests: the programs' in a Debug build with sanitizers and in the Release build, a short
-#             run of each fuzzer, the library's for 32-bit x86, and the page's in Chromium
+#             run of each fuzzer, and the page's in Chromium
 # make fresh-root RELEASE=trixie  make demo and make test in a new minimal Debian 13 (bookworm: 12)
 # make install, uninstall  with PREFIX (/usr/local) and DESTDIR
 # make fuzz   each fuzzer for FUZZ_SECONDS, see fuzz/README.md
@@ -63,18 +63,16 @@ bench:
 test:
 	scripts/install-packages.sh build test fuzz
 	scripts/install-packages.sh report || true
-	@echo "== 1 of 5: the programs' tests, Debug build with sanitizers"
+	@echo "== 1 of 4: the programs' tests, Debug build with sanitizers"
 	$(call BUILD,debug)
 	$(call TEST,debug)
-	@echo "== 2 of 5: a short run of each fuzzer"
+	@echo "== 2 of 4: a short run of each fuzzer"
 	$(call BUILD,fuzz)
 	$(call TEST,fuzz)
-	@echo "== 3 of 5: the programs' tests, Release build"
+	@echo "== 3 of 4: the programs' tests, Release build"
 	$(call BUILD,release)
 	$(call TEST,release)
-	@echo "== 4 of 5: the library's tests for 32-bit x86"
-	scripts/test_32.sh $(JOBS)
-	@echo "== 5 of 5: the page's tests"
+	@echo "== 4 of 4: the page's tests"
 	scripts/test_page.sh $(if $(filter true,$(CI)),required,optional)
 
 # Needs root and debootstrap; see the script.

@@ -44,8 +44,8 @@ void Retype(AiPlcPkt &node, AiPlcPktType type, int32_t mode) {
     node.inferMode = static_cast<uint16_t>(mode);
 }
 
-// A single lost frame straight after a decoded one is what codecs conceal best; the worker takes it
-// only when the frame before it was no clean codec audio either.
+// A single lost frame straight after a decoded one goes to the codec, which conceals it from intact
+// decoder state. The worker takes it when the frame before it is not decoded audio either.
 void DecideSingleLoss(StAiPlcChannel *channel, int32_t *mode, int32_t workerMode, int32_t codecMode,
                       size_t windowEnd) {
     Judged judged{};
