@@ -65,7 +65,7 @@ std::vector<bool> LostPackets(const CompareJob &job, const OpusCall &call) {
     return lost;
 }
 
-// What came out of one call.
+// The output of one call.
 struct CallPlays {
     std::vector<CallRecording> methods;  // in the order of CompareMethods
     // The call without losses by the decoders that enhance, by their complexity.

@@ -45,7 +45,7 @@ fs::path NamespaceFolder() {
     return base / NamespaceName();
 }
 
-// What lies in the namespace's folder.
+// The entries of the namespace's folder.
 std::string Listing() {
     std::string names;
     std::error_code none;

@@ -92,7 +92,7 @@ void Leave(robust_list_head &list, Link link) {
     before->next = link->next;
 }
 
-// What the kernel is to look at besides the list, should the thread end within the scope: a word
+// The kernel looks at this besides the list, should the thread end within the scope: a word
 // that it owns and has not entered yet, or no longer.
 class Pending {
   public:

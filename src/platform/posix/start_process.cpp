@@ -97,7 +97,7 @@ void RestoreSignals() {
     ReportAndExit(kReportDescriptor, errno);
 }
 
-// What comes through the pipe, an errno value, or 0 when it is closed first or nothing comes.
+// The report through the pipe, an errno value, or 0 when it is closed first or nothing comes.
 int ReadReport(int pipe, int timeoutMs) {
     pollfd readable{pipe, POLLIN, 0};
     int ready = 0;
