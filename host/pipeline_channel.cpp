@@ -7,11 +7,16 @@
 #include <stdexcept>
 #include <string>
 
+#include "host/worker_namespace.h"
+
 namespace aiplc::host {
 namespace {
 
 constexpr size_t kRecordHeaderWords = 4;
-constexpr float kNoRequest = -1;               // in the place of a request's time
+constexpr int kUsualFailures = 3;     // in a row; from the next one on the worker is left alone
+constexpr int kFirstRestFrames = 12;  // doubled with each failure
+constexpr int kLongestRest = 8;       // 31 s
+constexpr float kNoRequest = -1;      // in the place of a request's time
 constexpr size_t kOutputReserveBytes = 11520;  // AiPlcApply moves the area when less is left
 
 // AiPlcApply hands its callback only a number, so the concealment of the call that is running on
@@ -62,7 +67,10 @@ PipelineChannel::PipelineChannel(const Options &options)
         throw std::runtime_error("concealment channel: AiPlcCreate failed");
     m_channel.reset(block.release());
     const bool startWorker = options.useWorker && options.adapter == nullptr;
+    std::optional<WorkerNamespace> ownNamespace;
+    if (startWorker) ownNamespace.emplace();
     const int32_t result = AiPlcAsyncInit(m_channel.get(), startWorker ? 1 : 0);
+    ownNamespace.reset();
     if (m_channel->opusRing == nullptr) {
         throw std::runtime_error("concealment channel: AiPlcAsyncInit returned " +
                                  std::to_string(result));
@@ -95,15 +103,25 @@ void PipelineChannel::Apply(bool isReceived) {
     m_channel->lastInferMode = AIPLC_INFER_NONE;
     m_channel->inferTimeMs = kNoRequest;
     m_decision = {};
+    // Without an adapter the library leaves to the codec what it would ask for.
+    AiplcAdapterInterface *const adapter = m_channel->adapter;
+    const bool rests = m_restFrames > 0;
+    if (rests) {
+        --m_restFrames;
+        m_channel->inferHoldOff = std::max(m_channel->inferHoldOff, 1);
+    }
     if (m_useSecondLook) m_decision.secondLook = m_history->LookAgain();
+    if (rests) m_channel->adapter = nullptr;
     m_history->BeforeApply(isReceived);
     (void)AiPlcApply(&m_host, 0, 0);
     m_history->AfterApply();
+    m_channel->adapter = adapter;
     m_decision.mode = m_channel->lastInferMode;
     m_decision.requested = m_channel->inferTimeMs >= 0;
     if (m_decision.requested) {
         m_decision.failed = m_channel->inferFailed == 1;
         m_decision.timeMs = m_channel->inferTimeMs;
+        RestAfterFailures();
     }
 
     // Before the first received frame the library's silent frame has 960 samples at any rate, and a
@@ -112,6 +130,13 @@ void PipelineChannel::Apply(bool isReceived) {
     std::fill(m_outputArea.begin() + static_cast<std::ptrdiff_t>(written),
               m_outputArea.begin() + m_frameSamples, int16_t{0});
     ++m_sequenceNumber;
+}
+
+// The library asks again at the next gap, and a worker that is gone costs 10 ms each time.
+void PipelineChannel::RestAfterFailures() {
+    m_failuresInARow = m_decision.failed ? m_failuresInARow + 1 : 0;
+    const int rests = std::min(m_failuresInARow - kUsualFailures, kLongestRest);
+    if (rests > 0) m_restFrames = kFirstRestFrames << (rests - 1);
 }
 
 void PipelineChannel::WriteRecord(std::span<const int16_t> samples, uint32_t bandwidth) {

@@ -20,6 +20,9 @@ namespace aiplc::host {
 // codec callback. Every call of ApplyReceived and ApplyLost is one frame, numbered from 0; the
 // first kStartUpFrames must be received ones, so that the library's codec ring and history stay in
 // step. Frames that turn up late, and single losses, are History()'s.
+//
+// After three failed requests in a row the worker is left alone twice as long with each further
+// one, up to half a minute, and from its next answer on it is asked as before.
 class PipelineChannel {
   public:
     static constexpr int64_t kStartUpFrames = 3;
@@ -27,6 +30,7 @@ class PipelineChannel {
 
     struct Options {
         uint32_t sampleRate = 48000;  // 16000 or 48000
+        // In a namespace of its own, unless AIPLC_NAMESPACE is set (worker_namespace.h).
         bool useWorker = true;
         bool useSecondLook = true;  // ask the worker for single losses too
         // Asked instead of a worker when not null; outlives the channel.
@@ -66,6 +70,7 @@ class PipelineChannel {
 
   private:
     void Apply(bool isReceived);
+    void RestAfterFailures();
     void WriteRecord(std::span<const int16_t> samples, uint32_t bandwidth);
 
     struct Deleter {
@@ -77,6 +82,8 @@ class PipelineChannel {
     std::unique_ptr<StAiPlcChannel, Deleter> m_channel;
     std::optional<HistoryEditor> m_history;  // of m_channel
     Decision m_decision;
+    int m_failuresInARow = 0;  // of requests
+    int m_restFrames = 0;      // left until the worker is asked again
     AiPlcHostContext m_host{};
     AiPlcHostStats m_stats{};
     std::vector<uint16_t> m_record;     // packet record of one frame

@@ -30,12 +30,16 @@ struct ReceiverOptions {
 };
 
 // The receiving end of one Opus call: packets in, in any order, one 20 ms frame out per Pull, three
-// frames behind the newest. One thread; one receiver with a worker per AIPLC_NAMESPACE at a time.
+// frames behind the newest. One thread. Each receiver has a worker and a namespace of its own;
+// where AIPLC_NAMESPACE is set they all use that one, and there must be one receiver at a time
+// only: in a shared namespace receivers play each other's audio.
 class Receiver {
   public:
-    // Starts the worker when asked to, which may block for up to 8 s; a worker that does not start
-    // is no error. Throws std::runtime_error for a rate or complexity out of range, or when decoder
-    // or channel cannot be made.
+    // Starts the worker when asked to, which may block for up to 8 s, and as long for each receiver
+    // that another thread starts before; AIPLC_NAMESPACE is changed meanwhile, so that no other
+    // thread may use the environment (setenv(3)). A worker that does not start is no error. Throws
+    // std::runtime_error for a rate or complexity out of range, or when decoder or channel cannot
+    // be made.
     explicit Receiver(const ReceiverOptions &options);
     ~Receiver();
     Receiver(const Receiver &) = delete;

@@ -244,6 +244,10 @@ AIPLC_EXPORT int32_t AiPlcCreate(StAiPlcChannel **channel, void *block);
 // worst). A namespace has one worker: a second channel that starts one there takes it from the
 // first. Returns 0, -1, -4, -8, -14 or -15; after -4, -14 and -15 the channel works without the AI
 // path. A channel that still holds rings must be destroyed first.
+//
+// One namespace (environment variable AIPLC_NAMESPACE, read here) serves one channel with a worker,
+// of one host: channels that share one get each other's audio, and the first to be destroyed takes
+// the worker away from the others. Give each channel a name of its own while it is set up.
 AIPLC_EXPORT int32_t AiPlcAsyncInit(StAiPlcChannel *channel, int16_t enable);
 
 // Frees the rings and, where sEnableAIPLC is 1, tells the worker to quit and destroys the adapter.
