@@ -12,6 +12,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <cstdarg>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -108,6 +109,17 @@ SabotagedCall::Figures ExpectSound(const std::string &what,
     return figures;
 }
 
+// What the library has said since a call was set up, to be read when a worker is missing.
+std::string logged;
+
+void Log(const char *unit, int32_t /*line*/, const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    logged.append(std::to_string(platform::PerformanceCounter() / 1'000'000)).append(" ms ");
+    logged.append(unit).append(": ").append(va_arg(arguments, const char *)).append("\n");
+    va_end(arguments);
+}
+
 // A worker that starts so late that its host has given it up and gone waits a minute for another.
 constexpr double kWorkerAloneSeconds = 80;
 
@@ -175,8 +187,11 @@ TEST_F(Disaster, WorkerSignalledAtAnyPointOfARequest) {
                 std::string("worker ") + name + " " +
                 (delayUs < 0 ? "before a " : std::to_string(delayUs) + " us into a ") + request;
             ExpectSound(what, [&, number = number] {
+                logged.clear();
+                AiplcRegLog(Log);
                 auto call = std::make_unique<SabotagedCall>();
-                EXPECT_TRUE(call->WorkerRunning());
+                EXPECT_TRUE(call->WorkerRunning()) << logged;
+                AiplcRegLog(nullptr);
                 const pid_t worker = Worker();
                 int requests = 0;
                 std::jthread saboteur;
