@@ -110,8 +110,14 @@ class Pending {
     robust_list_head &m_list;
 };
 
+// The system's number of the calling thread, 0 until it is asked for: the system call takes as long
+// as all else that a free lock costs. A forked process has another one.
+thread_local uint32_t ownId = 0;
+const int forgetsWhenForked = pthread_atfork(nullptr, nullptr, [] { ownId = 0; });
+
 uint32_t OwnId() {
-    return static_cast<uint32_t>(syscall(SYS_gettid));
+    if (ownId == 0 || forgetsWhenForked != 0) ownId = static_cast<uint32_t>(syscall(SYS_gettid));
+    return ownId;
 }
 
 int SleepWhile(uint32_t *word, uint32_t value, const timespec *deadline) {
