@@ -89,9 +89,12 @@ int Served(int count, int offsetMs) {
     static int runs = 0;
     const std::string space = "together-" + std::to_string(getpid()) + "-" + std::to_string(++runs);
     setenv("AIPLC_NAMESPACE", space.c_str(), 1);
-    std::vector<Host> hosts;
-    for (int i = 0; i < count; ++i)
-        hosts.push_back(Start(1000 * offsetMs * i));
+    std::vector<Host> hosts(static_cast<size_t>(count));
+    int delayUs = 0;
+    for (Host &host : hosts) {
+        host = Start(delayUs);
+        delayUs += 1000 * offsetMs;
+    }
     (void)Gather(hosts);
     const int served = Gather(hosts);
     for (const Host &host : hosts) {

@@ -44,7 +44,7 @@ robust_list_head *OwnList() {
     size_t bytes = 0;
     if (syscall(SYS_get_robust_list, 0, &found, &bytes) != 0 || found == nullptr) return nullptr;
     const long distance = -found->futex_offset;
-    constexpr auto kLinkBytes = static_cast<long>(sizeof(Link));
+    constexpr auto kLinkBytes = static_cast<long>(sizeof(void *));
     constexpr long kFirst = long{kRobustWordBytes} + (kHasBackLinks ? kLinkBytes : 0);
     constexpr long kLast = 256;
     if (distance < kFirst || distance > kLast || distance % kLinkBytes != 0) return nullptr;
@@ -78,17 +78,18 @@ void Enter(robust_list_head &list, Link link) {
     list.list.next = link;
 }
 
-void Leave(robust_list_head &list, Link link) {
+Link Predecessor(robust_list_head &list, Link link) {
+    if (kHasBackLinks) return WithoutMark(BackLink(link));
     Link before = &list.list;
-    if (kHasBackLinks) {
-        before = WithoutMark(BackLink(link));
-        LinkBack(list, link->next, BackLink(link));
-    } else {
-        for (int i = 0; WithoutMark(before->next) != link; ++i) {
-            before = WithoutMark(before->next);
-            if (i == kMaxListed || before == &list.list) return;
-        }
-    }
+    for (int i = 0; i < kMaxListed && WithoutMark(before->next) != link; ++i)
+        before = WithoutMark(before->next);
+    return before;
+}
+
+void Leave(robust_list_head &list, Link link) {
+    Link before = Predecessor(list, link);
+    if (WithoutMark(before->next) != link) return;
+    LinkBack(list, link->next, before);
     before->next = link->next;
 }
 
@@ -113,10 +114,10 @@ class Pending {
 // The system's number of the calling thread, 0 until it is asked for: the system call takes as long
 // as all else that a free lock costs. A forked process has another one.
 thread_local uint32_t ownId = 0;
-const int forgetsWhenForked = pthread_atfork(nullptr, nullptr, [] { ownId = 0; });
+const int kForgetsWhenForked = pthread_atfork(nullptr, nullptr, [] { ownId = 0; });
 
 uint32_t OwnId() {
-    if (ownId == 0 || forgetsWhenForked != 0) ownId = static_cast<uint32_t>(syscall(SYS_gettid));
+    if (ownId == 0 || kForgetsWhenForked != 0) ownId = static_cast<uint32_t>(syscall(SYS_gettid));
     return ownId;
 }
 
@@ -170,7 +171,7 @@ template <typename ClaimBy>
 int Lock(uint32_t *word, ClaimBy claim) {
     robust_list_head *list = OwnList();
     if (list == nullptr) return ENOTSUP;
-    const Link link = LinkOf(*list, word);
+    Link link = LinkOf(*list, word);
     const Pending pending(*list, link);
     const int error = claim(OwnId());
     if (error == 0 || error == EOWNERDEAD) Enter(*list, link);
@@ -189,7 +190,7 @@ int TryLockWord(uint32_t *word) {
 
 void UnlockWord(uint32_t *word) {
     robust_list_head &list = *OwnList();
-    const Link link = LinkOf(list, word);
+    Link link = LinkOf(list, word);
     const Pending pending(list, link);
     Leave(list, link);
     KeepOrder();

@@ -19,8 +19,7 @@ constexpr unsigned kOthers = 0077;
 
 void *AttachAt(int number, const void *address, int flags) {
     void *data = shmat(number, address, flags);
-    return data == reinterpret_cast<void *>(-1) ? nullptr
-                                                : data;  // NOLINT(performance-no-int-to-ptr)
+    return data == MAP_FAILED ? nullptr : data;  // the same value, -1
 }
 
 // An attachment for the length of a scope: the number stays with this segment meanwhile.
