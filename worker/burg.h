@@ -48,7 +48,7 @@ class Burg {
     std::array<double, kMaxOrder + 1> m_previous{};  // the filter one stage earlier
 };
 
-// Inner product in eight interleaved partial sums: vectorises, with the same result everywhere.
+// Inner product in 32 interleaved partial sums: vectorises, with the same result everywhere.
 float InnerProduct(const float *a, const float *b, size_t count) noexcept;
 
 }  // namespace aiplc::worker

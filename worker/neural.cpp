@@ -7,6 +7,7 @@
 
 #include "adapter/protocol.h"
 #include "sample.h"
+#include "white_noise.h"
 
 namespace aiplc::worker {
 

@@ -16,8 +16,8 @@ inline constexpr size_t kWindowFrames = 8;
 inline constexpr size_t kWindowSamples = kFrameSamples * kWindowFrames;
 
 // Fills the missing frames of a window: eight frames of 16 kHz audio, oldest first, in and out. A
-// missing frame is all zero. The output depends on the window alone, not on earlier calls. Predict
-// allocates nothing and runs on one thread at a time.
+// missing frame is all zero. The output depends on the window alone, not on earlier calls, unless a
+// predictor says otherwise. Predict allocates nothing and runs on one thread at a time.
 class Predictor {
   public:
     Predictor() = default;
@@ -29,7 +29,7 @@ class Predictor {
     virtual int32_t Predict(std::span<const int16_t, kWindowSamples> window,
                             std::span<int16_t, kWindowSamples> out) noexcept = 0;
 
-    // Nobody asked for the last prediction: Report leaves it out.
+    // Nobody asked for the last prediction: it leaves no trace, and Report leaves it out.
     virtual void ForgetLast() noexcept {}
     // Says on stderr what there is to say of the answers so far, if anything.
     virtual void Report() const {}

@@ -9,6 +9,7 @@
 #include "adapter/protocol.h"
 #include "autoregressive.h"
 #include "neural.h"
+#include "outage.h"
 #include "platform/platform.h"
 
 namespace aiplc::worker {
@@ -33,10 +34,10 @@ std::string OwnFolder() {
 
 std::unique_ptr<Predictor> ChoosePredictor() {
     const std::string path = Model::PathFor(OwnFolder());
-    if (path.empty()) return std::make_unique<Autoregressive>();
+    if (path.empty()) return std::make_unique<Outage>(std::make_unique<Autoregressive>());
     std::string fault;
     auto model = Model::Load(path, fault);
-    if (model) return std::make_unique<Neural>(std::move(model));
+    if (model) return std::make_unique<Outage>(std::make_unique<Neural>(std::move(model)));
     std::fprintf(stderr,
                  "%s: %s. All requests are refused and the codec conceals, until a worker is "
                  "started with a model beside it or in %s\n",

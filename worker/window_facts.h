@@ -23,12 +23,6 @@ struct WindowFacts {
     Row open{};       // share of samples from the last hole on there
 };
 
-// White noise of variance 1 for the network to shape, another one for each window: sample i is the
-// "lowbias32" hash (C. Wellons, "Prospecting for hash functions", 2018) of the CRC-32 of the
-// window's bytes plus 0x9e3779b9 * i.
-void MakeNoise(std::span<const int16_t, kWindowSamples> window,
-               std::span<float, kSeenSamples> noise) noexcept;
-
 }  // namespace aiplc::worker
 
 #endif

@@ -16,6 +16,7 @@
 #include "failure.h"
 #include "host/receiver.h"
 #include "neural.h"
+#include "outage.h"
 #include "sounds.h"
 #include "speech_collection.h"
 #include "window_file.h"
@@ -143,15 +144,16 @@ std::unique_ptr<worker::Neural> LoadNeural(const Options &options) {
     return std::make_unique<worker::Neural>(std::move(model));
 }
 
-void ChooseAnswer(Answers answers, worker::Neural *neural, CallSetup &setup) {
+void ChooseAnswer(Answers answers, worker::Outage *predictor, CallSetup &setup) {
     if (answers == Answers::drawn) return;
     setup.facts.flags &= static_cast<uint16_t>(~WindowRecord::kTruthMixed);
     setup.answer = nullptr;
     if (answers == Answers::target) setup.answer = MixTruth(1);
     if (answers == Answers::ask) setup.answer = Ask;
-    if (neural != nullptr) {
-        setup.answer = [neural](const WindowRecord &request, Window &answer) {
-            neural->Predict(request.window, answer);
+    if (predictor != nullptr) {
+        predictor->Forget();
+        setup.answer = [predictor](const WindowRecord &request, Window &answer) {
+            predictor->Predict(request.window, answer);
         };
     }
     setup.refuse = answers == Answers::codec;
@@ -216,7 +218,7 @@ void Override(const Options &options, CallSetup &setup) {
 }
 
 void PlayRecording(const Options &options, const Backgrounds &backgrounds, const Recording &speech,
-                   uint32_t file, uint32_t pass, worker::Neural *neural, WindowFiles &files,
+                   uint32_t file, uint32_t pass, worker::Outage *predictor, WindowFiles &files,
                    Totals &totals) {
     if (options.fullBand && speech.rate != 48000) return;
     const auto length = static_cast<size_t>(options.callSeconds * speech.rate);
@@ -239,7 +241,7 @@ void PlayRecording(const Options &options, const Backgrounds &backgrounds, const
         Override(options, setup);
         if (background) setup.facts.flags |= WindowRecord::kBackground;
         setup.facts.call = call;
-        ChooseAnswer(options.answers, neural, setup);
+        ChooseAnswer(options.answers, predictor, setup);
         const CallResult result = CollectWindows(setup, pcm);
         if (!options.windows.empty()) files.Write(result.windows);
         if (!options.audio.empty()) WriteAudio(options, call, setup, result);
@@ -288,14 +290,16 @@ class Material {
 };
 
 void Run(const Options &options) {
-    const auto neural = LoadNeural(options);
+    auto network = LoadNeural(options);
+    const worker::Neural *const neural = network.get();
+    const auto predictor = network ? std::make_unique<worker::Outage>(std::move(network)) : nullptr;
     const Backgrounds backgrounds(options.scene == Scene::drawn ? options.background : "");
     const Material material(options);
     WindowFiles files(options.windows + '_' + std::to_string(options.part));
     Totals totals;
     for (uint32_t pass = 0; pass < static_cast<uint32_t>(options.passes); ++pass) {
         for (const uint32_t file : DrawOrder(material.Count(), options.seed, pass)) {
-            PlayRecording(options, backgrounds, material.Load(file), file, pass, neural.get(),
+            PlayRecording(options, backgrounds, material.Load(file), file, pass, predictor.get(),
                           files, totals);
         }
         std::fprintf(stderr, "pass %u: %llu windows from %.0f s, %llu left out as ambiguous\n",
@@ -303,7 +307,7 @@ void Run(const Options &options) {
                      static_cast<unsigned long long>(totals.ambiguous));
     }
     files.Close();
-    if (neural) {
+    if (neural != nullptr) {
         std::fprintf(stderr,
                      "%llu of %llu answers of the model were replaced as out of bounds; %llu more "
                      "requests were for steady sounds, which go on without it\n",
