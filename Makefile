@@ -25,7 +25,7 @@ TEST = ctest --test-dir build/$(1) -j $(JOBS) --output-on-failure --no-tests=err
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 
 .PHONY: all tool demo compare-demo measure bench test fresh-root fuzz long-run threads valgrind test-32 mutation coverage \
-        install uninstall format lint clean train-data loop-data train export model-report report report-test
+        install uninstall docs format lint clean train-data loop-data train export model-report report report-test
 
 all:
 	scripts/install-packages.sh build test
@@ -136,6 +136,12 @@ install: tool
 
 uninstall:
 	cmake -DPREFIX=$(DESTDIR)$(PREFIX) -P cmake/Uninstall.cmake
+
+# The API's pages from the public headers, in build/docs/html; a missing or wrong description is an error.
+docs:
+	scripts/install-packages.sh docs
+	mkdir -p build
+	doxygen docs/Doxyfile
 
 format:
 	scripts/install-packages.sh lint

@@ -32,7 +32,7 @@ int call_open(void) {
     AiplcRegLog(print_log); /* says, among other things, why there is no worker */
     if (decoder == NULL || AiPlcCreate(&host.channel, &block) != 0) return -1;
     int32_t result = AiPlcAsyncInit(host.channel, 1); /* starts the worker */
-    if (result == -1 || result == -8) return -1;      /* no channel */
+    if (result == AIPLC_E_INVALID || result == AIPLC_E_NO_RINGS) return -1;
     if (result != 0) fprintf(stderr, "no worker (%d), the codec conceals\n", (int)result);
     host.channel->frameSamples = 320;
     return 0;

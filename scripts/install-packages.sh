@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs the Debian or Ubuntu packages that the named groups need and that are missing.
 #     scripts/install-packages.sh build|test|bench|fuzz|coverage|valgrind|x86-32|emulator|mutation|demo|measure| \
-#                                 lint|training|report ...
+#                                 docs|lint|training|report ...
 # The one list of packages of the project.
 set -eu
 
@@ -22,6 +22,7 @@ packages() {
     mutation) echo "python3" ;;
     demo) echo "fillets-ng-data-nl" ;;
     measure) echo "fillets-ng-data-nl sox libsox-fmt-base" ;;
+    docs) echo "doxygen" ;;
     lint) echo "clang-format clang-tidy" ;;
     training) echo "python3 python3-numpy python3-scipy python3-torch" ;;
     report) # any Node 18 or newer with npm will do
@@ -29,7 +30,7 @@ packages() {
         # Ubuntu has Chromium as a snap only, which not every machine can run.
         ! grep -qx 'ID=debian' /etc/os-release || echo "chromium" ;;
     *) echo "install-packages.sh: unknown group '$1': use build, test, bench, fuzz, coverage, valgrind," \
-            "x86-32, emulator, mutation, demo, measure, lint, training or report" >&2
+            "x86-32, emulator, mutation, demo, measure, docs, lint, training or report" >&2
        exit 2 ;;
     esac
 }

@@ -17,11 +17,6 @@ namespace platform = aiplc::platform;
 
 constexpr char kSourceUnit[] = "AiplcAsyncProcess";
 
-constexpr int32_t kInvalid = -1;
-constexpr int32_t kNoAdapter = -4;
-constexpr int32_t kNoRings = -8;
-constexpr int32_t kCreateFailed = -14;
-constexpr int32_t kInitFailed = -15;
 
 constexpr uint16_t kShortRing = 8;
 constexpr uint16_t kLongRing = 12;
@@ -46,17 +41,17 @@ int32_t StartWorker(StAiPlcChannel &channel) {
     std::unique_ptr<AiplcAdapterInterface> adapter = NewAdapter();
     if (adapter == nullptr) {
         AudAiplcLog(kSourceUnit, __LINE__, "new adapter failed");
-        return kNoAdapter;
+        return AIPLC_E_NO_ADAPTER;
     }
     if (const int result = RunStep(*adapter, &AiplcAdapterInterface::Create); result != 0) {
         AudAiplcLog(kSourceUnit, __LINE__, "create adapter failed: ret = %d", result);
         RunStep(*adapter, &AiplcAdapterInterface::Delete);
-        return kCreateFailed;
+        return AIPLC_E_NOT_STARTED;
     }
     if (const int result = RunStep(*adapter, &AiplcAdapterInterface::Init); result != 0) {
         AudAiplcLog(kSourceUnit, __LINE__, "init adapter failed: ret =%d", result);
         RunStep(*adapter, &AiplcAdapterInterface::Delete);
-        return kInitFailed;
+        return AIPLC_E_NO_ANSWER;
     }
     channel.adapter = adapter.release();
     return 0;
@@ -77,7 +72,7 @@ void StopWorker(StAiPlcChannel &channel) {
 
 int32_t AiPlcAsyncInit(StAiPlcChannel *channel, int16_t enable) {
     if (channel == nullptr) {
-        return kInvalid;
+        return AIPLC_E_INVALID;
     }
     const uint64_t begin = AiPlcGetTimeUs();
     platform::FillBounded(channel, sizeof(*channel), 0, sizeof(*channel));
@@ -103,7 +98,7 @@ int32_t AiPlcAsyncInit(StAiPlcChannel *channel, int16_t enable) {
 
 int32_t AiPlcInitRingLists(StAiPlcChannel *channel) {
     if (channel == nullptr) {
-        return kInvalid;
+        return AIPLC_E_INVALID;
     }
     const struct {
         AiPlcRingList *&ring;
@@ -117,7 +112,7 @@ int32_t AiPlcInitRingLists(StAiPlcChannel *channel) {
         ring = AiPlcInitRingList(nodes);
         if (ring == nullptr) {
             AiPlcAsyncDestroy(channel);
-            return kNoRings;
+            return AIPLC_E_NO_RINGS;
         }
     }
     return 0;
@@ -125,7 +120,7 @@ int32_t AiPlcInitRingLists(StAiPlcChannel *channel) {
 
 int32_t AiPlcAsyncDestroy(StAiPlcChannel *channel) {
     if (channel == nullptr) {
-        return kInvalid;
+        return AIPLC_E_INVALID;
     }
     for (AiPlcRingList **ring : {&channel->outputRing, &channel->receivedRing, &channel->inputRing,
                                  &channel->historyRing, &channel->opusRing}) {

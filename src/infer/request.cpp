@@ -23,9 +23,6 @@ constexpr uint16_t kInferArg = 1;
 constexpr int kAdapterTimeout = 101;
 constexpr int kAdapterBusy = 310;
 
-constexpr int32_t kFailed = -6;
-constexpr int32_t kTimedOut = -16;
-constexpr int32_t kBusy = -17;
 
 constexpr size_t kFrames = AIPLC_WINDOW_FRAMES;
 constexpr size_t kBandBytes = sizeof(int16_t) * AIPLC_BAND_SAMPLES;
@@ -49,13 +46,13 @@ int32_t ReportFailure(int result) {
     switch (result) {
         case kAdapterBusy:
             AudAiplcLog(kSourceUnit, __LINE__, "Last inference has not finished: ret = %d", result);
-            return kBusy;
+            return AIPLC_E_BUSY;
         case kAdapterTimeout:
             AudAiplcLog(kSourceUnit, __LINE__, "Worker process timeout: ret = %d", result);
-            return kTimedOut;
+            return AIPLC_E_TIMED_OUT;
         default:
             AudAiplcLog(kSourceUnit, __LINE__, "Aiplc async process failed: ret = %d", result);
-            return kFailed;
+            return AIPLC_E_FAILED;
     }
 }
 
@@ -93,7 +90,7 @@ int32_t AiPlcAsyncInfer(StAiPlcChannel *channel, const int16_t *audioIn, int16_t
                         uint16_t inferArg) {
     if (channel == nullptr || audioIn == nullptr || audioOut == nullptr ||
         channel->adapter == nullptr) {
-        return kFailed;
+        return AIPLC_E_FAILED;
     }
     InoutDetail record{};
     record.inferArg = inferArg;
