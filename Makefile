@@ -197,7 +197,7 @@ export:
 	$(PYTHON) training/export.py --model $(RUN)/last.pt --valid 'training/runs/valid/*.windows' \
 		--weights training/weights/model.bin --vectors training/weights/model_vectors.bin
 
-# What the weights reach, in the worker's own inference. Add PLCMOS=FILE.py for a scorer of that measure.
+# Figures of the weights, in the worker's own inference. Add PLCMOS=FILE.py for a scorer of that measure.
 model-report: all
 	scripts/install-packages.sh training
 	$(PYTHON) training/evaluate.py --model training/weights/model.bin --valid 'training/runs/valid/*.windows'

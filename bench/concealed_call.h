@@ -15,7 +15,7 @@
 
 namespace aiplc::bench {
 
-// What the measured call of AiPlcApply does, of those that a pattern of losses leads to.
+// The kind of the measured AiPlcApply call, among those that a pattern of losses leads to.
 enum class FrameKind {
     received,    // takes a received frame and plays one, nothing lost anywhere
     narrowband,  // the same with narrowband records, which are low-passed

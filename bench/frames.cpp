@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 //
-// What one frame costs the audio thread: AiPlcApply beside libopus's decoding of the same tick's
+// Cost of one frame on the audio thread: AiPlcApply beside libopus's decoding of the same tick's
 // packet.
 
 #include <memory>
@@ -36,7 +36,7 @@ struct Subject {
     Load load;
 };
 
-// What a call needs before it begins, in the order in which it has to be there.
+// The objects of a call, in the order of their construction.
 struct Session {
     explicit Session(const Subject &subject) {
         if (subject.load != Load::none) core = std::make_unique<OneCore>();

@@ -11,7 +11,7 @@
 
 namespace aiplc::bench {
 
-// What a network says of its last prediction. Allocations: of its thread since the one before,
+// Cost of a network's last prediction. Allocations: of its thread since the one before,
 // those between them included; -1 where they cannot be counted.
 struct Account {
     std::atomic<int64_t> modelNs = 0;

@@ -13,7 +13,7 @@ namespace aiplc::host {
 // The longest packet RFC 6716 allows: 120 ms as 48 frames of 1275 bytes with two-byte lengths.
 inline constexpr size_t kMaxOpusPacketBytes = 2 + 48 * (2 + 1275);
 
-// What a packet's header says, without decoding it. Times are in 48 kHz samples.
+// Facts from a packet's header, without decoding it. Times are in 48 kHz samples.
 struct OpusPacketInfo {
     int32_t duration = 0;       // of the packet, 120..5760
     int32_t frameDuration = 0;  // of one of its frames

@@ -66,7 +66,7 @@ class Receiver::Engine {
     bool WorkerRunning() const { return m_channel.WorkerRunning(); }
 
   private:
-    // What is known of a frame that was handed to the library.
+    // Facts about a frame that was handed to the library.
     struct FrameRecord {
         FrameSource source = FrameSource::lost;
         uint32_t concealed = 0;

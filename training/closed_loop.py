@@ -4,7 +4,7 @@
 
     closed_loop.py --speech FOLDER --model training/weights/model.bin
 
-Methods (--who):
+Methods (--methods):
   codec     libopus alone, without a network (decoder complexity 4)
   neural    libopus alone, its decoder's own network conceals (complexity 5); libopus 1.5 and later
   enhanced  libopus alone, its network enhances received speech too (complexity 10); likewise
@@ -53,20 +53,20 @@ def serve(process, net):
         process.stdin.flush()
 
 
-def complexity_of(args, who):
-    return CODEC.get(who, args.decoder_complexity)
+def complexity_of(args, method):
+    return CODEC.get(method, args.decoder_complexity)
 
 
-def options_of(args, who):
+def options_of(args, method):
     """The collector's options for a method."""
-    if who in CODEC:
+    if method in CODEC:
         return ["--answers", "codec"]
-    if who in ("model", "one-look"):
-        looks = ["--no-second-look"] if who == "one-look" else []
+    if method in ("model", "one-look"):
+        looks = ["--no-second-look"] if method == "one-look" else []
         if args.net:
             return ["--answers", "ask", *looks]
         return ["--answers", "model", "--model", args.model, *looks]
-    return ["--answers", who]
+    return ["--answers", method]
 
 
 def play(args, scene, complexity, options):
@@ -154,16 +154,16 @@ def compare(args, scene, plcmos):
     """Prints a line for each method."""
     references = {}
     codec = None
-    for who in (w for w in METHODS if w in args.who):
-        complexity = complexity_of(args, who)
+    for method in (m for m in METHODS if m in args.methods):
+        complexity = complexity_of(args, method)
         kind = max(complexity, ENHANCES - 1)
         if kind not in references:
             references[kind] = play(args, scene, kind, ["--answers", "codec", "--no-losses"])
-        calls = play(args, scene, complexity, options_of(args, who))
+        calls = play(args, scene, complexity, options_of(args, method))
         figures, scores = measure(calls, references[kind], plcmos)
-        if who == "codec":
+        if method == "codec":
             codec = scores
-        print(scene, who, *(f"{x:.3f}" for x in figures), *plcmos_columns(scores, codec), sep="\t",
+        print(scene, method, *(f"{x:.3f}" for x in figures), *plcmos_columns(scores, codec), sep="\t",
               flush=True)
 
 
@@ -183,19 +183,19 @@ def main(arguments=None):
     a.add_argument("--calls", type=int, default=24, help="of 10 s each, per scene")
     a.add_argument("--scenes", nargs="+", default=["bursts2-3", "bursts4-6", "mixed"],
                    choices=SPEECH + SOUNDS)
-    a.add_argument("--who", nargs="+", default=["codec", "classic", "model", "target"],
+    a.add_argument("--methods", nargs="+", default=["codec", "classic", "model", "target"],
                    choices=METHODS)
     a.add_argument("--seed", type=int, default=11)
     a.add_argument("--plcmos", help="Python file with a class Plcmos: score(samples, rate)")
     a = a.parse_args(arguments)
     if not a.model:
-        a.who = [w for w in a.who if w not in ("model", "one-look")]
+        a.methods = [m for m in a.methods if m not in ("model", "one-look")]
     torch.set_num_threads(1)
     in_pytorch = a.model and (a.pytorch or a.model.endswith(".pt"))
     a.net = evaluate.load(a.model) if in_pytorch else None
     plcmos = load_plcmos(a.plcmos)
     names = ["LSD", "MCD", *(["full"] if a.rate == 48000 else [])]
-    print("scene", "who", *(f"{name} {kind}" for kind in ("lost", "after") for name in names), "ESTOI",
+    print("scene", "method", *(f"{name} {kind}" for kind in ("lost", "after") for name in names), "ESTOI",
           *(["PLCMOS", "vs codec", "+-"] if plcmos else []), sep="\t")
     for scene in a.scenes:
         compare(a, scene, plcmos)

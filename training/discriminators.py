@@ -95,7 +95,7 @@ class OfSamples(Member):
         return torch.stack([x, opened], 1)
 
 
-class Jury(nn.Module):
+class Discriminators(nn.Module):
     """bfloat16: whether its convolutions compute in it, which is faster where the processor has it;
     verdicts need no more."""
 
@@ -132,8 +132,8 @@ def where_open(error, opened):
     return (error * weight).sum() / weight.sum()
 
 
-def jury_loss(true, made, opened):
-    """What the jury gets wrong: verdicts are 1 on what is true and 0 on what was made."""
+def discriminator_loss(true, made, opened):
+    """Least-squares loss of the discriminators: 1 is right for true audio, 0 for predicted."""
     return sum(where_open((1 - t[-1]).square() + m[-1].square(), opened)
                for t, m in zip(true, made))
 

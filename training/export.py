@@ -37,7 +37,7 @@ def chosen_bins(picture):
 
 
 def layers_of(net, record):
-    """What each layer makes of one record, by name."""
+    """The outputs of all layers for one record, by name."""
     seen = {}
     modules = {"enter": net.enter, "leave": net.leave, "refiner": net.refiner,
                **{f"block{i}": b for i, b in enumerate(net.blocks)},

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: BSD-2-Clause
-"""What an answer costs, on everything from the last hole of the window on."""
+"""Losses of a prediction, over all samples from the last gap of the window on."""
 import torch
 from torch.nn import functional as F
 

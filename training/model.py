@@ -143,7 +143,7 @@ class Concealer(nn.Module):
                           at_spectra(x["open"]), level], 1), noise_level
 
     def refine(self, x, y, spectra, noise, noise_level, change_re, change_im):
-        """What the second stage adds to the change, real and imaginary part."""
+        """The second stage's correction of the change, real and imaginary part."""
         count, bins = len(y), refiner.BINS
         opened = at_spectra(x["open"])
         re, im = spectra.real[:, :, :bins], spectra.imag[:, :, :bins]

@@ -44,10 +44,10 @@ def arguments():
                    help="weights: " + ", ".join(losses.NAMES))
     a.add_argument("--adversarial-from", type=int, default=10**9, help="step; 0: from the start")
     a.add_argument("--adversarial", type=float, nargs=2, default=(0.3, 0.3),
-                   help="weights of the jury's verdict and of feature matching")
-    a.add_argument("--jury-rate", type=float, default=5e-4)
+                   help="weights of the adversarial loss and of feature matching")
+    a.add_argument("--discriminator-rate", type=float, default=5e-4)
     a.add_argument("--bfloat16", action="store_true",
-                   help="the jury's convolutions, on processors that have it")
+                   help="the discriminators' convolutions, on processors that have it")
     a.add_argument("--seed", type=int, default=1)
     a.add_argument("--threads", type=int, default=os.cpu_count())
     a.add_argument("--peers", type=int, default=1, help="processes that train together")
@@ -83,7 +83,7 @@ class Peers:
             return stops
         if run.step % self.EVERY != 0:
             return False
-        values = [p.data for m in (run.net, run.jury) for p in m.parameters()]
+        values = [p.data for m in (run.net, run.discriminators) for p in m.parameters()]
         flat = torch.cat([v.flatten() for v in values] + [torch.tensor([float(stops)])])
         torch.distributed.all_reduce(flat)
         for value, mean in zip(values, flat.split([v.numel() for v in values] + [1])):
@@ -95,18 +95,18 @@ class Run:
     """Everything that a checkpoint holds."""
 
     MEAN_OVER = 1000    # steps of the running mean of the weights
-    UNHEARD = 300       # steps that the jury trains before the network is told its verdict
+    WARM_UP = 300       # steps that the discriminators train before their loss reaches the network
 
     def __init__(self, args, device):
         self.args, self.device, self.step = args, device, 0
         self.net = models.Concealer(args.channels).to(device)
-        self.jury = discriminators.Jury(args.bfloat16).to(device)
+        self.discriminators = discriminators.Discriminators(args.bfloat16).to(device)
         second = {id(p) for m in (self.net.refiner, self.net.context) for p in m.parameters()}
         self.optimiser = torch.optim.AdamW(
             [{"params": [p for p in self.net.parameters() if (id(p) in second) == is_second],
               "relative": args.second_stage_rate if is_second else 1.0}
              for is_second in (False, True)], args.rate, weight_decay=0.01)
-        self.jury_optimiser = torch.optim.AdamW(self.jury.parameters(), args.jury_rate, (0.5, 0.9))
+        self.discriminator_optimiser = torch.optim.AdamW(self.discriminators.parameters(), args.discriminator_rate, (0.5, 0.9))
         self.path = os.path.join(args.out, "last.pt")
         if args.start:
             self.net.load_state_dict(evaluate.load(args.start).state_dict())
@@ -114,12 +114,12 @@ class Run:
         if os.path.exists(self.path):
             state = torch.load(self.path, map_location=device)
             self.step = state["step"]
-            for name in ("net", "mean", "jury", "optimiser", "jury_optimiser"):
+            for name in ("net", "mean", "discriminators", "optimiser", "discriminator_optimiser"):
                 getattr(self, name).load_state_dict(state[name])
 
     def save(self):
         state = {name: getattr(self, name).state_dict()
-                 for name in ("net", "mean", "jury", "optimiser", "jury_optimiser")}
+                 for name in ("net", "mean", "discriminators", "optimiser", "discriminator_optimiser")}
         torch.save({**state, "shape": self.net.shape, "step": self.step, "args": vars(self.args)},
                    self.path + ".new")
         os.replace(self.path + ".new", self.path)
@@ -153,19 +153,19 @@ class Run:
         return value.item(), adversarial.item()
 
     def judge(self, made, true, changed, own):
-        """Trains the jury; returns what the network is charged for being told of its own part."""
-        seen = self.jury(true, changed)
-        wrong = discriminators.jury_loss(seen, self.jury(made.detach(), changed), changed)
-        self.jury_optimiser.zero_grad(set_to_none=True)
+        """Trains the discriminators; returns the adversarial loss of the network."""
+        seen = self.discriminators(true, changed)
+        wrong = discriminators.discriminator_loss(seen, self.discriminators(made.detach(), changed), changed)
+        self.discriminator_optimiser.zero_grad(set_to_none=True)
         wrong.backward()
-        self.jury_optimiser.step()
-        for p in self.jury.parameters():
+        self.discriminator_optimiser.step()
+        for p in self.discriminators.parameters():
             p.requires_grad_(False)
-        told = self.jury(made, changed)
-        for p in self.jury.parameters():
+        told = self.discriminators(made, changed)
+        for p in self.discriminators.parameters():
             p.requires_grad_(True)
-        # A jury that knows nothing yet has no say.
-        known = self.step >= self.args.adversarial_from + self.UNHEARD
+        # Untrained discriminators have no influence.
+        known = self.step >= self.args.adversarial_from + self.WARM_UP
         weights = [w * known for w in self.args.adversarial]
         return (weights[0] * discriminators.adversarial_loss(told, own)
                 + weights[1] * discriminators.matching_loss(seen, told))

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: BSD-2-Clause
-"""What would be heard if the answers of the network were used otherwise.
+"""The sound of calls in which the network's predictions are used in other ways.
 
     variants.py --speech FOLDER --model training/weights/model.bin --scenes bursts4-6
 
@@ -33,7 +33,7 @@ def mixed(share, mode5, others):
 
 
 def unrepaired(net, records, batch=128):
-    """What was received behind the hole stays as the autoregressive answer has it."""
+    """Received audio behind the gap stays as in the autoregressive prediction."""
     made = network_answers(net, records, batch).astype(float)
     _, end = windows.last_hole(records["window"])
     behind = np.clip((np.arange(windows.SEEN) - (end[:, None] - windows.BEGIN)) / models.RAMP, 0, 1)
@@ -41,7 +41,7 @@ def unrepaired(net, records, batch=128):
 
 
 def other(mode5, make):
-    """What make(records) gives in mode 5, or in the other modes, and the network's answer elsewhere."""
+    """Result of make(records) in mode 5 or in the other modes, the network's prediction elsewhere."""
     def answers(net, records, batch=128):
         made = network_answers(net, records, batch)
         return np.where((records["mode"] == 5)[:, None] == mode5, make(records), made).astype(np.int16)
@@ -97,7 +97,7 @@ def main():
             setattr(models, constant, change.get(constant, value))
         evaluate.answers = change.get("answers", network_answers)
         print(f"== {name}", flush=True)
-        closed_loop.main([*sys.argv[1:], "--pytorch", "--who", "model"])
+        closed_loop.main([*sys.argv[1:], "--pytorch", "--methods", "model"])
 
 
 if __name__ == "__main__":

@@ -78,7 +78,7 @@ def noise_of(window):
 
 
 def inputs(records):
-    """What the worker knows of windows, as a dict of float32 tensors.
+    """The worker's view of windows, as a dict of float32 tensors.
 
     signals: (N, 6, SEEN), in 16-bit steps; noise: (N, SEEN); rms: (N, 1) of the window's known
     samples; missing, open: (N, SEEN), 0 or 1, open from the first sample of the last hole on, where

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 //
-// What library and worker share: the names, the block's layout and the message ids.
+// The protocol of library and worker: names, layout of the shared block, message ids.
 
 #ifndef AIPLC_PROTOCOL_H
 #define AIPLC_PROTOCOL_H

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 //
-// What decision and request share: handing a gap at the output position to the codec.
+// Handing a gap at the output position to the codec, for decision and request.
 
 #ifndef AIPLC_CODEC_FALLBACK_H
 #define AIPLC_CODEC_FALLBACK_H

@@ -19,7 +19,7 @@ constexpr char kSourceUnit[] = "AiplcAsyncProcess";
 constexpr int kResultTimeoutMs = 16;
 constexpr uint16_t kInferArg = 1;
 
-// What the adapter's Process says besides 0.
+// Results of the adapter's Process other than 0.
 constexpr int kAdapterTimeout = 101;
 constexpr int kAdapterBusy = 310;
 

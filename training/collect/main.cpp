@@ -200,7 +200,7 @@ struct Totals {
     double seconds = 0;
 };
 
-// What the options say of a call in the place of what was drawn.
+// Replaces drawn properties of a call by those that options give.
 void Override(const Options &options, CallSetup &setup) {
     setup.decoderComplexity = options.decoderComplexity;
     setup.secondLook = !options.noSecondLook;

@@ -5,7 +5,7 @@
 
 namespace aiplc::training {
 
-// What happens in a call. drawn: anything, for training. The others are fixed conditions for
+// The conditions of a call. drawn: random ones, for training. The others are fixed conditions for
 // comparisons: 24 kb/s, 20 ms packets, wideband.
 enum class Scene {
     drawn,

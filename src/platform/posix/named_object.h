@@ -39,7 +39,7 @@ struct ObjectRecord {
 
 struct Membership;  // named_object.cpp
 
-// What this process knows of an object it has handles to. A handle points to it.
+// The state of a named object in this process. A handle points to it.
 struct NamedObject {
     NamedObject *next = nullptr;
     Membership *membership = nullptr;  // null without handles

@@ -27,7 +27,7 @@ inline constexpr char kNamespaceVariable[] = "AIPLC_NAMESPACE";
 inline constexpr char kRuntimeDirectoryVariable[] = "XDG_RUNTIME_DIR";
 inline constexpr size_t kNameBytes = 64 + 1;
 
-// What to do about an absent directory or object.
+// How an absent directory or object is treated.
 enum class Absent { fail, create };
 
 // Whether a process in whose environment the two variables have these values (null when unset)
