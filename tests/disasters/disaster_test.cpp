@@ -19,11 +19,11 @@
 #include <future>
 #include <memory>
 
-#include "../platform/child_process.h"
 #include "adapter/protocol.h"
 #include "platform/platform.h"
 #include "sabotaged_call.h"
 #include "service.h"
+#include "support/child_process.h"
 
 namespace aiplc::host {
 namespace {

@@ -2,7 +2,8 @@
 
 #include <gmock/gmock.h>
 
-#include "../adapter/fixtures.h"
+#include "support/ready_adapter.h"
+#include "support/scripted_platform.h"
 
 namespace {
 
@@ -43,7 +44,7 @@ TEST_F(LifeCycle, StopsTheWorkerItStarted) {
         static_cast<AiplcAdapter *>(channel.adapter)->workerRunning = isRunning;
         EXPECT_EQ(AiPlcAsyncDestroy(&channel), 0);
         EXPECT_EQ(channel.adapter, nullptr);
-        EXPECT_EQ(scripted.held, isRunning ? 0 : 1) << "only Delete closes the mutex";
+        EXPECT_EQ(scripted.Held(), isRunning ? 0 : 1) << "only Delete closes the mutex";
         const char *outcome = isRunning ? "has been terminated!" : "termination failed: ret = 201";
         EXPECT_THAT(TakeLog(), HasSubstr(kUnit + "AIPLC worker process " + outcome));
     }
@@ -73,16 +74,14 @@ TEST_F(LifeCycle, UndoesAFailedStartAndKeepsTheRings) {
         EXPECT_EQ(channel.sEnableAIPLC, 0);
         EXPECT_EQ(channel.adapter, nullptr);
         EXPECT_EQ(channel.initTimeMs, 0.0F);
-        EXPECT_EQ(scripted.held, 0);
+        EXPECT_EQ(scripted.Held(), 0);
         ASSERT_NE(channel.opusRing, nullptr);
         EXPECT_EQ(AiPlcAsyncDestroy(&channel), 0);
     }
 }
 
 TEST_F(LifeCycle, AnAdapterThatThrowsAnythingHasFailed) {
-    struct Throwing : AiplcAdapterInterface {
-        int Create() override { return 0; }
-        int Init() override { return 0; }
+    struct Throwing : ReadyAdapter {
         int Delete() override { throw 7; }
         int Process(InoutDetail &, int) override { throw "no exception of the standard"; }
     };
