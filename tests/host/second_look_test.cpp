@@ -165,21 +165,5 @@ TEST(SecondLook, KnowsPacketsOfAnyLengthAndPauses) {
     EXPECT_EQ(worker.requests, 3);
 }
 
-TEST(SecondLook, IsAnsweredByTheWorkerProcess) {
-    const Packets packets = Speech({.sampleRate = 16000}, 8);
-    std::vector<size_t> lost;
-    for (size_t i = 20; i < 390; i += 10)
-        lost.push_back(i);
-    const PlayedCall call(packets, {.sampleRate = 16000}, Losing(lost));
-    for (const size_t frame : lost) {
-        const OutputFrame &played = call.frames[frame];
-        const bool isFilled = played.requested && !played.requestFailed;
-        EXPECT_EQ(played.source, isFilled ? FrameSource::secondLook : FrameSource::codec) << frame;
-        EXPECT_TRUE(played.requested || played.heldOff) << frame;
-    }
-    // A busy machine may be late for some, not for all.
-    EXPECT_GT(call.statistics.Frames(FrameSource::secondLook), 0U);
-}
-
 }  // namespace
 }  // namespace aiplc::host

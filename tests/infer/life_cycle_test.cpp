@@ -16,21 +16,15 @@ struct LifeCycle : ScriptedTest {
     StAiPlcChannel channel{};
 };
 
-TEST_F(LifeCycle, WithoutTheWorkerSetsUpTheChannelAndStartsNothing) {
+TEST_F(LifeCycle, OnlyTheNumberOneStartsTheWorker) {
     channel.is48K = 1;
     channel.inferHoldOff = 4;
     scripted.answers = {{{"PerformanceCounter", 1}, 1000}, {{"PerformanceCounter", 2}, 3500}};
     EXPECT_EQ(AiPlcAsyncInit(&channel, 2), 0);
     EXPECT_EQ(TakeLog(), kUnit + "From Init: sEnableAIPLC = 2\n");
-    EXPECT_EQ(channel.sEnableAIPLC, 2);
-    EXPECT_EQ(channel.frameMs, 20U);
-    EXPECT_EQ(channel.frameSamples, 960U);
-    EXPECT_EQ(channel.bufferTarget, 3);
     EXPECT_EQ(channel.is48K, 0U);
     EXPECT_EQ(channel.inferHoldOff, 0);
     EXPECT_FLOAT_EQ(channel.initTimeMs, 2.5F);
-    EXPECT_EQ(channel.inputRing->count + channel.historyRing->count, 24);
-    EXPECT_EQ(channel.opusRing->count, 8);
     EXPECT_EQ(AiPlcAsyncInit(nullptr, 1), -1);
     EXPECT_EQ(AiPlcInitRingLists(nullptr), -1);
     EXPECT_EQ(AiPlcAsyncDestroy(nullptr), -1);
