@@ -42,7 +42,10 @@ class WorkerDisaster : public Disaster {
         const fs::path host = folder / "host";
         fs::copy_file("/proc/self/exe", host, fs::copy_options::skip_existing);
         Child child([&](Line) {
-            if (user != geteuid() && (unsetenv("XDG_RUNTIME_DIR"), setuid(user)) != 0) return 99;
+            if (user != geteuid()) {
+                unsetenv("XDG_RUNTIME_DIR");
+                if (setuid(user) != 0) return 99;
+            }
             const std::string filter =
                 "--gtest_filter=WorkerDisaster.DISABLED_" + std::string(test);
             return execl(host.c_str(), host.c_str(), "--gtest_also_run_disabled_tests",
