@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 
 #include <fstream>
+#include <list>
 #include <memory>
 
 #include "disaster.h"
@@ -41,16 +42,16 @@ class HostDisaster : public Disaster {
     // Plays in so many processes at once, each after prepare with its number.
     static void PlayAtOnce(int count, const std::string &what, int periods,
                            const std::function<void(int)> &prepare) {
-        std::vector<std::unique_ptr<Child>> hosts;
+        std::list<Child> hosts;
         for (int i = 0; i < count; ++i) {
-            hosts.push_back(std::make_unique<Child>([&](Line line) {
+            hosts.emplace_back([&](Line line) {
                 prepare(i);
                 line.Tell();
                 return RunHost(what, periods, true);
-            }));
+            });
         }
-        for (const auto &host : hosts)
-            EXPECT_EQ(host->Join(), 0);
+        for (Child &host : hosts)
+            EXPECT_EQ(host.Join(), 0);
     }
 };
 

@@ -12,12 +12,6 @@
 namespace aiplc::faults {
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr int64_t kStep = 7;  // a process takes long to fork there
-#else
-constexpr int64_t kStep = 1;
-#endif
-
 void Log(const char *unit, int32_t line, const char *format, ...) {
     const Outside outside;
     va_list arguments;

@@ -10,6 +10,13 @@
 
 namespace aiplc::faults {
 
+// With sanitizers calls and processes take long, and every seventh fault is tried.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr int64_t kStep = 7;
+#else
+constexpr int64_t kStep = 1;
+#endif
+
 // What a call with losses comes to, from the set-up to the tear-down.
 struct Outcome {
     bool isRefused = false;  // the set-up left no channel

@@ -64,6 +64,9 @@ void EndWorker() {
 
 using namespace aiplc::faults;  // NOLINT(google-build-using-namespace)
 
+// NOLINTBEGIN(readability-identifier-naming,bugprone-macro-parentheses): the functions' own names,
+// and lists
+
 // A wrapper takes the calls of the symbol; the symbol itself is __real_.
 #define WRAPPED(RESULT, NAME, ...)                        \
     RESULT Real_##NAME(__VA_ARGS__) asm("__real_" #NAME); \
@@ -103,14 +106,21 @@ WRAPPED(void, free, void *block) {
     if (depth > 0 && block != nullptr) --plan.allocated;
     Real_free(block);
 }
-void *operator new(size_t size) {
+// Not inlined: the compiler would take free for the wrong partner of operator new.
+[[gnu::noinline]] void *operator new(size_t size) {
     if (void *block = std::malloc(size)) return block;
     throw std::bad_alloc();
 }
-void operator delete(void *block) noexcept {
+[[gnu::noinline]] void *operator new(size_t size, const std::nothrow_t &) noexcept {
+    return std::malloc(size);
+}
+[[gnu::noinline]] void operator delete(void *block) noexcept {
     std::free(block);
 }
-void operator delete(void *block, size_t) noexcept {
+[[gnu::noinline]] void operator delete(void *block, size_t) noexcept {
+    std::free(block);
+}
+[[gnu::noinline]] void operator delete(void *block, const std::nothrow_t &) noexcept {
     std::free(block);
 }
 
@@ -143,6 +153,8 @@ WRAPPED(int, shmctl, int segment, int command, shmid_ds *status) {
     const bool fails = command != IPC_RMID && FailsWith(EIDRM, "shmctl");
     return fails ? -1 : Real_shmctl(segment, command, status);
 }
+
+// NOLINTEND(readability-identifier-naming,bugprone-macro-parentheses)
 
 // ---- Instead of the platform's own ----
 

@@ -43,13 +43,13 @@ TEST_F(PlatformFaults, EachInTurn) {
         FaultyPlatform usual(0);
         const Outcome sound = PlayCall(is48K);
         EXPECT_GT(sound.predicted, 5);
-        for (int64_t n = 1; n <= usual.count; ++n) {
+        for (int64_t n = 1; n <= usual.count; n += kStep) {
             FaultyPlatform platform(n);
             ExpectHarmless(PlayCall(is48K), sound, platform.failed);
             EXPECT_EQ(platform.Held(), 0) << platform.failed;
             EXPECT_EQ(platform.mutexDepth, 0) << platform.failed;
         }
-        std::printf("%lld faults\n", static_cast<long long>(usual.count));
+        std::printf("%lld faults\n", static_cast<long long>(usual.count / kStep));
     }
 }
 
