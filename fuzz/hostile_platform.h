@@ -1,26 +1,30 @@
 // SPDX-License-Identifier: BSD-2-Clause
-//
-// A platform whose every answer, and whatever the other side of the shared block does meanwhile,
-// comes from the fuzzer's input. Handles are heap objects, so that AddressSanitizer sees one that
-// is lost, closed twice or used after its end.
 
 #ifndef AIPLC_FUZZ_HOSTILE_PLATFORM_H
 #define AIPLC_FUZZ_HOSTILE_PLATFORM_H
 
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include "support/fake_platform.h"
+
 namespace aiplc::fuzz {
 
-// From here to the end of the scope the platform answers from data; it starts with no handles.
-class HostilePlatform {
+// A platform whose every answer, and whatever the other side of the shared block does meanwhile,
+// comes from the fuzzer's input. In the end all handles must have been given back, and the mutex.
+class HostilePlatform : public platform::FakePlatform {
   public:
     explicit HostilePlatform(FuzzedDataProvider &data);
-    ~HostilePlatform();
+    ~HostilePlatform() override;
     HostilePlatform(const HostilePlatform &) = delete;
     HostilePlatform &operator=(const HostilePlatform &) = delete;
+    int64_t Answer(std::string_view call, std::string_view about, int64_t usual) override;
 
-    // How often the calling side owns the mutex.
-    static int MutexDepth();
+  private:
+    bool Fails();
+    void Meddle();
+
+    FuzzedDataProvider &m_data;
+    int64_t m_clock = 0;
 };
 
 }  // namespace aiplc::fuzz

@@ -7,10 +7,9 @@
 #include <cstring>
 #include <numeric>
 
-#include <aiplc/adapter.h>
-
 #include "arbitrary.h"
 #include "host/receiver.h"
+#include "support/ready_adapter.h"
 
 namespace {
 
@@ -21,12 +20,9 @@ using aiplc::host::Statistics;
 constexpr int kMostSteps = 100;
 
 // Stands for the worker.
-class Oracle : public AiplcAdapterInterface {
+class Oracle : public ReadyAdapter {
   public:
     explicit Oracle(FuzzedDataProvider &data) : m_data(data) {}
-    int Create() override { return 0; }
-    int Init() override { return 0; }
-    int Delete() override { return 0; }
     int Process(InoutDetail &record, int /*timeoutMs*/) override {
         std::memcpy(record.AudioOut, record.AudioIn, sizeof record.AudioOut);
         return m_data.ConsumeIntegralInRange<int>(0, 3) == 3 ? -1 : 0;

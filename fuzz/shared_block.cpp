@@ -24,7 +24,7 @@ void Request(AiplcAdapter &adapter, FuzzedDataProvider &data) {
     record->inferArg = data.ConsumeIntegral<uint16_t>();
     std::ranges::fill(record->AudioOut, kUntouched);
     const int result = adapter.Process(*record, data.ConsumeIntegral<int>());
-    Require(aiplc::fuzz::HostilePlatform::MutexDepth() == 0);
+    Require(aiplc::platform::fake->mutexDepth == 0);
     if (!adapter.workerRunning) {
         Require(result == 201 &&
                 std::ranges::count(record->AudioOut, kUntouched) == std::ssize(record->AudioOut));

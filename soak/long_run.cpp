@@ -11,14 +11,12 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 
-#include "losing_call.h"
+#include "support/losing_call.h"
+#include "support/open_descriptors.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr int kFrames = 3 * 60 * 50;
 constexpr int kCallsPerHour = 20;
@@ -40,8 +38,7 @@ Holdings Now() {
     long pages = 0;
     std::ifstream("/proc/self/statm") >> pages >> pages;
     now.residentKiB = pages * 4;
-    now.descriptors =
-        std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+    now.descriptors = OpenDescriptors();
     return now;
 }
 

@@ -8,80 +8,47 @@
 
 #include <aiplc/adapter.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <list>
 #include <memory>
-#include <stdexcept>
 #include <string>
-#include <vector>
+
+#include "support/child_process.h"
 
 namespace {
+
+using aiplc::platform::Child;
+using aiplc::platform::Line;
 
 constexpr int kOffsetsMs[] = {0, 10, 30, 60, 100};
 constexpr int kRequests = 50;  // 20 ms apart
 constexpr uint32_t kFrameUs = 20'000;
 
-[[noreturn]] void BeHost(int line, int delayUs) {
+// Returns 0 when the host had the worker in the end.
+int BeHost(Line line, int delayUs) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    line.Tell();
     usleep(static_cast<useconds_t>(delayUs));
     StAiPlcChannel block{};
     StAiPlcChannel *channel = nullptr;
-    if (AiPlcCreate(&channel, &block) != 0) _exit(2);
+    if (AiPlcCreate(&channel, &block) != 0) return 1;
     bool isServed = AiPlcAsyncInit(channel, 1) == 0;
     // The others are set up too.
-    char mark = isServed ? '1' : '0';
-    if (write(line, &mark, 1) != 1 || read(line, &mark, 1) != 1) _exit(2);
-    if (isServed) {
-        const auto in = std::make_unique<int16_t[]>(AIPLC_WINDOW_SAMPLES);
-        const auto out = std::make_unique<int16_t[]>(AIPLC_WINDOW_SAMPLES);
-        isServed = false;
-        for (int i = 0; i < kRequests && !isServed; ++i) {
-            isServed = AiPlcAsyncInfer(channel, in.get(), out.get(), 1) == 0;
-            if (!isServed) usleep(kFrameUs);
-        }
+    if (!line.Tell() || !line.Await()) return 1;
+    const bool isSetUp = isServed;
+    const auto in = std::make_unique<int16_t[]>(AIPLC_WINDOW_SAMPLES);
+    const auto out = std::make_unique<int16_t[]>(AIPLC_WINDOW_SAMPLES);
+    for (int i = 0; isSetUp && i < kRequests; ++i) {
+        isServed = AiPlcAsyncInfer(channel, in.get(), out.get(), 1) == 0;
+        if (isServed) break;
+        usleep(kFrameUs);
     }
     // One that ends asks the worker to quit: the others are to be done before.
-    mark = isServed ? '1' : '0';
-    if (write(line, &mark, 1) != 1 || read(line, &mark, 1) != 1) _exit(2);
+    if (!line.Tell() || !line.Await()) return 1;
     (void)AiPlcAsyncDestroy(channel);
-    _exit(0);
-}
-
-struct Host {
-    pid_t process = -1;
-    int line = -1;
-};
-
-Host Start(int delayUs) {
-    int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
-        throw std::runtime_error("no socket pair");
-    const pid_t process = fork();
-    if (process < 0) throw std::runtime_error("no process");
-    if (process == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        BeHost(ends[1], delayUs);
-    }
-    close(ends[1]);
-    return {process, ends[0]};
-}
-
-// Waits for the mark of each host, then lets all go on. How many said that they have the worker.
-int Gather(const std::vector<Host> &hosts) {
-    int count = 0;
-    for (const Host &host : hosts) {
-        char mark = '0';
-        if (read(host.line, &mark, 1) == 1 && mark == '1') ++count;
-    }
-    for (const Host &host : hosts) {
-        if (write(host.line, "!", 1) != 1) throw std::runtime_error("a host has ended");
-    }
-    return count;
+    return isServed ? 0 : 1;
 }
 
 // How many of the hosts have the worker in the end.
@@ -89,46 +56,32 @@ int Served(int count, int offsetMs) {
     static int runs = 0;
     const std::string space = "together-" + std::to_string(getpid()) + "-" + std::to_string(++runs);
     setenv("AIPLC_NAMESPACE", space.c_str(), 1);
-    std::vector<Host> hosts(static_cast<size_t>(count));
-    int delayUs = 0;
-    for (Host &host : hosts) {
-        host = Start(delayUs);
-        delayUs += 1000 * offsetMs;
+    std::list<Child> hosts;
+    for (int i = 0; i < count; ++i)
+        hosts.emplace_back([&](Line line) { return BeHost(line, 1000 * offsetMs * i); });
+    for (int meeting = 0; meeting < 2; ++meeting) {
+        for (const Child &host : hosts)
+            (void)host.line.Await();
+        for (const Child &host : hosts)
+            (void)host.line.Tell();
     }
-    (void)Gather(hosts);
-    const int served = Gather(hosts);
-    for (const Host &host : hosts) {
-        waitpid(host.process, nullptr, 0);
-        close(host.line);
-    }
+    int served = 0;
+    for (Child &host : hosts)
+        served += host.Join() == 0 ? 1 : 0;
     return served;
 }
 
-class BusyProcesses {
-  public:
-    explicit BusyProcesses(int count) {
-        for (int i = 0; i < count; ++i) {
-            m_processes.push_back(fork());
-            if (m_processes.back() != 0) continue;
+int Run(int hosts, int runs, int busy) {
+    std::list<Child> beside;
+    for (int i = 0; i < busy; ++i) {
+        beside.emplace_back([](Line line) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
+            line.Tell();
             for (volatile unsigned turns = 0;;)
                 turns = turns + 1;
-        }
+            return 0;
+        });
     }
-    ~BusyProcesses() {
-        for (const pid_t process : m_processes) {
-            if (process > 0 && kill(process, SIGKILL) == 0) waitpid(process, nullptr, 0);
-        }
-    }
-    BusyProcesses(const BusyProcesses &) = delete;
-    BusyProcesses &operator=(const BusyProcesses &) = delete;
-
-  private:
-    std::vector<pid_t> m_processes;
-};
-
-int Run(int hosts, int runs, int busy) {
-    const BusyProcesses beside(busy);
     std::printf("%d hosts, %d runs for each offset, beside %d busy processes\n", hosts, runs, busy);
     int failures = 0;
     for (const int offsetMs : kOffsetsMs) {
@@ -168,10 +121,5 @@ int main(int argc, char **argv) {
                      "each a number from 1 on\n");
         return 2;
     }
-    try {
-        return Run(hosts, runs, busy);
-    } catch (const std::exception &error) {
-        std::fprintf(stderr, "starting_together: %s\n", error.what());
-        return 1;
-    }
+    return Run(hosts, runs, busy);
 }

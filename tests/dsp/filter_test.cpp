@@ -9,8 +9,8 @@
 #include <random>
 #include <span>
 
-#include "../adapter/fixtures.h"
 #include "dsp/three_band_tables.h"
+#include "support/scripted_platform.h"
 
 // The linker sends the library's calls of calloc through here.
 void *RealCalloc(size_t count, size_t size) asm("__real_calloc");

@@ -10,23 +10,21 @@
 #include <sys/stat.h>
 #include <sys/vfs.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <new>
 #include <utility>
 
-#include "../platform/child_process.h"
 #include "platform/platform.h"
-#include "service.h"
+#include "support/loud_worker.h"
 
 namespace aiplc::faults {
 namespace {
 
 thread_local int depth = 0;  // of calls into the library
-std::unique_ptr<platform::Child> worker;
+std::unique_ptr<worker::LoudWorker> process;
 
 struct Inside {
     Inside() { ++depth; }
@@ -46,29 +44,9 @@ bool FailsWith(int error, const char *name) {
     return fails;
 }
 
-// Counts what the library keeps.
-template <typename Pointer>
-Pointer Kept(int64_t &count, Pointer pointer) {
-    if (depth > 0 && pointer != nullptr) ++count;
-    return pointer;
-}
-
-class Loud : public worker::Predictor {
-    int32_t Predict(std::span<const int16_t, worker::kWindowSamples>,
-                    std::span<int16_t, worker::kWindowSamples> out) noexcept override {
-        std::ranges::fill(out, int16_t{1000});
-        return 0;
-    }
-};
-
-int Serve(platform::Line line) {
-    depth = 0;
-    platform::JoinAsServer();
-    Loud loud;
-    worker::Service service(loud);
-    const bool isOpen = service.Open();
-    line.Tell();
-    return isOpen ? service.Run() : 1;
+void *Counted(void *block) {
+    if (depth > 0 && block != nullptr) ++plan.allocated;
+    return block;
 }
 
 }  // namespace
@@ -79,176 +57,121 @@ Outside::~Outside() {
 }
 
 void EndWorker() {
-    worker.reset();
+    process.reset();
 }
 
 }  // namespace aiplc::faults
 
 using namespace aiplc::faults;  // NOLINT(google-build-using-namespace)
-namespace platform = aiplc::platform;
+
+// NOLINTBEGIN(readability-identifier-naming,bugprone-macro-parentheses): the functions' own names,
+// and lists
 
 // A wrapper takes the calls of the symbol; the symbol itself is __real_.
-#define WRAPPED(RESULT, NAME, SYMBOL, ...)                \
-    RESULT Real##NAME(__VA_ARGS__) asm("__real_" SYMBOL); \
-    RESULT Wrap##NAME(__VA_ARGS__) asm("__wrap_" SYMBOL); \
-    RESULT Wrap##NAME(__VA_ARGS__)
-#define SEAM(NAME) "_ZN5aiplc8platform" NAME
+#define WRAPPED(RESULT, NAME, ...)                        \
+    RESULT Real_##NAME(__VA_ARGS__) asm("__real_" #NAME); \
+    RESULT Wrap_##NAME(__VA_ARGS__) asm("__wrap_" #NAME); \
+    RESULT Wrap_##NAME(__VA_ARGS__)
+#define UNWRAPPED(...) __VA_ARGS__
+// A call of the system that gives FAILURE and the error when it fails.
+#define SYSTEM(RESULT, NAME, FAILURE, ERROR, PARAMETERS, ARGUMENTS)       \
+    WRAPPED(RESULT, NAME, UNWRAPPED PARAMETERS) {                         \
+        return FailsWith(ERROR, #NAME) ? FAILURE : Real_##NAME ARGUMENTS; \
+    }
 
 // ---- Into the library ----
 
-WRAPPED(int32_t, Init, "AiPlcAsyncInit", StAiPlcChannel *channel, int16_t enable) {
+WRAPPED(int32_t, AiPlcAsyncInit, StAiPlcChannel *channel, int16_t enable) {
     const Inside inside;
-    return RealInit(channel, enable);
+    return Real_AiPlcAsyncInit(channel, enable);
 }
-WRAPPED(int32_t, Apply, "AiPlcApply", AiPlcHostContext *host, uint32_t argument, uint16_t stream) {
+WRAPPED(int32_t, AiPlcApply, AiPlcHostContext *host, uint32_t argument, uint16_t stream) {
     const Inside inside;
-    return RealApply(host, argument, stream);
+    return Real_AiPlcApply(host, argument, stream);
 }
-WRAPPED(int32_t, Destroy, "AiPlcAsyncDestroy", StAiPlcChannel *channel) {
+WRAPPED(int32_t, AiPlcAsyncDestroy, StAiPlcChannel *channel) {
     const Inside inside;
-    return RealDestroy(channel);
+    return Real_AiPlcAsyncDestroy(channel);
 }
 
-// ---- Memory ----
+// ---- Memory; operator new fails when malloc does ----
 
-WRAPPED(void *, Malloc, "malloc", size_t size) {
-    return Fails(Kind::memory, "malloc") ? nullptr : Kept(plan.allocated, RealMalloc(size));
+WRAPPED(void *, malloc, size_t size) {
+    return Fails(Kind::memory, "malloc") ? nullptr : Counted(Real_malloc(size));
 }
-WRAPPED(void *, Calloc, "calloc", size_t count, size_t size) {
-    return Fails(Kind::memory, "calloc") ? nullptr : Kept(plan.allocated, RealCalloc(count, size));
+WRAPPED(void *, calloc, size_t count, size_t size) {
+    return Fails(Kind::memory, "calloc") ? nullptr : Counted(Real_calloc(count, size));
 }
-WRAPPED(void, Free, "free", void *block) {
+WRAPPED(void, free, void *block) {
     if (depth > 0 && block != nullptr) --plan.allocated;
-    RealFree(block);
+    Real_free(block);
 }
-WRAPPED(void *, New, "_Znwm", size_t size) {
-    if (Fails(Kind::memory, "operator new")) throw std::bad_alloc();
-    return RealNew(size);
+// Not inlined: the compiler would take free for the wrong partner of operator new.
+[[gnu::noinline]] void *operator new(size_t size) {
+    if (void *block = std::malloc(size)) return block;
+    throw std::bad_alloc();
 }
-WRAPPED(void *, NewNothrow, "_ZnwmRKSt9nothrow_t", size_t size, const std::nothrow_t &tag) {
-    return Fails(Kind::memory, "operator new") ? nullptr : RealNewNothrow(size, tag);
+[[gnu::noinline]] void *operator new(size_t size, const std::nothrow_t &) noexcept {
+    return std::malloc(size);
 }
-// ---- The platform seam ----
-
-WRAPPED(platform::Handle, OpenMapping, SEAM("11OpenMappingEPKc"), const char *name) {
-    return Fails(Kind::platform, "OpenMapping") ? nullptr : Kept(plan.held, RealOpenMapping(name));
+[[gnu::noinline]] void operator delete(void *block) noexcept {
+    std::free(block);
 }
-WRAPPED(platform::Handle, CreateMapping, SEAM("13CreateMappingEPKcm"), const char *name,
-        size_t size) {
-    return Fails(Kind::platform, "CreateMapping") ? nullptr
-                                                  : Kept(plan.held, RealCreateMapping(name, size));
+[[gnu::noinline]] void operator delete(void *block, size_t) noexcept {
+    std::free(block);
 }
-WRAPPED(void *, MapView, SEAM("7MapViewEPvPm"), platform::Handle mapping, size_t *size) {
-    return Fails(Kind::platform, "MapView") ? nullptr : Kept(plan.held, RealMapView(mapping, size));
-}
-WRAPPED(platform::Handle, CreateEvent, SEAM("16CreateNamedEventEPKc"), const char *name) {
-    return Fails(Kind::platform, "CreateNamedEvent") ? nullptr
-                                                     : Kept(plan.held, RealCreateEvent(name));
-}
-WRAPPED(platform::Handle, CreateMutex, SEAM("16CreateNamedMutexEPKc"), const char *name) {
-    return Fails(Kind::platform, "CreateNamedMutex") ? nullptr
-                                                     : Kept(plan.held, RealCreateMutex(name));
-}
-WRAPPED(bool, UnmapView, SEAM("9UnmapViewEPv"), void *view) {
-    if (depth > 0) --plan.held;
-    return RealUnmapView(view) && !Fails(Kind::platform, "UnmapView");
-}
-WRAPPED(bool, CloseHandle, SEAM("11CloseHandleEPv"), platform::Handle handle) {
-    if (depth > 0) --plan.held;
-    return RealCloseHandle(handle) && !Fails(Kind::platform, "CloseHandle");
-}
-WRAPPED(bool, SetEvent, SEAM("8SetEventEPv"), platform::Handle event) {
-    return !Fails(Kind::platform, "SetEvent") && RealSetEvent(event);
-}
-WRAPPED(bool, ResetEvent, SEAM("10ResetEventEPv"), platform::Handle event) {
-    return !Fails(Kind::platform, "ResetEvent") && RealResetEvent(event);
-}
-WRAPPED(bool, ReleaseMutex, SEAM("12ReleaseMutexEPv"), platform::Handle mutex) {
-    return RealReleaseMutex(mutex) && !Fails(Kind::platform, "ReleaseMutex");
-}
-WRAPPED(uint32_t, Wait, SEAM("4WaitEPvj"), platform::Handle handle, uint32_t timeoutMs) {
-    return Fails(Kind::platform, "Wait") ? platform::kWaitFailed : RealWait(handle, timeoutMs);
-}
-WRAPPED(uint32_t, ExecutablePath, SEAM("14ExecutablePathEPcj"), char *buffer, uint32_t capacity) {
-    return Fails(Kind::platform, "ExecutablePath") ? 0 : RealExecutablePath(buffer, capacity);
-}
-WRAPPED(int, CopyBounded, SEAM("11CopyBoundedEPvmPKvm"), void *destination, size_t size,
-        const void *source, size_t count) {
-    if (!Fails(Kind::platform, "CopyBounded"))
-        return RealCopyBounded(destination, size, source, count);
-    std::fill_n(static_cast<uint8_t *>(destination), size, uint8_t{0});
-    return -1;
-}
-WRAPPED(int, FillBounded, SEAM("11FillBoundedEPvmim"), void *destination, size_t size, int value,
-        size_t count) {
-    return Fails(Kind::platform, "FillBounded") ? -1
-                                                : RealFillBounded(destination, size, value, count);
-}
-WRAPPED(void, Sleep, SEAM("5SleepEj"), uint32_t ms) {
-    if (depth == 0) RealSleep(ms);  // nobody here needs the time
-}
-WRAPPED(bool, Start, SEAM("20StartDetachedProcessEPKc"), const char *) {
-    if (Fails(Kind::platform, "StartDetachedProcess")) return false;
-    const Outside outside;
-    worker = std::make_unique<platform::Child>(Serve);
-    return worker->isReady;
-}
-WRAPPED(platform::FindStatus, FindProcess, SEAM("11FindProcessEPKcPj"), const char *,
-        uint32_t *id) {
-    if (Fails(Kind::platform, "FindProcess")) return platform::FindStatus::failed;
-    if (worker == nullptr) return platform::FindStatus::absent;
-    *id = static_cast<uint32_t>(worker->id);
-    return platform::FindStatus::found;
+[[gnu::noinline]] void operator delete(void *block, const std::nothrow_t &) noexcept {
+    std::free(block);
 }
 
 // ---- The operating system ----
 
-WRAPPED(int, OpenAt, "openat", int folder, const char *path, int flags, mode_t mode) {
-    return FailsWith(EMFILE, "openat") ? -1 : RealOpenAt(folder, path, flags, mode);
+SYSTEM(int, openat, -1, EMFILE, (int folder, const char *path, int flags, mode_t mode),
+       (folder, path, flags, mode))
+SYSTEM(int, open, -1, EMFILE, (const char *path, int flags, mode_t mode), (path, flags, mode))
+SYSTEM(int, mkdirat, -1, ENOSPC, (int folder, const char *path, mode_t mode), (folder, path, mode))
+SYSTEM(int, fstat, -1, EIO, (int file, struct stat *status), (file, status))
+SYSTEM(int, fstatat, -1, EIO, (int folder, const char *path, struct stat *status, int flags),
+       (folder, path, status, flags))
+SYSTEM(int, fstatfs, -1, EIO, (int file, struct statfs *status), (file, status))
+SYSTEM(ssize_t, pread, -1, EIO, (int file, void *to, size_t size, off_t at), (file, to, size, at))
+SYSTEM(ssize_t, pwrite, -1, ENOSPC, (int file, const void *from, size_t size, off_t at),
+       (file, from, size, at))
+SYSTEM(int, shmget, -1, ENOSPC, (key_t key, size_t size, int flags), (key, size, flags))
+SYSTEM(void *, shmat, MAP_FAILED, ENOMEM, (int segment, const void *at, int flags),
+       (segment, at, flags))
+SYSTEM(void *, mmap, MAP_FAILED, ENOMEM,
+       (void *at, size_t size, int access, int flags, int file, off_t offset),
+       (at, size, access, flags, file, offset))
+SYSTEM(DIR *, fdopendir, nullptr, ENOMEM, (int folder), (folder))
+SYSTEM(int, unlinkat, -1, EIO, (int folder, const char *path, int flags), (folder, path, flags))
+// To unlock cannot fail, nor to mark what is one's own for removal.
+WRAPPED(int, flock, int file, int operation) {
+    return operation != LOCK_UN && FailsWith(ENOLCK, "flock") ? -1 : Real_flock(file, operation);
 }
-WRAPPED(int, Open, "open", const char *path, int flags, mode_t mode) {
-    return FailsWith(EMFILE, "open") ? -1 : RealOpen(path, flags, mode);
+WRAPPED(int, shmctl, int segment, int command, shmid_ds *status) {
+    const bool fails = command != IPC_RMID && FailsWith(EIDRM, "shmctl");
+    return fails ? -1 : Real_shmctl(segment, command, status);
 }
-WRAPPED(int, MakeFolder, "mkdirat", int folder, const char *path, mode_t mode) {
-    return FailsWith(ENOSPC, "mkdirat") ? -1 : RealMakeFolder(folder, path, mode);
+
+// NOLINTEND(readability-identifier-naming,bugprone-macro-parentheses)
+
+// ---- Instead of the platform's own ----
+
+namespace aiplc::platform {
+
+bool StartDetachedProcess(const char *) {
+    const Outside outside;
+    process = std::make_unique<worker::LoudWorker>();
+    return process->isReady;
 }
-WRAPPED(int, Status, "fstat", int file, struct stat *status) {
-    return FailsWith(EIO, "fstat") ? -1 : RealStatus(file, status);
+uint32_t ExecutablePath(char *buffer, uint32_t capacity) {
+    return static_cast<uint32_t>(std::snprintf(buffer, capacity, "/host"));
 }
-WRAPPED(int, StatusAt, "fstatat", int folder, const char *path, struct stat *status, int flags) {
-    return FailsWith(EIO, "fstatat") ? -1 : RealStatusAt(folder, path, status, flags);
+FindStatus FindProcess(const char *, uint32_t *id) {
+    if (process == nullptr) return FindStatus::absent;
+    *id = static_cast<uint32_t>(process->id);
+    return FindStatus::found;
 }
-WRAPPED(int, FileSystem, "fstatfs", int file, struct statfs *status) {
-    return FailsWith(EIO, "fstatfs") ? -1 : RealFileSystem(file, status);
-}
-WRAPPED(int, Lock, "flock", int file, int operation) {
-    // To unlock cannot fail.
-    return operation != LOCK_UN && FailsWith(ENOLCK, "flock") ? -1 : RealLock(file, operation);
-}
-WRAPPED(ssize_t, Read, "pread", int file, void *to, size_t size, off_t offset) {
-    return FailsWith(EIO, "pread") ? -1 : RealRead(file, to, size, offset);
-}
-WRAPPED(ssize_t, Write, "pwrite", int file, const void *from, size_t size, off_t offset) {
-    return FailsWith(ENOSPC, "pwrite") ? -1 : RealWrite(file, from, size, offset);
-}
-WRAPPED(int, MakeSegment, "shmget", key_t key, size_t size, int flags) {
-    return FailsWith(ENOSPC, "shmget") ? -1 : RealMakeSegment(key, size, flags);
-}
-WRAPPED(void *, Attach, "shmat", int segment, const void *at, int flags) {
-    return FailsWith(ENOMEM, "shmat") ? MAP_FAILED : RealAttach(segment, at, flags);
-}
-WRAPPED(int, Control, "shmctl", int segment, int command, shmid_ds *status) {
-    // To mark what is one's own for removal cannot fail.
-    return command != IPC_RMID && FailsWith(EIDRM, "shmctl")
-               ? -1
-               : RealControl(segment, command, status);
-}
-WRAPPED(void *, Map, "mmap", void *at, size_t size, int access, int flags, int file, off_t offset) {
-    return FailsWith(ENOMEM, "mmap") ? MAP_FAILED : RealMap(at, size, access, flags, file, offset);
-}
-WRAPPED(DIR *, OpenFolder, "fdopendir", int folder) {
-    return FailsWith(ENOMEM, "fdopendir") ? nullptr : RealOpenFolder(folder);
-}
-WRAPPED(int, Unlink, "unlinkat", int folder, const char *path, int flags) {
-    return FailsWith(EIO, "unlinkat") ? -1 : RealUnlink(folder, path, flags);
-}
+
+}  // namespace aiplc::platform

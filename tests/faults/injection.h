@@ -13,9 +13,8 @@
 namespace aiplc::faults {
 
 enum class Kind {
-    memory,    // malloc, calloc, operator new
-    platform,  // functions of the platform seam
-    system,    // the operating system, beneath the platform
+    memory,  // malloc, calloc, operator new
+    system,  // calls of the operating system
 };
 
 struct Plan {
@@ -24,8 +23,7 @@ struct Plan {
 
     int64_t count = 0;      // how many there were so far
     std::string failed{};   // name of the one that failed
-    int64_t allocated = 0;  // blocks of malloc and calloc that the library has not freed
-    int64_t held = 0;       // handles and views that it has not given back
+    int64_t allocated = 0;  // blocks that the library has not freed
 };
 inline Plan plan;
 

@@ -4,10 +4,12 @@
 #define AIPLC_TESTS_HOST_CALL_H
 
 #include <gtest/gtest.h>
+#include <opus.h>
 
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <memory>
 #include <numbers>
 #include <optional>
 #include <string>
@@ -48,6 +50,25 @@ inline Packets Encode(const SenderOptions &options, const Pcm &pcm) {
 
 inline Packets Speech(const SenderOptions &options, double seconds) {
     return Encode(options, SpeechLike(options.sampleRate, seconds));
+}
+
+// What a decoder makes of the packets, one after the other. One without a payload is a lost frame.
+inline Pcm DecodeAll(const Packets &packets, uint32_t sampleRate,
+                     std::optional<int> complexity = {}) {
+    const std::unique_ptr<OpusDecoder, void (*)(OpusDecoder *)> decoder(
+        opus_decoder_create(static_cast<opus_int32>(sampleRate), 1, nullptr), opus_decoder_destroy);
+    if (complexity) (void)opus_decoder_ctl(decoder.get(), OPUS_SET_COMPLEXITY(*complexity));
+    Pcm pcm;
+    for (const RtpPacket &packet : packets) {
+        const bool isLost = packet.payload.empty();
+        const auto room = isLost ? static_cast<int>(sampleRate / 50) : 5760;
+        int16_t decoded[5760];
+        const int samples =
+            opus_decode(decoder.get(), isLost ? nullptr : packet.payload.data(),
+                        static_cast<opus_int32>(packet.payload.size()), decoded, room, 0);
+        pcm.insert(pcm.end(), decoded, decoded + samples);
+    }
+    return pcm;
 }
 
 inline ReceiverOptions NoWorker(uint32_t sampleRate) {

@@ -5,8 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <aiplc/adapter.h>
-
 #include <algorithm>
 #include <bit>
 #include <cmath>
@@ -15,6 +13,7 @@
 #include <vector>
 
 #include "host/pipeline_channel.h"
+#include "support/ready_adapter.h"
 
 namespace aiplc::host {
 namespace {
@@ -58,7 +57,7 @@ struct Signal {
 
 // Plays the signal, of which frames kFirstLost.. are lost where losses has a bit set. It is the
 // worker too, and fails at every failEvery-th request.
-struct Call : AiplcAdapterInterface {
+struct Call : ReadyAdapter {
     Call(const Signal &heard, unsigned losses, int failures = 1000)
         : signal(heard), failEvery(failures), channel({.sampleRate = heard.rate, .adapter = this}) {
         for (; tick < kFrames; ++tick) {
@@ -84,9 +83,6 @@ struct Call : AiplcAdapterInterface {
             comparable.insert(comparable.end(), signal.frameSamples, isComparable);
         }
     }
-    int Create() override { return 0; }
-    int Init() override { return 0; }
-    int Delete() override { return 0; }
     // The window lies in the call where most of its samples that are not missing are true; what a
     // mute or the settling of the bank has left in it is not.
     int Process(InoutDetail &record, int /*timeoutMs*/) override {

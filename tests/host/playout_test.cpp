@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include <opus.h>
-
 #include <algorithm>
-#include <memory>
 #include <tuple>
 
 #include "host/opus_packet.h"
@@ -11,20 +8,6 @@
 
 namespace aiplc::host {
 namespace {
-
-// What a decoder makes of the packets, one after the other.
-Pcm DecodeAll(const Packets &packets, int32_t sampleRate) {
-    const std::unique_ptr<OpusDecoder, void (*)(OpusDecoder *)> decoder(
-        opus_decoder_create(sampleRate, 1, nullptr), opus_decoder_destroy);
-    Pcm pcm;
-    for (const auto &[number, timestamp, payload] : packets) {
-        int16_t decoded[5760];
-        const int samples = opus_decode(decoder.get(), payload.data(),
-                                        static_cast<opus_int32>(payload.size()), decoded, 5760, 0);
-        pcm.insert(pcm.end(), decoded, decoded + samples);
-    }
-    return pcm;
-}
 
 TEST(LossFree, PlaysWhatTheDecoderGivesExactlyOrThroughTheBankAt48K) {
     for (const auto &[rate, packetMs] :
@@ -37,7 +20,7 @@ TEST(LossFree, PlaysWhatTheDecoderGivesExactlyOrThroughTheBankAt48K) {
         const Packets packets = Speech(sender, 1.195);
         const PlayedCall call(packets, NoWorker(sampleRate), Losing({}), 60);
         EXPECT_EQ(call.sources, std::string(60, 'd')) << packetMs;
-        Pcm decoded = DecodeAll(packets, rate);
+        Pcm decoded = DecodeAll(packets, sampleRate);
         ASSERT_EQ(call.pcm.size(), decoded.size());
         if (rate == 48000) decoded.insert(decoded.begin(), 44, 0);
         double error = 0;

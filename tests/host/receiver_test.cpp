@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <random>
 #include <stdexcept>
 
 #include "host/packet_buffer.h"
@@ -13,34 +12,6 @@ namespace {
 
 std::optional<int64_t> ByIndex(size_t index, int64_t /*due*/) {
     return index;
-}
-
-RtpPacket Spoilt(RtpPacket packet, std::mt19937 &random) {
-    const auto any = static_cast<uint32_t>(random());
-    const auto fault = random() % 8;  // 6 and 7: none
-    if (fault == 0) packet.payload.resize(any % 3);
-    if (fault == 1) packet.payload.assign(4000, static_cast<uint8_t>(any));
-    if (fault == 2) packet.payload[0] = static_cast<uint8_t>(any);
-    if (fault == 3) packet.timestamp += any % 20000;
-    if (fault == 4) packet.timestamp += 0x80000000U - 10 + any % 20;
-    if (fault == 5) packet.sequenceNumber = static_cast<uint16_t>(any);
-    return packet;
-}
-
-TEST(Hostile, AnyPacketsGiveOneFrameEachTick) {
-    const Packets call =
-        Speech({.sampleRate = 16000, .packetMs = 60, .fec = true, .expectedLossPercent = 20}, 6);
-    for (const uint32_t rate : {16000U, 48000U}) {
-        Receiver receiver(NoWorker(rate));
-        std::mt19937 random(7);
-        for (uint32_t tick = 0; tick < 600; ++tick) {
-            for (auto i = random() % 4; i > 0; --i)
-                receiver.Push(Spoilt(call[(tick / 3 + random() % 4) % call.size()], random));
-            ASSERT_EQ(receiver.Pull().samples.size(), rate / 50);
-        }
-        EXPECT_GT(receiver.GetStatistics().packetsUndecodable, 0U);
-        EXPECT_GT(receiver.GetStatistics().Frames(FrameSource::decoded), 100U);
-    }
 }
 
 TEST(Hostile, AFloodIsBounded) {

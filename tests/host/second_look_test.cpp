@@ -2,12 +2,11 @@
 //
 // The host's own request for a single lost frame: when it is made, and what the call sounds like.
 
-#include <aiplc/adapter.h>
-
 #include <algorithm>
 #include <cstring>
 #include <span>
 
+#include "support/ready_adapter.h"
 #include "tests/host/call.h"
 
 namespace aiplc::host {
@@ -17,13 +16,10 @@ constexpr int16_t kMarker = 1234;
 
 // Stands for the worker: its prediction is a constant from the last missing frame on. Fails at the
 // requests that fail says, which are numbered from 0.
-class MarkingWorker : public AiplcAdapterInterface {
+class MarkingWorker : public ReadyAdapter {
   public:
     explicit MarkingWorker(std::function<bool(int)> fail = [](int) { return false; })
         : m_fail(std::move(fail)) {}
-    int Create() override { return 0; }
-    int Init() override { return 0; }
-    int Delete() override { return 0; }
     int Process(InoutDetail &record, int /*timeoutMs*/) override {
         if (m_fail(requests++)) return -1;
         std::array<int16_t, AIPLC_WINDOW_SAMPLES> window;
@@ -167,22 +163,6 @@ TEST(SecondLook, KnowsPacketsOfAnyLengthAndPauses) {
     const PlayedCall paused(pausing, With(worker));
     EXPECT_GT(paused.statistics.Frames(FrameSource::dtx), 20U);
     EXPECT_EQ(worker.requests, 3);
-}
-
-TEST(SecondLook, IsAnsweredByTheWorkerProcess) {
-    const Packets packets = Speech({.sampleRate = 16000}, 8);
-    std::vector<size_t> lost;
-    for (size_t i = 20; i < 390; i += 10)
-        lost.push_back(i);
-    const PlayedCall call(packets, {.sampleRate = 16000}, Losing(lost));
-    for (const size_t frame : lost) {
-        const OutputFrame &played = call.frames[frame];
-        const bool isFilled = played.requested && !played.requestFailed;
-        EXPECT_EQ(played.source, isFilled ? FrameSource::secondLook : FrameSource::codec) << frame;
-        EXPECT_TRUE(played.requested || played.heldOff) << frame;
-    }
-    // A busy machine may be late for some, not for all.
-    EXPECT_GT(call.statistics.Frames(FrameSource::secondLook), 0U);
 }
 
 }  // namespace

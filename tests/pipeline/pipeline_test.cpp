@@ -3,36 +3,26 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstring>
 #include <string>
 #include <tuple>
 #include <utility>
 
-#include "pipeline/scripted_host.h"
+#include "support/logged_test.h"
+#include "support/scripted_host.h"
 
 namespace {
-
-std::vector<std::string> logged;
-
-void Collect(const char *unit, int32_t line, const char *format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    logged.push_back(unit + std::to_string(line) + format + va_arg(arguments, const char *));
-    va_end(arguments);
-}
 
 Samples Level(int level, size_t count = 320) {
     return Samples(count, static_cast<int16_t>(level));
 }
 
-class Pipeline : public testing::Test {
+class Pipeline : public LoggedTest {
   protected:
-    Pipeline() {
-        logged.clear();
-        AiplcRegLog(Collect);
+    Pipeline() { TakeLog(); }  // of the set-up
+    static void KeepLineAndFormat(const char *, int32_t line, const char *format, ...) {
+        log = std::to_string(line) + format;
     }
-    ~Pipeline() override { AiplcRegLog(nullptr); }
     // One call with packets of these numbers, their levels too, and its output.
     Samples Receive(const std::vector<int> &numbers) {
         std::vector<std::pair<int, Samples>> frames;
@@ -60,17 +50,18 @@ class Pipeline : public testing::Test {
 
 }  // namespace
 
-TEST(Log, ForwardsFinishedTextsOfAtMost1023Characters) {
-    logged.clear();
-    AiplcRegLog(Collect);
+TEST_F(Pipeline, LogsFinishedTextsOfAtMost1023Characters) {
     AudAiplcLog("unit", 12, "%d%% of %s", 5, "%s");
     AudAiplcLog("unit", 13, nullptr);
     AudAiplcLog("unit", 14, "%s", std::string(1023, 'x').c_str());
     AudAiplcLog("unit", 15, "%s", std::string(1024, 'x').c_str());
+    EXPECT_EQ(TakeLog(), "unit: 5% of %s\nunit: " + std::string(1023, 'x') + '\n');
+    AiplcRegLog(KeepLineAndFormat);
+    AudAiplcLog("unit", 16, "line and format");
+    EXPECT_EQ(TakeLog(), "16[AUDIO_AIPLC] %s");
     AiplcRegLog(nullptr);
-    AudAiplcLog("unit", 16, "nobody listens");
-    EXPECT_EQ(logged, (std::vector{std::string("unit12[AUDIO_AIPLC] %s5% of %s"),
-                                   "unit14[AUDIO_AIPLC] %s" + std::string(1023, 'x')}));
+    AudAiplcLog("unit", 17, "nobody listens");
+    EXPECT_EQ(TakeLog(), "");
 }
 
 TEST(Channel, IsClearedInTheHostsBlock) {
@@ -278,14 +269,14 @@ TEST_F(Pipeline, MalformedRecordsEndTheReadingInsideTheArea) {
         std::vector<uint16_t> words(size, 9);
         words[0] = length;
         received = 0;
-        logged.clear();
+        log.clear();
         const uint32_t requests = m_context.opusPlcRequests;
         EXPECT_EQ(m_host.Apply(words, packets), 0) << length;
         EXPECT_EQ(received == 9, played > 0) << length << " " << size;
         EXPECT_EQ(m_context.opusPlcRequests - requests, played > 0 ? 0U : 1U) << length;
         EXPECT_EQ(m_history->head->pktType, played > 0 ? OPUS_DECODED : PKT_LOST) << length;
         EXPECT_TRUE(played == 0 || m_channel.receivedCount == played) << length;
-        EXPECT_FALSE(logged.empty()) << length;
+        EXPECT_FALSE(log.empty()) << length;
     }
     // Records of half a frame share a slot; the next slot begins at the next node all the same.
     std::vector<uint16_t> halves(3 * 164 + 324);
@@ -301,10 +292,10 @@ TEST_F(Pipeline, MalformedRecordsEndTheReadingInsideTheArea) {
     m_stream.inAvailable = 320;
     EXPECT_EQ(AiPlcApply(&m_context, 7, 0), 0);
     // A record may be longer than its frame.
-    logged.clear();
+    log.clear();
     m_host.bandwidth = 0x12345;
     EXPECT_EQ(m_host.Receive({{4, Level(4, 328)}, {5, Level(5)}}), 0);
-    EXPECT_TRUE(logged.empty());
+    EXPECT_TRUE(log.empty());
     EXPECT_EQ(m_history->head->samples[0], 5);
     EXPECT_EQ(m_history->head->bandwidth, 0x12345U);
 }
@@ -327,7 +318,7 @@ TEST_F(Pipeline, BadHostRecordsAreRefused) {
         m_context = good;
         m_channel.frameSamples = 320;
     }
-    EXPECT_EQ(logged.size(), 8U);  // two of them cut counts
+    EXPECT_EQ(std::ranges::count(log, '\n'), 8) << "two of them cut counts";
 }
 
 TEST_F(Pipeline, OutputAreaIsCompactedOnlyWhenSixFramesDoNotFit) {
@@ -348,7 +339,7 @@ TEST_F(Pipeline, OutputAreaIsCompactedOnlyWhenSixFramesDoNotFit) {
     m_stream.outWrite = m_stream.outBase + 640;
     EXPECT_EQ(m_host.Receive({{6, Level(6)}}), 0);
     EXPECT_EQ(m_stream.outWrite, m_stream.outBase + 640);
-    EXPECT_EQ(logged.size(), 2U);
+    EXPECT_EQ(std::ranges::count(log, '\n'), 2);
 }
 
 TEST_F(Pipeline, HostThatKeeps20MsInFrontOfItsReadingHearsEveryFrame) {

@@ -12,7 +12,8 @@
 #include <cstring>
 #include <tuple>
 
-#include "pipeline/scripted_host.h"
+#include "support/ready_adapter.h"
+#include "support/scripted_host.h"
 
 namespace {
 
@@ -58,7 +59,7 @@ INSTANTIATE_TEST_SUITE_P(Rates, WholeChain, testing::Combine(testing::Bool(), te
 
 // Runs a call whose frames 5.. are lost where pattern has a bit set; late: they come with the next
 // frame that does. It is the worker too, and fails at every failEvery-th request.
-struct Call : AiplcAdapterInterface {
+struct Call : ReadyAdapter {
     Call(const WholeChain &chain, unsigned pattern, bool late = false, int failures = 1000)
         : signal(chain), failEvery(failures), host(chain.is48K) {
         host.channel.adapter = this;
@@ -92,9 +93,6 @@ struct Call : AiplcAdapterInterface {
             muted += silent ? 1 : 0;
         }
     }
-    int Create() override { return 0; }
-    int Init() override { return 0; }
-    int Delete() override { return 0; }
     int Process(InoutDetail &record, int timeoutMs) override {
         EXPECT_EQ(timeoutMs, 16);
         EXPECT_EQ(record.inferArg, 1);

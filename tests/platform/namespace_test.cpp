@@ -10,8 +10,8 @@
 #include <filesystem>
 #include <thread>
 
-#include "child_process.h"
 #include "platform/platform.h"
+#include "support/child_process.h"
 
 namespace aiplc::platform {
 namespace {

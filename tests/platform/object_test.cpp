@@ -12,9 +12,9 @@
 #include <span>
 #include <thread>
 
-#include "child_process.h"
 #include "platform/platform.h"
 #include "platform/posix/named_object.h"
+#include "support/child_process.h"
 
 namespace aiplc::platform {
 namespace {

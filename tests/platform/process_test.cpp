@@ -15,8 +15,8 @@
 #include <thread>
 #include <vector>
 
-#include "child_process.h"
 #include "platform/platform.h"
+#include "support/child_process.h"
 
 namespace aiplc::platform {
 namespace {

@@ -21,36 +21,18 @@ using testing::HasSubstr;
 using testing::Not;
 using Id = CompareMethod::Id;
 
-// Packets as a decoder plays them, and one lost frame behind them.
-Samples Decode(const host::Packets &packets, int complexity) {
-    int error = OPUS_OK;
-    OpusDecoder *decoder = opus_decoder_create(16000, 1, &error);
-    (void)opus_decoder_ctl(decoder, OPUS_SET_COMPLEXITY(complexity));
-    Samples played;
-    Samples frame(320);
-    for (const host::RtpPacket &packet : packets) {
-        EXPECT_EQ(opus_decode(decoder, packet.payload.data(),
-                              static_cast<opus_int32>(packet.payload.size()), frame.data(), 320, 0),
-                  320);
-        played.insert(played.end(), frame.begin(), frame.end());
-    }
-    EXPECT_EQ(opus_decode(decoder, nullptr, 0, frame.data(), 320, 0), 320);
-    played.insert(played.end(), frame.begin(), frame.end());
-    opus_decoder_destroy(decoder);
-    return played;
-}
-
 Samples WithoutLostFrame(Samples played) {
     played.resize(played.size() - 320);
     return played;
 }
 
 TEST(DecoderFactsTest, FactsAreWhatTheDecoderDoesToAnotherVoice) {
-    const host::Packets packets = host::Speech({.sampleRate = 16000, .bitrate = 24000}, 1.0);
-    const Samples classic = Decode(packets, kClassicComplexity);
+    host::Packets packets = host::Speech({.sampleRate = 16000, .bitrate = 24000}, 1.0);
+    packets.push_back({});  // a lost frame
+    const Samples classic = host::DecodeAll(packets, 16000, kClassicComplexity);
     for (int complexity = 0; complexity <= kMaxComplexity; ++complexity) {
         const DecoderFacts &facts = DecoderFactsAt(complexity);
-        const Samples played = Decode(packets, complexity);
+        const Samples played = host::DecodeAll(packets, 16000, complexity);
         EXPECT_EQ(facts.enhancement, WithoutLostFrame(played) != WithoutLostFrame(classic))
             << complexity;
         EXPECT_EQ(facts.neuralConcealment || facts.enhancement, played != classic) << complexity;

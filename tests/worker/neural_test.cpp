@@ -9,7 +9,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "allocations.h"
+#include "../../bench/allocations.h"
 #include "tensor_file.h"
 
 namespace aiplc::worker {
@@ -149,10 +149,10 @@ TEST(Neural, AnswersArePyTorchsWithoutAllocations) {
                 std::span(signals).subspan((w * kSignals + kind) * kSeenSamples, kSeenSamples)))
                 << w << ' ' << kind;
         }
-        const size_t before = allocations;
+        const auto before = bench::Allocations();
         EXPECT_EQ(neural.Predict(windows[w], out), 0);
         EXPECT_EQ(neural.Predict(windows[w], again), 0);
-        EXPECT_EQ(allocations, before);
+        EXPECT_EQ(bench::Allocations(), before);
         EXPECT_EQ(out, again);
         const size_t hole = candidates.LastHole().begin;
         int worst = 0;
@@ -194,9 +194,9 @@ TEST(Neural, ContinuesASteadySoundWithoutTheNetwork) {
     const Window tone = window;
     std::fill_n(&window[1600], 320, int16_t{0});
     Window out;
-    const size_t before = allocations;
+    const auto before = bench::Allocations();
     EXPECT_EQ(neural.Predict(window, out), 0);
-    EXPECT_EQ(allocations, before);
+    EXPECT_EQ(bench::Allocations(), before);
     for (size_t i = 0; i < out.size(); ++i)
         ASSERT_NEAR(out[i], tone[i], 100) << i;
     EXPECT_EQ(neural.Counted().steady, 1U);

@@ -7,12 +7,12 @@
 #include <numeric>
 #include <vector>
 
-#include "allocations.h"
 #include "autoregressive.h"
+#include "../../bench/allocations.h"
 
 namespace {
 
-using aiplc::allocations;
+namespace bench = aiplc::bench;
 using aiplc::worker::Autoregressive;
 using Window = std::array<int16_t, 2560>;
 using Frames = std::vector<size_t>;
@@ -41,10 +41,10 @@ Window Filled(const Window &in) {
     static Autoregressive predictor;
     Window first{};
     Window second{};
-    const size_t before = allocations;
+    const auto before = bench::Allocations();
     predictor.Predict(in, first);
     predictor.Predict(in, second);
-    EXPECT_EQ(allocations, before);
+    EXPECT_EQ(bench::Allocations(), before);
     EXPECT_EQ(first, second);
     return second;
 }

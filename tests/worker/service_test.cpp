@@ -6,7 +6,7 @@
 
 #include <thread>
 
-#include "../platform/child_process.h"
+#include "support/child_process.h"
 
 using namespace aiplc::platform;
 using namespace aiplc::protocol;

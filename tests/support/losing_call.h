@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#ifndef AIPLC_SOAK_LOSING_CALL_H
-#define AIPLC_SOAK_LOSING_CALL_H
+#ifndef AIPLC_TESTS_LOSING_CALL_H
+#define AIPLC_TESTS_LOSING_CALL_H
 
 #include <random>
 #include <stdexcept>
 #include <string>
 
-#include "../tests/pipeline/scripted_host.h"
+#include "support/scripted_host.h"
 
 // A call at either rate that loses packets in bursts, with sequence numbers that begin short of
 // their wrap.

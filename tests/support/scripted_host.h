@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#ifndef AIPLC_SCRIPTED_HOST_H
-#define AIPLC_SCRIPTED_HOST_H
+#ifndef AIPLC_TESTS_SCRIPTED_HOST_H
+#define AIPLC_TESTS_SCRIPTED_HOST_H
 
 #include <aiplc/adapter.h>
 #include <aiplc/aiplc.h>

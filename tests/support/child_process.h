@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#ifndef AIPLC_TEST_CHILD_PROCESS_H
-#define AIPLC_TEST_CHILD_PROCESS_H
+#ifndef AIPLC_TESTS_CHILD_PROCESS_H
+#define AIPLC_TESTS_CHILD_PROCESS_H
 
 #include <sys/socket.h>
 #include <sys/wait.h>
