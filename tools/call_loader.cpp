@@ -129,6 +129,25 @@ LoadedCall Encode(InputFile &input, const ConcealOptions &options) {
     return loaded;
 }
 
+LoadedCall TakeCapture(CapturedCall captured, const std::string &file) {
+    LoadedCall loaded;
+    loaded.call = std::move(captured.call);
+    const RtpStream &chosen = captured.streams[captured.chosen];
+    if (captured.streams.size() > 1) {
+        loaded.notes.push_back(file + ": " + std::to_string(captured.streams.size()) +
+                               " RTP streams; * is played, " + chosen.Name() +
+                               StreamTable(captured.streams, captured.chosen));
+    }
+    if (captured.stopsEarly) {
+        loaded.warnings.push_back(file +
+                                  ": cut short within a packet; what is there of the call is "
+                                  "played");
+    }
+    loaded.source.streams = std::move(captured.streams);
+    loaded.source.stream = captured.chosen;
+    return loaded;
+}
+
 LoadedCall ReadPackets(InputFile &input, InputKind kind, const ConcealOptions &options) {
     LoadedCall loaded;
     if (kind == InputKind::oggOpus) {
@@ -136,9 +155,7 @@ LoadedCall ReadPackets(InputFile &input, InputKind kind, const ConcealOptions &o
     } else if (kind == InputKind::bitStream) {
         loaded.call = ReadBitStream(input);
     } else {
-        CapturedCall captured = ReadCapture(input, options.stream);
-        loaded.call = std::move(captured.call);
-        loaded.source.stream = captured.stream;
+        loaded = TakeCapture(ReadCapture(input, options.stream), input.Name());
     }
     const bool wide = WidestBandwidth(loaded.call) > OPUS_BANDWIDTH_WIDEBAND;
     loaded.sampleRate = options.sampleRate.value_or(wide ? 48000 : 16000);

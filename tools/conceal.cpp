@@ -153,6 +153,14 @@ void CheckWorker(const ConcealOptions &options, bool running) {
         stderr);
 }
 
+void PrintNotes(const ConcealOptions &options, const LoadedCall &loaded) {
+    for (const std::string &warning : loaded.warnings)
+        std::fprintf(stderr, "aiplc: conceal: warning: %s\n", warning.c_str());
+    if (options.quiet) return;
+    for (const std::string &note : loaded.notes)
+        std::fprintf(stderr, "aiplc: conceal: note: %s\n", note.c_str());
+}
+
 }  // namespace
 
 ConcealReport Conceal(const ConcealOptions &given) {
@@ -164,6 +172,7 @@ ConcealReport Conceal(const ConcealOptions &given) {
     ConcealOptions options = WithDefaults(given, kind);
     const std::unique_ptr<LossModel> model = MakeLossModel(options.loss);
     const LoadedCall loaded = LoadCall(input, kind, options);
+    PrintNotes(options, loaded);
     options.sampleRate = loaded.sampleRate;
     const OpusCall &call = loaded.call;
     ConcealReport report;

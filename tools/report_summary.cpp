@@ -31,8 +31,8 @@ void AddInput(std::string &text, const ConcealReport &report) {
             report.source.audioChannels == 1 ? "" : "s");
     }
     if (report.source.kind == InputKind::capture) {
-        Add(text, ", SSRC 0x%08x, payload type %d", report.source.stream.ssrc,
-            report.source.stream.payloadType);
+        const RtpStream &stream = report.source.streams[report.source.stream];
+        Add(text, ", SSRC 0x%08x, payload type %d", stream.ssrc, stream.payloadType);
     }
     text += '\n';
 }
@@ -44,13 +44,16 @@ void AddPackets(std::string &text, const ConcealReport &report) {
     if (report.source.kind == InputKind::capture) {
         Add(text,
             "packets   %llu captured, %llu of them lost by simulation; in all %lld missing, "
-            "%llu too late\n",
+            "%llu too late",
             packets, lost, static_cast<long long>(report.statistics.packetsLost),
             static_cast<unsigned long long>(report.statistics.packetsDiscarded));
-        return;
+    } else {
+        Add(text, "packets   %llu, of those lost %llu (%.2f %%)", packets, lost,
+            Percent(static_cast<double>(lost), static_cast<double>(packets)));
     }
-    Add(text, "packets   %llu, of those lost %llu (%.2f %%)\n", packets, lost,
-        Percent(static_cast<double>(lost), static_cast<double>(packets)));
+    const auto undecodable = static_cast<unsigned long long>(report.statistics.packetsUndecodable);
+    if (undecodable > 0) Add(text, ", %llu not decodable", undecodable);
+    text += '\n';
 }
 
 void AddSources(std::string &text, const host::Statistics &statistics) {
