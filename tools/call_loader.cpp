@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <vector>
 
 #include "bit_stream.h"
@@ -49,6 +50,22 @@ void CheckOptionsFit(const ConcealOptions &options, const InputFile &input, Inpu
         Refuse(options.stream.payloadType.has_value(), "--payload-type", wants, input, kind);
         Refuse(options.jitterBufferMs.has_value(), "--jitter-buffer", wants, input, kind);
     }
+}
+
+// Throws Failure for containers that are not read and often hold Opus.
+void CheckContainer(const InputFile &input) {
+    std::array<uint8_t, 8> block{};
+    const std::span<const uint8_t> head = input.Head(block);
+    const auto holds = [head](size_t at, const char *magic) {
+        return head.size() >= at + 4 && std::memcmp(&head[at], magic, 4) == 0;
+    };
+    const char *name = nullptr;
+    if (holds(0, "\x1A\x45\xDF\xA3")) name = "Matroska (WebM)";
+    if (holds(4, "ftyp")) name = "MP4";
+    if (name == nullptr) return;
+    throw Failure(input.Name(), std::string(name) +
+                                    " is not read; take its Opus out first: ffmpeg -i " +
+                                    input.Name() + " -vn -c:a copy call.opus");
 }
 
 int OpusBandwidth(const std::string &name) {
@@ -129,7 +146,8 @@ LoadedCall Encode(InputFile &input, const ConcealOptions &options) {
     return loaded;
 }
 
-LoadedCall TakeCapture(CapturedCall captured, const std::string &file) {
+LoadedCall TakeCapture(CapturedCall captured, const InputFile &input) {
+    const std::string &file = input.Name();
     LoadedCall loaded;
     loaded.call = std::move(captured.call);
     const RtpStream &chosen = captured.streams[captured.chosen];
@@ -138,10 +156,9 @@ LoadedCall TakeCapture(CapturedCall captured, const std::string &file) {
                                " RTP streams; * is played, " + chosen.Name() +
                                StreamTable(captured.streams, captured.chosen));
     }
-    if (captured.stopsEarly) {
+    if (captured.stopsEarly || input.StopsEarly()) {
         loaded.warnings.push_back(file +
-                                  ": cut short within a packet; what is there of the call is "
-                                  "played");
+                                  ": the file is cut short; what is there of the call is played");
     }
     loaded.source.streams = std::move(captured.streams);
     loaded.source.stream = captured.chosen;
@@ -155,7 +172,7 @@ LoadedCall ReadPackets(InputFile &input, InputKind kind, const ConcealOptions &o
     } else if (kind == InputKind::bitStream) {
         loaded.call = ReadBitStream(input);
     } else {
-        loaded = TakeCapture(ReadCapture(input, options.stream), input.Name());
+        loaded = TakeCapture(ReadCapture(input, options.stream), input);
     }
     const bool wide = WidestBandwidth(loaded.call) > OPUS_BANDWIDTH_WIDEBAND;
     loaded.sampleRate = options.sampleRate.value_or(wide ? 48000 : 16000);
@@ -183,10 +200,13 @@ const char *InputKindName(InputKind kind) {
 InputKind CheckedKind(const InputFile &input, const ConcealOptions &options) {
     const InputKind kind = input.Kind();
     if (kind == InputKind::unknown) {
+        CheckContainer(input);
         throw Failure(input.Name(),
                       "not recognised; give speech audio (WAV, FLAC, Ogg Vorbis, ...), Ogg Opus, "
-                      "an opus_demo bit stream, or a pcap or pcapng capture");
+                      "an opus_demo bit stream, or a pcap, pcapng or rtpdump capture");
     }
+    if (input.StopsEarly() && kind != InputKind::capture)
+        throw Failure(input.Name(), "the gzip file is cut short; give the whole file");
     CheckOptionsFit(options, input, kind);
     return kind;
 }

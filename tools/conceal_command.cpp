@@ -16,11 +16,12 @@ INPUT is recognised by its content; - reads standard input:
                 mixed to mono and encoded with Opus.
   Ogg Opus      its packets are the call.
   bit stream    as opus_demo -e writes it; a packet of length 0 is lost.
-  capture       pcap or pcapng with Opus in RTP, not encrypted. Capture times drive the
-                playing: a packet that comes later than --jitter-buffer allows is late.
+  capture       pcap, pcapng or rtpdump with Opus in RTP, not encrypted. Capture times
+                drive the playing: a packet that comes later than --jitter-buffer allows is late.
                 Of several streams the one with most Opus packets is played, unless --ssrc
                 or --payload-type choose another; they are listed. A file that is cut
                 short is played to its end.
+A file compressed with gzip is unpacked first.
 
 OUT.wav is mono, 16 bit, aligned with INPUT and as long. It appears when it is
 complete. The summary goes to standard error, so -o - and --json - can be piped.

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
+#include "packet_capture.h"
+
 #include <pcap/pcap.h>
 
 #include <algorithm>
@@ -8,7 +10,6 @@
 
 #include "failure.h"
 #include "interrupt.h"
-#include "rtp_recording.h"
 
 namespace aiplc::tools {
 namespace {
@@ -87,7 +88,7 @@ class PacketCapture : public RtpRecording {
 
 }  // namespace
 
-std::unique_ptr<RtpRecording> OpenRtpRecording(const InputFile &input) {
+std::unique_ptr<RtpRecording> OpenPacketCapture(const InputFile &input) {
     return std::make_unique<PacketCapture>(input);
 }
 

@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <pcap/dlt.h>
+#include <zlib.h>
 
 #include <algorithm>
 
@@ -61,6 +62,20 @@ Bytes Packet(size_t soundBytes, uint8_t config = 9) {
 // One packet of a bit stream, with a final range that nobody looks at.
 Bytes Record(const Bytes &packet) {
     return Join({Big(packet.size(), 4), Big(0xDEADBEEF, 4), packet});
+}
+
+Bytes Gzip(const Bytes &content) {
+    Bytes file(content.size() + 100);
+    z_stream stream{};
+    deflateInit2(&stream, 6, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY);
+    stream.next_in = const_cast<Bytef *>(content.data());
+    stream.avail_in = static_cast<uInt>(content.size());
+    stream.next_out = file.data();
+    stream.avail_out = static_cast<uInt>(file.size());
+    deflate(&stream, Z_FINISH);
+    file.resize(stream.total_out);
+    deflateEnd(&stream);
+    return file;
 }
 
 TEST_F(RecordedCallTest, BitStreamHasPacketsAndLosses) {
@@ -275,20 +290,52 @@ TEST_F(RecordedCallTest, CaptureThatCannotBePlayedIsAnError) {
     EXPECT_EQ(Load(jump).call.span, 960 + 960);
 }
 
+// A pcap file, an rtpdump file, and either compressed.
 TEST_F(RecordedCallTest, CaptureThatIsCutShortIsPlayedToItsEnd) {
-    const Bytes first = Join({CaptureHeader(), Frame(0, Rtp(1, 96, 0, 0, Packet(40)))});
-    const Bytes file = Join({first, Frame(20000, Rtp(1, 96, 1, 960, Packet(40)))});
-    for (size_t length = 1; length < file.size(); ++length) {
-        const Bytes cut(file.begin(), file.begin() + static_cast<long>(length));
-        if (length < first.size()) {
-            EXPECT_THROW(Load(cut), Failure) << length;
-        } else {
+    const Bytes packets[] = {Rtp(1, 96, 0, 0, Packet(40)), Rtp(1, 96, 1, 960, Packet(40))};
+    Bytes pcap = CaptureHeader();
+    Bytes dump = Join({Text("#!rtpplay1.0 10.0.0.1/5004\n"), Bytes(8, 0), Big(0x0A000001, 4),
+                       Big(5004, 2), Big(0, 2)});
+    dump = Join({dump, Big(16, 2), Big(0, 6), Bytes(8, 0x80)});  // RTCP
+    size_t firstEnds[2] = {};
+    for (uint32_t i = 0; i < 2; ++i) {
+        pcap = Join({pcap, Frame(20000U * i, packets[i])});
+        const size_t length = packets[i].size();
+        dump = Join({dump, Big(8 + length, 2), Big(length, 2), Big(20U * i, 4), packets[i]});
+        if (i == 0) firstEnds[0] = pcap.size(), firstEnds[1] = dump.size();
+    }
+    for (size_t kind = 0; kind < 2; ++kind) {
+        const Bytes &file = kind == 0 ? pcap : dump;
+        for (size_t length = 1; length < file.size(); ++length) {
+            const Bytes cut(file.begin(), file.begin() + static_cast<long>(length));
+            if (length < firstEnds[kind]) {
+                EXPECT_THROW(Load(cut), Failure) << length;
+                continue;
+            }
             const LoadedCall loaded = Load(cut);
             EXPECT_EQ(loaded.call.packets.size(), 1U) << length;
-            EXPECT_EQ(loaded.warnings.size(), length == first.size() ? 0U : 1U) << length;
+            EXPECT_EQ(loaded.warnings.size(), length == firstEnds[kind] ? 0U : 1U) << length;
         }
+        // In two members, as several calls of gzip leave them; the last 8 bytes are a checksum.
+        const Bytes half(file.begin(), file.begin() + 40);
+        const Bytes rest(file.begin() + 40, file.end());
+        Bytes zip = Join({Gzip(half), Gzip(rest)});
+        const LoadedCall whole = Load(zip);
+        ASSERT_EQ(whole.call.packets.size(), 2U);
+        EXPECT_EQ(whole.call.packets[1].arrivalUs, 20000);
+        EXPECT_TRUE(whole.warnings.empty());
+        EXPECT_EQ(EndpointText(whole.source.streams[0].from),
+                  kind == 0 ? "10.10.10.10:5004" : "10.0.0.1:5004");
+        zip.resize(zip.size() - 1);
+        EXPECT_EQ(Load(zip).warnings.size(), 1U);
+        zip[60] ^= 0xFF;
+        EXPECT_THROW(Load(zip), Failure);
     }
-    EXPECT_TRUE(Load(file).warnings.empty());
+    EXPECT_THAT(
+        [&] {
+            Load(Join({Big(0x1A45DFA3, 4), Bytes(100, 0)}));
+        },
+        ThrowsMessage<Failure>(HasSubstr("call: Matroska (WebM) is not read")));
 }
 
 // Section header, interface (raw IP) and enhanced packet blocks, times in microseconds.
