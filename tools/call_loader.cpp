@@ -25,6 +25,7 @@ constexpr int kMaxExpectedLoss = 100;
 // Silence behind the audio, samples: it pushes the audio's end through the receiver's filters,
 // which delay by 44 + 45 samples at most.
 constexpr size_t kFilterTail = 96;
+constexpr double kCancelledDb = 12.0;  // beyond what channels with nothing in common lose
 
 void Refuse(bool given, const char *option, const char *wants, const InputFile &input,
             InputKind kind) {
@@ -116,6 +117,19 @@ void TakePackets(OpusCall &call, std::vector<host::RtpPacket> packets) {
     }
 }
 
+void NoteMix(const SpeechAudio &audio, const std::string &file, LoadedCall &loaded) {
+    if (audio.Channels() == 1) return;
+    const std::string channels = std::to_string(audio.Channels()) + " channels";
+    if (audio.MixLossDb() < 10.0 * std::log10(audio.Channels()) + kCancelledDb) {
+        loaded.notes.push_back(file + ": " + channels + " are mixed to one");
+        return;
+    }
+    loaded.warnings.push_back(
+        file + ": mixed to one, its " + channels + " cancel each other by " +
+        std::to_string(std::lround(audio.MixLossDb())) +
+        " dB (opposite phases); give one of them: sox IN.wav OUT.wav remix 1");
+}
+
 LoadedCall Encode(InputFile &input, const ConcealOptions &options) {
     SpeechAudio audio(input);
     LoadedCall loaded;
@@ -133,6 +147,7 @@ LoadedCall Encode(InputFile &input, const ConcealOptions &options) {
         ThrowIfInterrupted();
         TakePackets(call, sender.Push({pcm.data(), got}));
     }
+    NoteMix(audio, input.Name(), loaded);
     const std::vector<int16_t> tail(static_cast<size_t>(sender.LookAhead()) + kFilterTail, 0);
     TakePackets(call, sender.Push(tail));
     TakePackets(call, sender.Flush());

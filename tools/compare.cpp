@@ -51,7 +51,7 @@ int64_t CheckInput(const std::string &path, const CompareOptions &options, bool 
     const bool mayHaveLosses = kind == InputKind::capture || kind == InputKind::bitStream;
     if (ownLosses && !mayHaveLosses) {
         throw UsageError(path + ": " + InputKindName(kind) +
-                         " has no losses of its own; give --loss PERCENT or --trace FILE");
+                         " has no losses of its own; give --loss PERCENT or --loss-trace FILE");
     }
     return static_cast<int64_t>(input.Size());
 }

@@ -5,8 +5,11 @@
 #include <aiplc/aiplc.h>
 
 #include <algorithm>
+#include <array>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 
 #include "call_player.h"
@@ -42,11 +45,25 @@ void CheckLossOptions(const LossOptions &loss) {
     }
 }
 
+// OUT.wav is WAV whatever its name; a name that promises something else is refused, and with it the
+// input's, which may be a capture.
+void CheckOutputName(const std::string &output) {
+    static constexpr std::array<const char *, 14> kOthers = {
+        ".flac", ".ogg", ".oga", ".opus", ".mp3",  ".m4a",    ".aac",
+        ".aiff", ".aif", ".raw", ".gz",   ".pcap", ".pcapng", ".webm"};
+    std::string extension = std::filesystem::path(output).extension().string();
+    for (char &letter : extension)
+        letter = static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
+    if (std::ranges::count(kOthers, extension) == 0) return;
+    throw UsageError("-o " + output + ": the output is WAV; give a name that ends in .wav");
+}
+
 // What can be told to be wrong before any file is opened.
 void CheckOptions(const ConcealOptions &options) {
     CheckDistinct(
         {{"-o", options.output}, {"--json", options.jsonPath}, {"--frames", options.framesPath}});
     CheckLossOptions(options.loss);
+    CheckOutputName(options.output);
     if (options.noAi && options.requireAi) {
         throw UsageError("--no-ai and --require-ai contradict each other; give one of them");
     }

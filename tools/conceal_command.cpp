@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include "encoding_options.h"
+#include "number_check.h"
 #include "receiving_options.h"
 
 namespace aiplc::tools {
@@ -44,16 +45,19 @@ Exit code: 0 done, 1 failed, 2 wrong usage, 130 interrupted.)";
 void AddLoss(CLI::App &app, LossOptions &loss) {
     app.option_defaults()->group("Loss");
     app.add_option("--loss", loss.lossPercent, "percent of packets to lose, 0 to below 100")
+        ->check(IsNumber("a percentage from 0 to below 100, such as 10 or 2.5"))
         ->type_name("PERCENT");
     app.add_option("--burst", loss.meanBurst,
                    "mean length of a loss in packets, 1 or more (independent losses)")
         ->check(CLI::Range(1.0, 1e6).description(""))
         ->type_name("MEAN");
     app.add_option("--seed", loss.seed, "of the losses; the same seed, the same losses (1)")
+        ->check(IsWholeNumber("0 or more"))
         ->type_name("N");
     app.add_option("--loss-trace", loss.tracePath,
                    "file of 0 (received) and 1 (lost), one per packet; repeats")
         ->type_name("FILE");
+    app.add_option("--trace", loss.tracePath, "as --loss-trace")->group("");
 }
 
 }  // namespace

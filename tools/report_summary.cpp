@@ -77,8 +77,9 @@ void AddWorker(std::string &text, const ConcealOptions &options, const ConcealRe
         text += "worker    not running: the codec concealed everything\n";
     } else {
         Add(text,
-            "worker    %llu requests, %llu of them second looks at single losses; %llu failed",
+            "worker    %llu request%s, %llu of them second looks at single losses; %llu failed",
             static_cast<unsigned long long>(statistics.Requests()),
+            statistics.Requests() == 1 ? "" : "s",
             static_cast<unsigned long long>(statistics.secondLooks),
             static_cast<unsigned long long>(statistics.requestsFailed));
         if (statistics.Requests() > 0) {
@@ -98,10 +99,11 @@ std::string ReportSummary(const ConcealOptions &options, const ConcealReport &re
     std::string text;
     AddInput(text, report);
     AddPackets(text, report);
-    Add(text, "concealed %.2f %% of the audio in %llu gaps\n",
+    Add(text, "concealed %.2f %% of the audio in %llu gap%s\n",
         Percent(static_cast<double>(statistics.concealedSamples),
                 static_cast<double>(statistics.totalSamplesReceived)),
-        static_cast<unsigned long long>(statistics.concealmentEvents));
+        static_cast<unsigned long long>(statistics.concealmentEvents),
+        statistics.concealmentEvents == 1 ? "" : "s");
     AddSources(text, statistics);
     Add(text, "decoder   %s\n",
         DecoderLine(ReceiverFor(options.receiving).decoderComplexity, report.decoder).c_str());
