@@ -124,10 +124,9 @@ void NoteMix(const SpeechAudio &audio, const std::string &file, LoadedCall &load
         loaded.notes.push_back(file + ": " + channels + " are mixed to one");
         return;
     }
-    loaded.warnings.push_back(
-        file + ": mixed to one, its " + channels + " cancel each other by " +
-        std::to_string(std::lround(audio.MixLossDb())) +
-        " dB (opposite phases); give one of them: sox IN.wav OUT.wav remix 1");
+    loaded.warnings.push_back(file + ": mixed to one, its " + channels +
+                              " cancel each other "
+                              "(opposite phases); give one of them: sox IN.wav OUT.wav remix 1");
 }
 
 LoadedCall Encode(InputFile &input, const ConcealOptions &options) {

@@ -16,10 +16,10 @@ constexpr size_t kMaxSlips = 3;
 size_t Slips(const std::string &from, const std::string &to) {
     std::vector<size_t> row(to.size() + 1);
     std::iota(row.begin(), row.end(), size_t{0});
-    for (size_t i = 0; i < from.size(); ++i) {
+    for (const char letter : from) {
         size_t diagonal = row[0]++;
         for (size_t j = 0; j < to.size(); ++j) {
-            const size_t replaced = diagonal + (from[i] == to[j] ? 0 : 1);
+            const size_t replaced = diagonal + (letter == to[j] ? 0 : 1);
             diagonal = row[j + 1];
             row[j + 1] = std::min({replaced, diagonal + 1, row[j] + 1});
         }

@@ -126,6 +126,7 @@ std::vector<RtpStream> SurveyStreams(RtpRecording &recording) {
     while (recording.Next(packet))
         counters[{packet.rtp.ssrc, packet.rtp.payloadType}].Add(packet);
     std::vector<RtpStream> streams;
+    streams.reserve(counters.size());
     for (const auto &[key, counter] : counters)
         streams.push_back(counter.Stream());
     std::ranges::stable_sort(streams, std::ranges::greater{}, &RtpStream::packets);
