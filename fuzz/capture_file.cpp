@@ -5,7 +5,7 @@
 
 #include <ogg/ogg.h>
 
-#include <algorithm>
+#include <array>
 #include <vector>
 
 #include "memory_file.h"
@@ -49,12 +49,14 @@ void Check(const OpusCall &call) {
     Require(WidestBandwidth(call) != 0);
 }
 
-void ReadAsItLooks(const std::string &path, std::span<const uint8_t> content) {
+void ReadAsItLooks(const std::string &path) {
     InputFile input = InputFile::Open(path);
-    const auto head = content.first(std::min<size_t>(content.size(), 1024));
+    std::array<uint8_t, 1024> block{};
+    const std::span<const uint8_t> head = input.Head(block);
     switch (head.front()) {
         case 'O':
             return Check(ReadOggOpus(input));
+        case '#':
         case 0x0A:
         case 0x4D:
         case 0xA1:
@@ -78,7 +80,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size) {
     if (!content.empty() && content[0] == 'O') SignPages(content);
     const aiplc::fuzz::MemoryFile file(content);
     try {
-        ReadAsItLooks(file.Path(), content);
+        ReadAsItLooks(file.Path());
     } catch (const Failure &failure) {
         Require(std::string(failure.what()).starts_with(file.Path() + ": "));
     }

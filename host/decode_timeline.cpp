@@ -17,6 +17,12 @@ constexpr uint32_t kClockRate = 48000;
 constexpr int64_t kLongestPacket = 5760;  // 120 ms
 constexpr size_t kMaxSegments = 64;       // a frame and a packet in steps of 2.5 ms
 
+// libopus stops sending behind ten SILK frames, of 20 or 10 ms, in which it finds no activity.
+// Their flags may say so earlier: a sender with DTX was seen to send 24 of them.
+constexpr int64_t kSilkFrame = 960;
+constexpr int64_t kQuietBeforePause = 9;  // one more may have been lost
+constexpr int64_t kQuietSentThrough = 50;
+
 size_t SnapshotSlot(int64_t frame) {
     return static_cast<size_t>(frame) % static_cast<size_t>(DecodeTimeline::kSnapshots);
 }
@@ -99,7 +105,9 @@ bool DecodeTimeline::FillGap(int64_t end) {
     BufferedPacket *next = m_buffer.After(m_state.cursor);
     int64_t gapEnd = next == nullptr ? end : std::min(end, next->usableFrom);
     const bool nothingLost = next != nullptr && IsNextSent(*next);
-    const bool pause = m_state.pausing || nothingLost;
+    const bool taken = m_state.cursor < m_pauseUntil;
+    if (taken) gapEnd = std::min(gapEnd, m_pauseUntil);
+    const bool pause = m_state.pausing || nothingLost || taken;
     // Without a SILK frame before it the decoder would conceal instead.
     if (m_useFec && next != nullptr && next->OffersFec() && !nothingLost && !m_state.celtOnly) {
         if (next->FecStart() <= m_state.cursor) {
@@ -112,6 +120,34 @@ bool DecodeTimeline::FillGap(int64_t end) {
     if (wholeFrame && !pause) return false;
     ConcealUntil(gapEnd, pause ? FrameSource::dtx : FrameSource::codec);
     return true;
+}
+
+int64_t DecodeTimeline::PauseEnd(int64_t end, const BufferedPacket *next) const {
+    const bool stops = m_state.pauseHabit == PauseHabit::stops;
+    if (m_state.pauseHabit == PauseHabit::sendsThrough) return 0;
+    // Audio without SILK data does not say whether it is speech.
+    const bool quietEnough =
+        m_state.celtOnly ? stops : m_state.quietFrames >= (stops ? 1 : kQuietBeforePause);
+    if (!quietEnough) return 0;
+    if (next == nullptr) return end;
+    const int64_t missing = next->sequence - m_state.sequence - 1;
+    return next->start - missing * std::max<int64_t>(next->info.duration, m_state.packetDuration);
+}
+
+// packet: about to be decoded.
+void DecodeTimeline::LearnPauseHabit(const BufferedPacket &packet) {
+    const bool isNext = IsNextSent(packet);
+    if (isNext && !m_state.pausing && packet.start >= m_state.packetEnd + kFrameUnits)
+        m_state.pauseHabit = PauseHabit::stops;
+    if (!packet.info.quiet || !isNext || packet.start != m_state.packetEnd) m_state.quietFrames = 0;
+    if (packet.info.quiet) {
+        const int64_t silkFrame = std::min<int64_t>(packet.info.frameDuration, kSilkFrame);
+        m_state.quietFrames += packet.info.duration / silkFrame;
+    }
+    if (m_state.quietFrames > kQuietSentThrough && m_state.pauseHabit == PauseHabit::unknown)
+        m_state.pauseHabit = PauseHabit::sendsThrough;
+    m_state.packetEnd = packet.End();
+    m_state.packetDuration = packet.info.duration;
 }
 
 int DecodeTimeline::DecodeInto(const BufferedPacket *packet, int64_t units, bool fec) {
@@ -129,6 +165,7 @@ void DecodeTimeline::DecodePacket(BufferedPacket &packet) {
         return;
     }
     packet.used = true;
+    LearnPauseHabit(packet);
     m_state.sequence = packet.sequence;
     m_state.pausing = packet.info.pause;
     m_state.celtOnly = packet.info.celtOnly;
@@ -156,6 +193,7 @@ void DecodeTimeline::DecodeFec(BufferedPacket &packet) {
     packet.fecUsed = true;
     m_state.sequence = packet.sequence - 1;
     m_state.pausing = false;
+    m_state.packetEnd = packet.start;
     m_state.bandwidth = packet.info.bandwidth;
     Append(m_state.cursor - packet.FecStart(), packet.start, FrameSource::fec);
     m_state.audioEnd = m_state.cursor;

@@ -70,6 +70,13 @@ class DecodeTimeline {
         return packet.sequence == m_state.sequence + 1 && packet.IsWhole();
     }
 
+    // Up to where the silence on the wire since AudioEnd is taken for a pause that the sender did
+    // not announce: end or, where next, the first packet behind it, is there, the beginning of what
+    // its number tells to be lost. 0 behind speech, and where the sender does not stop in pauses.
+    int64_t PauseEnd(int64_t end, const BufferedPacket *next) const;
+    // From now on that silence is a pause up to end.
+    void TakeForPause(int64_t end) { m_pauseUntil = end; }
+
     uint64_t Undecodable() const { return m_undecodable; }
 
   private:
@@ -79,6 +86,12 @@ class DecodeTimeline {
         FrameSource source;
         uint32_t bandwidth;
     };
+    // How the sender treats pauses in speech.
+    enum class PauseHabit {
+        unknown,
+        sendsThrough,  // has sent a pause longer than senders with DTX do
+        stops,         // has stopped without a word, as the sequence number behind it said
+    };
     struct State {
         int64_t frame = 0;
         int64_t cursor = 0;
@@ -86,6 +99,10 @@ class DecodeTimeline {
         int64_t sequence = -1;  // of the last decoded packet
         bool pausing = false;   // the last packet announced a pause
         bool celtOnly = false;  // the last packet had no SILK data
+        int64_t packetEnd = 0;  // of the last packet
+        int64_t packetDuration = 0;
+        int64_t quietFrames = 0;  // SILK frames without speech at its end, as far as they tell
+        PauseHabit pauseHabit = PauseHabit::unknown;
         uint32_t bandwidth = 0;
         std::vector<int16_t> pcm;       // from the start of frame to cursor
         std::vector<Segment> segments;  // of pcm
@@ -101,6 +118,7 @@ class DecodeTimeline {
     void DecodePacket(BufferedPacket &packet);
     void DecodeFec(BufferedPacket &packet);
     int DecodeInto(const BufferedPacket *packet, int64_t units, bool fec);
+    void LearnPauseHabit(const BufferedPacket &packet);
     void ConcealUntil(int64_t end, FrameSource source);
     void Append(int64_t skippedUnits, int64_t end, FrameSource source);
     DecodedFrame TakeFrame();
@@ -114,6 +132,7 @@ class DecodeTimeline {
     OpusDecoder *m_decoder;  // in m_decoderMemory
     State m_state;
     std::array<Snapshot, kSnapshots> m_snapshots;  // by frame modulo kSnapshots
+    int64_t m_pauseUntil = 0;                      // lost audio before this position is a pause
     std::vector<int16_t> m_scratch;                // one packet
     std::vector<int16_t> m_frame;                  // handed out by Next
     uint64_t m_undecodable = 0;

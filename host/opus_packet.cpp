@@ -25,10 +25,22 @@ int TocConfig(uint8_t toc) {
 // one voice activity flag per SILK frame, then one flag that tells whether redundancy follows.
 // Coded first and with even odds, they stand in the first byte as plain bits, most significant
 // first.
-bool HasRedundancyFlag(uint8_t flags, int silkFrames, bool stereo) {
-    const auto bit = [flags](int index) { return ((flags >> (7 - index)) & 1) != 0; };
-    return bit(silkFrames) || (stereo && bit(2 * silkFrames + 1));
-}
+class SilkFlags {
+  public:
+    SilkFlags(uint8_t flags, int silkFrames, bool stereo)
+        : m_flags(flags), m_silkFrames(silkFrames), m_stereo(stereo) {}
+
+    bool Redundancy() const { return Bit(m_silkFrames) || (m_stereo && Bit(2 * m_silkFrames + 1)); }
+    // Of the last SILK frame, in either channel.
+    bool Speech() const { return Bit(m_silkFrames - 1) || (m_stereo && Bit(2 * m_silkFrames)); }
+
+  private:
+    bool Bit(int index) const { return ((m_flags >> (7 - index)) & 1) != 0; }
+
+    uint8_t m_flags;
+    int m_silkFrames;
+    bool m_stereo;
+};
 
 }  // namespace
 
@@ -47,12 +59,15 @@ std::optional<OpusPacketInfo> ParseOpusPacket(std::span<const uint8_t> packet) {
     info.bandwidth = static_cast<uint32_t>(opus_packet_get_bandwidth(packet.data()));
     info.celtOnly = TocConfig(toc) >= kFirstCeltConfig;
     info.pause = packet.size() <= kPauseBytes;
-    if (!info.celtOnly && sizes[0] > 0) {
+    if (!info.celtOnly) {
         constexpr int32_t kSilkFrame =
             kClockRate / 50;  // 20 ms; an Opus frame of 10 ms has one too
         const int silkFrames =
             info.frameDuration <= kSilkFrame ? 1 : info.frameDuration / kSilkFrame;
-        info.redundancy = HasRedundancyFlag(*frames[0], silkFrames, (toc & kStereoBit) != 0);
+        const bool stereo = (toc & kStereoBit) != 0;
+        const auto last = static_cast<size_t>(count - 1);
+        if (sizes[0] > 0) info.redundancy = SilkFlags(*frames[0], silkFrames, stereo).Redundancy();
+        info.quiet = sizes[last] == 0 || !SilkFlags(*frames[last], silkFrames, stereo).Speech();
     }
     return info;
 }

@@ -21,6 +21,7 @@ struct OpusPacketInfo {
     bool celtOnly = false;
     bool redundancy = false;  // carries in-band FEC for the frame before its first one
     bool pause = false;       // at most 2 bytes: the sender stops sending (DTX)
+    bool quiet = false;       // its last SILK frame has no speech, as the encoder judged
 };
 
 // Nothing when the bytes are no well-formed Opus packet (RFC 6716 3.4).

@@ -217,7 +217,8 @@ void Receiver::Engine::CloseRedundancy() {
 }
 
 // Where decoding has to start again because a packet came that tells more about frames that have
-// not been played: late audio, redundancy, or that nothing was sent.
+// not been played: late audio, redundancy, or that nothing was sent; or because none came, which is
+// a pause.
 std::optional<int64_t> Receiver::Engine::EarliestRecovery() {
     const int64_t cursor = m_timeline.Cursor();
     std::optional<int64_t> earliest;
@@ -236,6 +237,14 @@ std::optional<int64_t> Receiver::Engine::EarliestRecovery() {
     if (next != nullptr && m_timeline.IsNextSent(*next) && m_timeline.AudioEnd() < cursor &&
         cursor > OpenFrom())
         add(std::max(m_timeline.AudioEnd(), OpenFrom()));
+    if (!m_options.expectPauses || m_timeline.NextFrame() < kLookAhead) return earliest;
+    // The frame that is played now cannot be changed later: its silence has to be explained now.
+    const int64_t silent = std::max(m_timeline.AudioEnd(), OpenFrom());
+    const int64_t pauseEnd = m_timeline.PauseEnd(OpenFrom() + kFrameUnits, next);
+    if (silent < std::min(pauseEnd, cursor)) {
+        m_timeline.TakeForPause(pauseEnd);
+        add(silent);
+    }
     return earliest;
 }
 

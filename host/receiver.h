@@ -20,7 +20,10 @@ struct ReceiverOptions {
     bool useSecondLook = true;    // ask it for single lost frames too, which the library would not
     bool useFec = true;           // recover from the redundancy of the packet after a loss
     bool useLatePackets = true;   // take packets that come up to 60 ms after their frame was due
-    bool codecConceals = true;    // false: silence in place of what the codec would conceal
+    // Silence on the wire behind audio without speech is a pause until a sequence number says that
+    // packets were lost. false: only behind a packet of at most 2 bytes, which announces it.
+    bool expectPauses = true;
+    bool codecConceals = true;  // false: silence in place of what the codec would conceal
     // 0..10, of the decoder of libopus 1.5 and later. From 5 on it conceals with a network; from 6
     // on it may also enhance what was received, which the worker's model has not been trained with.
     int decoderComplexity = 5;

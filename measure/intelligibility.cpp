@@ -151,8 +151,9 @@ std::vector<Intelligibility::Segment> Intelligibility::Segments(
             for (size_t band = 0; band < kBands; ++band)
                 sum += one[i][band] * other[i][band];
         }
-        segments.push_back(
-            {static_cast<double>(m_kept[first] * kHop) / kRate, sum / double{kSegment}});
+        const size_t end = m_kept[first + kSegment - 1] * kHop + kFrame;
+        segments.push_back({static_cast<double>(m_kept[first] * kHop) / kRate,
+                            static_cast<double>(end) / kRate, sum / double{kSegment}});
     }
     return segments;
 }

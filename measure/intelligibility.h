@@ -21,6 +21,7 @@ class Intelligibility {
   public:
     struct Segment {
         double seconds;      // where it begins in the call
+        double end;          // and where it ends: later than 384 ms where pauses were left out
         double correlation;  // -1..1, 1 = as the reference
     };
 

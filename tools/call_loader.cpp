@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <vector>
 
 #include "bit_stream.h"
@@ -24,6 +25,7 @@ constexpr int kMaxExpectedLoss = 100;
 // Silence behind the audio, samples: it pushes the audio's end through the receiver's filters,
 // which delay by 44 + 45 samples at most.
 constexpr size_t kFilterTail = 96;
+constexpr double kCancelledDb = 12.0;  // beyond what channels with nothing in common lose
 
 void Refuse(bool given, const char *option, const char *wants, const InputFile &input,
             InputKind kind) {
@@ -49,6 +51,22 @@ void CheckOptionsFit(const ConcealOptions &options, const InputFile &input, Inpu
         Refuse(options.stream.payloadType.has_value(), "--payload-type", wants, input, kind);
         Refuse(options.jitterBufferMs.has_value(), "--jitter-buffer", wants, input, kind);
     }
+}
+
+// Throws Failure for containers that are not read and often hold Opus.
+void CheckContainer(const InputFile &input) {
+    std::array<uint8_t, 8> block{};
+    const std::span<const uint8_t> head = input.Head(block);
+    const auto holds = [head](size_t at, const char *magic) {
+        return head.size() >= at + 4 && std::memcmp(&head[at], magic, 4) == 0;
+    };
+    const char *name = nullptr;
+    if (holds(0, "\x1A\x45\xDF\xA3")) name = "Matroska (WebM)";
+    if (holds(4, "ftyp")) name = "MP4";
+    if (name == nullptr) return;
+    throw Failure(input.Name(), std::string(name) +
+                                    " is not read; take its Opus out first: ffmpeg -i " +
+                                    input.Name() + " -vn -c:a copy call.opus");
 }
 
 int OpusBandwidth(const std::string &name) {
@@ -99,6 +117,18 @@ void TakePackets(OpusCall &call, std::vector<host::RtpPacket> packets) {
     }
 }
 
+void NoteMix(const SpeechAudio &audio, const std::string &file, LoadedCall &loaded) {
+    if (audio.Channels() == 1) return;
+    const std::string channels = std::to_string(audio.Channels()) + " channels";
+    if (audio.MixLossDb() < 10.0 * std::log10(audio.Channels()) + kCancelledDb) {
+        loaded.notes.push_back(file + ": " + channels + " are mixed to one");
+        return;
+    }
+    loaded.warnings.push_back(file + ": mixed to one, its " + channels +
+                              " cancel each other "
+                              "(opposite phases); give one of them: sox IN.wav OUT.wav remix 1");
+}
+
 LoadedCall Encode(InputFile &input, const ConcealOptions &options) {
     SpeechAudio audio(input);
     LoadedCall loaded;
@@ -116,6 +146,7 @@ LoadedCall Encode(InputFile &input, const ConcealOptions &options) {
         ThrowIfInterrupted();
         TakePackets(call, sender.Push({pcm.data(), got}));
     }
+    NoteMix(audio, input.Name(), loaded);
     const std::vector<int16_t> tail(static_cast<size_t>(sender.LookAhead()) + kFilterTail, 0);
     TakePackets(call, sender.Push(tail));
     TakePackets(call, sender.Flush());
@@ -129,6 +160,25 @@ LoadedCall Encode(InputFile &input, const ConcealOptions &options) {
     return loaded;
 }
 
+LoadedCall TakeCapture(CapturedCall captured, const InputFile &input) {
+    const std::string &file = input.Name();
+    LoadedCall loaded;
+    loaded.call = std::move(captured.call);
+    const RtpStream &chosen = captured.streams[captured.chosen];
+    if (captured.streams.size() > 1) {
+        loaded.notes.push_back(file + ": " + std::to_string(captured.streams.size()) +
+                               " RTP streams; * is played, " + chosen.Name() +
+                               StreamTable(captured.streams, captured.chosen));
+    }
+    if (captured.stopsEarly || input.StopsEarly()) {
+        loaded.warnings.push_back(file +
+                                  ": the file is cut short; what is there of the call is played");
+    }
+    loaded.source.streams = std::move(captured.streams);
+    loaded.source.stream = captured.chosen;
+    return loaded;
+}
+
 LoadedCall ReadPackets(InputFile &input, InputKind kind, const ConcealOptions &options) {
     LoadedCall loaded;
     if (kind == InputKind::oggOpus) {
@@ -136,9 +186,7 @@ LoadedCall ReadPackets(InputFile &input, InputKind kind, const ConcealOptions &o
     } else if (kind == InputKind::bitStream) {
         loaded.call = ReadBitStream(input);
     } else {
-        CapturedCall captured = ReadCapture(input, options.stream);
-        loaded.call = std::move(captured.call);
-        loaded.source.stream = captured.stream;
+        loaded = TakeCapture(ReadCapture(input, options.stream), input);
     }
     const bool wide = WidestBandwidth(loaded.call) > OPUS_BANDWIDTH_WIDEBAND;
     loaded.sampleRate = options.sampleRate.value_or(wide ? 48000 : 16000);
@@ -166,10 +214,13 @@ const char *InputKindName(InputKind kind) {
 InputKind CheckedKind(const InputFile &input, const ConcealOptions &options) {
     const InputKind kind = input.Kind();
     if (kind == InputKind::unknown) {
+        CheckContainer(input);
         throw Failure(input.Name(),
                       "not recognised; give speech audio (WAV, FLAC, Ogg Vorbis, ...), Ogg Opus, "
-                      "an opus_demo bit stream, or a pcap or pcapng capture");
+                      "an opus_demo bit stream, or a pcap, pcapng or rtpdump capture");
     }
+    if (input.StopsEarly() && kind != InputKind::capture)
+        throw Failure(input.Name(), "the gzip file is cut short; give the whole file");
     CheckOptionsFit(options, input, kind);
     return kind;
 }

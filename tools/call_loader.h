@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "conceal_options.h"
 #include "input_file.h"
@@ -18,7 +19,9 @@ struct CallSource {
     InputKind kind = InputKind::unknown;
     int audioRate = 0;      // Hz, speech audio only
     int audioChannels = 0;  // speech audio only
-    CapturedStream stream;  // captures only
+    // Captures only: the streams in it, and which of them is the call.
+    std::vector<RtpStream> streams;
+    size_t stream = 0;
 };
 
 // A call ready to be played.
@@ -26,6 +29,9 @@ struct LoadedCall {
     OpusCall call;
     CallSource source;
     int sampleRate = 16000;  // of the output: 16000 or 48000 Hz
+    // Sentences about the input that do not keep the call from being played.
+    std::vector<std::string> notes;
+    std::vector<std::string> warnings;  // the output may not be what the user expects
 };
 
 // "speech audio", "Ogg Opus" and so on.

@@ -24,8 +24,10 @@ int64_t OffsetOfFirstArrival(const OpusCall &call, const std::vector<bool> &lost
     return 0;
 }
 
-host::ReceiverOptions AtRate(host::ReceiverOptions options, int sampleRate) {
-    options.sampleRate = static_cast<uint32_t>(sampleRate);
+host::ReceiverOptions ReceiverOf(const CallTimeline &timeline, host::ReceiverOptions options) {
+    options.sampleRate = static_cast<uint32_t>(timeline.SampleRate());
+    // Calls that were not captured come from senders that announce their pauses.
+    options.expectPauses = timeline.Call().hasArrivalTimes;
     return options;
 }
 
@@ -66,7 +68,7 @@ int64_t CallTimeline::Ticks() const {
 }
 
 CallPlayer::CallPlayer(const CallTimeline &timeline, host::ReceiverOptions options)
-    : m_timeline(timeline), m_receiver(AtRate(options, timeline.SampleRate())) {}
+    : m_timeline(timeline), m_receiver(ReceiverOf(timeline, options)) {}
 
 const host::OutputFrame &CallPlayer::Next() {
     const auto start = std::chrono::steady_clock::now();

@@ -22,11 +22,24 @@ namespace {
 
 constexpr int64_t kStretchFrames = 100;
 constexpr double kFrameSeconds = 0.02;
-constexpr int64_t kFramesAfter = 2;
-constexpr double kOctave = 12.0;  // semitones
+constexpr int64_t kFramesAfter = 2;  // behind a gap that count as its own
+constexpr double kOctave = 12.0;     // semitones
 
 measure::Term One(double value) {
     return {value, 1.0};
+}
+
+// Which frames of a call without simulated losses are what the sender said: not those that were
+// already lost when it was captured, and not the ones right behind, in which the decoder recovers.
+std::vector<bool> ReferenceFrames(const CallRecording &recording) {
+    std::vector<bool> has(recording.sources.size(), true);
+    for (size_t frame = 0; frame < has.size(); ++frame) {
+        if (!IsConcealed(recording.sources[frame])) continue;
+        const size_t end = std::min(has.size(), frame + 1 + size_t{kFramesAfter});
+        std::fill(has.begin() + static_cast<std::ptrdiff_t>(frame),
+                  has.begin() + static_cast<std::ptrdiff_t>(end), false);
+    }
+    return has;
 }
 
 class CallScorer {
@@ -37,9 +50,11 @@ class CallScorer {
           m_speech(*plays[gapsOf].lossFree),
           m_sampleRate(sampleRate),
           m_frameSamples(static_cast<size_t>(sampleRate / 50)),
+          m_hasReference(ReferenceFrames(m_speech)),
           m_spectrum(sampleRate) {
-        for (int64_t frame = 0; frame < m_speech.Frames(); ++frame)
-            m_range.Add(measure::MeanPower(Frame(m_speech, frame)));
+        for (int64_t frame = 0; frame < m_speech.Frames(); ++frame) {
+            if (IsReference(frame)) m_range.Add(measure::MeanPower(Frame(m_speech, frame)));
+        }
     }
 
     std::vector<GapScores> Gaps() {
@@ -64,7 +79,7 @@ class CallScorer {
             static_cast<size_t>((m_speech.Frames() + kStretchFrames - 1) / kStretchFrames));
         for (StretchScores &stretch : stretches)
             stretch.methods.resize(m_plays.size());
-        std::map<const CallRecording *, measure::Intelligibility> references;
+        std::map<const CallRecording *, Reference> references;
         for (size_t method = 0; method < m_plays.size(); ++method) {
             const CallRecording &played = *m_plays[method].played;
             const CallRecording &lossFree = *m_plays[method].lossFree;
@@ -73,17 +88,20 @@ class CallScorer {
                     seconds / (static_cast<double>(kStretchFrames) * kFrameSeconds));
                 return stretches[std::min(index, stretches.size() - 1)].methods[method];
             };
-            const auto [reference, isNew] =
-                references.try_emplace(&lossFree, lossFree.samples, m_sampleRate);
-            for (const auto &segment : reference->second.Segments(played.samples))
-                at(segment.seconds).intelligibility += One(segment.correlation);
+            auto place = references.find(&lossFree);
+            if (place == references.end())
+                place = references.emplace(&lossFree, MakeReference(lossFree)).first;
+            for (const auto &segment : place->second.intelligibility.Segments(played.samples)) {
+                if (IsReference(segment.seconds, segment.end))
+                    at(segment.seconds).intelligibility += One(segment.correlation);
+            }
             for (const size_t start :
-                 measure::Interruptions(played.samples, lossFree.samples, m_sampleRate))
+                 measure::Interruptions(played.samples, place->second.samples, m_sampleRate))
                 at(static_cast<double>(start) / m_sampleRate).interruptions.sum += 1.0;
             for (int64_t frame = 0; frame < played.Frames(); ++frame) {
                 StretchTerms &terms =
                     stretches[static_cast<size_t>(frame / kStretchFrames)].methods[method];
-                terms.interruptions.count += kFrameSeconds / 60.0;
+                if (IsReference(frame)) terms.interruptions.count += kFrameSeconds / 60.0;
                 for (measure::Term &share : terms.shares)
                     share.count += 1.0;
                 terms.shares[static_cast<size_t>(Source(played, frame))].sum += 100.0;
@@ -93,6 +111,23 @@ class CallScorer {
     }
 
   private:
+    // A call without simulated losses, as the measures of whole calls take it.
+    struct Reference {
+        measure::Intelligibility intelligibility;
+        std::vector<int16_t> samples;  // silent where there is no reference
+    };
+
+    Reference MakeReference(const CallRecording &lossFree) const {
+        Reference reference{{lossFree.samples, m_sampleRate}, lossFree.samples};
+        for (size_t frame = 0; frame < m_hasReference.size(); ++frame) {
+            if (m_hasReference[frame]) continue;
+            std::fill_n(
+                reference.samples.begin() + static_cast<std::ptrdiff_t>(frame * m_frameSamples),
+                m_frameSamples, int16_t{0});
+        }
+        return reference;
+    }
+
     static host::FrameSource Source(const CallRecording &recording, int64_t frame) {
         return recording.sources[static_cast<size_t>(frame)];
     }
@@ -103,7 +138,19 @@ class CallScorer {
 
     // Whether there is something to compare a frame with.
     bool IsReference(int64_t frame) const {
-        return frame >= 0 && frame < m_speech.Frames() && !IsConcealed(Source(m_speech, frame));
+        return frame >= 0 && frame < m_speech.Frames() &&
+               m_hasReference[static_cast<size_t>(frame)];
+    }
+    // The same for a stretch of the call, in seconds, and one frame on either side of it: that far
+    // the filters of a measure reach at most.
+    bool IsReference(double from, double to) const {
+        const auto first = static_cast<int64_t>(from / kFrameSeconds) - 1;
+        const auto end = static_cast<int64_t>(std::ceil(to / kFrameSeconds)) + 1;
+        for (int64_t frame = std::max<int64_t>(first, 0); frame < std::min(end, m_speech.Frames());
+             ++frame) {
+            if (!IsReference(frame)) return false;
+        }
+        return true;
     }
     bool IsSpeech(int64_t frame) const {
         return IsReference(frame) && m_range.IsSpeech(measure::MeanPower(Frame(m_speech, frame)));
@@ -168,6 +215,7 @@ class CallScorer {
     const CallRecording &m_speech;  // the reference that tells where speech is
     int m_sampleRate;
     size_t m_frameSamples;
+    std::vector<bool> m_hasReference;  // by frame
     measure::SpeechRange m_range;
     measure::FrameSpectrum m_spectrum;
     measure::MelCepstralDistance m_cepstral;

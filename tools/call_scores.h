@@ -56,7 +56,8 @@ struct ScoredPlay {
 
 // Measures plays of the same call, each against its own reference. gapsOf: the play whose concealed
 // frames are the gaps, and whose reference tells where speech is, so that all plays are measured in
-// the same frames. Where the reference has no received audio either, nothing is measured.
+// the same frames. Where the reference has no received audio either, and in the two frames behind,
+// nothing is measured.
 CallScores ScoreCall(std::span<const ScoredPlay> plays, size_t gapsOf, int sampleRate);
 
 // The scores as plain numbers, to be handed from one process to another, and back.

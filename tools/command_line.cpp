@@ -5,11 +5,15 @@
 #include <opus/opus.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <functional>
+#include <optional>
 #include <string>
+#include <vector>
 
+#include "command_name.h"
 #include "compare.h"
 #include "compare_command.h"
 #include "conceal.h"
@@ -24,6 +28,7 @@ constexpr int kExitFailure = 1;
 constexpr int kExitUsage = 2;
 constexpr int kExitGate = 3;
 constexpr int kExitInterrupted = 130;
+constexpr int kExitReaderGone = 141;  // as a shell counts SIGPIPE
 
 void PrintError(const std::string &command, const char *message) {
     std::fprintf(stderr, "aiplc: %s: %s\n", command.c_str(), message);
@@ -38,6 +43,8 @@ int RunCommand(const std::string &command, const std::function<int()> &run) {
     } catch (const Interrupted &) {
         PrintError(command, "interrupted; nothing was written");
         return kExitInterrupted;
+    } catch (const ReaderGone &) {
+        return kExitReaderGone;
     } catch (const std::bad_alloc &) {
         PrintError(command, "not enough memory");
         return kExitFailure;
@@ -83,6 +90,24 @@ std::string CommandOf(const CLI::App &program, int argc, char **argv) {
     return {};
 }
 
+// Answers "help", alone or before a command, and words that are no command; nothing for all else.
+std::optional<int> AnswerWord(const CLI::App &program, int argc, char **argv) {
+    if (argc < 2 || argv[1][0] == '-') return std::nullopt;
+    std::vector<std::string> names;
+    for (const CLI::App *command : program.get_subcommands([](const CLI::App *) { return true; }))
+        names.push_back(command->get_name());
+    const auto isCommand = [&](const char *word) { return std::ranges::count(names, word) > 0; };
+    if (isCommand(argv[1])) return std::nullopt;
+    if (std::string(argv[1]) != "help") {
+        std::fprintf(stderr, "aiplc: %s; see aiplc --help\n",
+                     UnknownCommand(argv[1], names).c_str());
+        return kExitUsage;
+    }
+    const bool ofCommand = argc > 2 && isCommand(argv[2]);
+    std::fputs((ofCommand ? program.get_subcommand(argv[2]) : &program)->help().c_str(), stdout);
+    return 0;
+}
+
 }  // namespace
 
 int RunCommandLine(int argc, char **argv) {
@@ -91,7 +116,7 @@ int RunCommandLine(int argc, char **argv) {
     program.footer("\naiplc COMMAND --help explains a command with examples.");
     bool verbose = false;
     program.add_flag("--verbose", verbose, "with --version: the worker's model as well");
-    program.set_version_flag("--version", [&verbose] {
+    program.set_version_flag("-V,--version", [&verbose] {
         const auto version =
             std::string("aiplc ") + AIPLC_VERSION + ", " + opus_get_version_string();
         return verbose ? version + '\n' + ModelFacts() : version;
@@ -100,6 +125,7 @@ int RunCommandLine(int argc, char **argv) {
     CompareOptions compare;
     const CLI::App *concealCommand = AddConceal(program, conceal);
     AddCompare(program, compare);
+    if (const auto answered = AnswerWord(program, argc, argv)) return *answered;
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <set>
+#include <sstream>
 
 #include "call_loader.h"
 #include "compare_format.h"
@@ -50,7 +51,7 @@ int64_t CheckInput(const std::string &path, const CompareOptions &options, bool 
     const bool mayHaveLosses = kind == InputKind::capture || kind == InputKind::bitStream;
     if (ownLosses && !mayHaveLosses) {
         throw UsageError(path + ": " + InputKindName(kind) +
-                         " has no losses of its own; give --loss PERCENT or --trace FILE");
+                         " has no losses of its own; give --loss PERCENT or --loss-trace FILE");
     }
     return static_cast<int64_t>(input.Size());
 }
@@ -136,6 +137,7 @@ class Comparison {
     void Take(size_t number, CompareResult result, CompareOutput &output) {
         const size_t files = m_options.inputs.size();
         const LossCondition &loss = m_losses[number / files];
+        if (number < files) m_notes += result.notes;
         output.AddFile(m_names[number % files], loss, result);
         m_requests += result.requests;
         m_requestsFailed += result.requestsFailed;
@@ -147,6 +149,11 @@ class Comparison {
     }
 
     void Warn(const CompareOutput &output) const {
+        std::istringstream notes(m_notes);
+        for (std::string line; std::getline(notes, line);) {
+            const bool isTable = line.starts_with(' ');
+            std::fprintf(stderr, "%s%s\n", isTable ? "" : "aiplc: compare: ", line.c_str());
+        }
         if (m_requestsFailed > 0) {
             std::fprintf(stderr,
                          "aiplc: compare: warning: %llu of the worker's %llu answers came too "
@@ -176,6 +183,7 @@ class Comparison {
     std::vector<FigureGate> m_gates;
     std::vector<CallScores> m_scores;                   // of the current loss
     std::vector<std::vector<CompareFigure>> m_figures;  // by loss
+    std::string m_notes;                                // about the inputs
     uint64_t m_requests = 0;
     uint64_t m_requestsFailed = 0;
 };

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include "encoding_options.h"
+#include "number_check.h"
 #include "receiving_options.h"
 
 namespace aiplc::tools {
@@ -39,7 +40,7 @@ Examples:
       Twelve losses; a page to look at and listen to.
   aiplc compare call.pcapng --jitter-buffer 60 --csv figures.csv
       What late and missing packets cost; what was never captured has no reference.
-  aiplc compare talk.wav --trace wifi.txt --trace lte.txt --json report.json -q
+  aiplc compare talk.wav --loss-trace wifi.txt --loss-trace lte.txt --json report.json -q
   aiplc compare talk.wav --loss 20 --burst 2 --fail-if 'aiplc.lsd > codec.lsd'
 
 Exit code: 0 done, 1 failed, 2 wrong usage, 3 a gate of --fail-if holds (reports are
@@ -51,6 +52,7 @@ void AddGrid(CLI::App &app, CompareOptions &options) {
                    "percent of packets to lose, 0 to below 100, or several: 5,10,20")
         ->delimiter(',')
         ->allow_extra_args(false)
+        ->check(IsNumber("percentages from 0 to below 100, such as 10 or 5,10,20"))
         ->type_name("PERCENT");
     app.add_option("--burst", options.meanBursts,
                    "mean length of a loss in packets, or several (independent losses)")
@@ -59,11 +61,15 @@ void AddGrid(CLI::App &app, CompareOptions &options) {
         ->check(CLI::Range(1.0, 1e6).description(""))
         ->type_name("MEAN");
     app.add_option("--seed", options.seed, "of the losses; file number n gets seed + n (1)")
+        ->check(IsWholeNumber("0 or more"))
         ->type_name("N");
-    app.add_option("--trace", options.tracePaths,
+    app.add_option("--loss-trace", options.tracePaths,
                    "file of 0 (received) and 1 (lost), one per packet; may be repeated")
         ->allow_extra_args(false)
         ->type_name("FILE");
+    app.add_option("--trace", options.tracePaths, "as --loss-trace")
+        ->allow_extra_args(false)
+        ->group("");
 }
 
 void AddReports(CLI::App &app, CompareOptions &options) {

@@ -3,6 +3,7 @@
 #include "compare_figures.h"
 
 #include <algorithm>
+#include <cmath>
 #include <functional>
 
 #include "compare_method.h"
@@ -12,6 +13,7 @@ namespace {
 
 constexpr size_t kCallsToResample = 10;
 constexpr uint64_t kSeed = 1;
+constexpr double kRounding = 1e-4;  // of differences, in any unit
 
 using Row = std::vector<measure::Term>;
 
@@ -177,7 +179,7 @@ void AppendStretches(std::vector<CompareFigure> &figures, std::span<const CallSc
 int CompareFigure::Verdict() const {
     if (!versusCodec || !versusCodec->low || !versusCodec->high) return 0;
     const std::string &better = Info(measure).better;
-    if (better == "none") return 0;
+    if (better == "none" || std::abs(versusCodec->value) < kRounding) return 0;
     const int sign = better == "lower" ? 1 : -1;
     if (*versusCodec->high < 0.0) return sign;
     return *versusCodec->low > 0.0 ? -sign : 0;

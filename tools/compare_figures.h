@@ -24,7 +24,7 @@ struct CompareFigure {
     std::optional<measure::Estimate> versusCodec;
 
     // 1: the method is better than the codec, -1: worse; 0 where the interval of the difference
-    // includes none, or nothing is better.
+    // includes none, is smaller than rounding makes it (1e-4 in any unit), or nothing is better.
     [[nodiscard]] int Verdict() const;
 };
 

@@ -198,6 +198,10 @@ CompareResult RunCompareJob(const CompareJob &job, const CompareOptions &options
     const std::vector<CallRecording> &recordings = plays.methods;
 
     CompareResult result;
+    for (const std::string &warning : loaded.warnings)
+        result.notes += "warning: " + warning + '\n';
+    for (const std::string &note : loaded.notes)
+        result.notes += "note: " + note + '\n';
     result.scores = ScoreCall(plays.Scored(job.setups), MethodIndex(CompareMethod::Id::codec),
                               loaded.sampleRate);
     ThrowIfInterrupted();

@@ -30,6 +30,7 @@ struct CompareResult {
     std::string entry;  // of the report's "files": JSON without the closing brace
     std::string rows;   // of the CSV file
     std::string audio;  // the entry's "audio" member; empty: too large, or nobody asked
+    std::string notes;  // about the input, each with a line break behind it
     uint64_t requests = 0;
     uint64_t requestsFailed = 0;
 };

@@ -55,7 +55,7 @@ void WriteResult(const CompareResult &result, int descriptor) {
     numbers.push_back(static_cast<double>(result.requests));
     numbers.push_back(static_cast<double>(result.requestsFailed));
     WriteBlock(file.get(), numbers.data(), numbers.size() * sizeof(double));
-    for (const std::string *text : {&result.entry, &result.rows, &result.audio})
+    for (const std::string *text : {&result.entry, &result.rows, &result.audio, &result.notes})
         WriteBlock(file.get(), text->data(), text->size());
     if (std::fflush(file.get()) != 0)
         throw Failure(std::string("a call's result cannot be kept: ") + strerror(errno));
@@ -66,7 +66,7 @@ CompareResult ReadResult(int descriptor) {
     CompareResult result;
     std::vector<double> numbers;
     ReadBlock(file.get(), numbers);
-    for (std::string *text : {&result.entry, &result.rows, &result.audio})
+    for (std::string *text : {&result.entry, &result.rows, &result.audio, &result.notes})
         ReadBlock(file.get(), *text);
     result.scores = UnpackScores(numbers, CompareMethods().size());
     result.requests = static_cast<uint64_t>(numbers[numbers.size() - 2]);

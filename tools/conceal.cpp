@@ -5,8 +5,11 @@
 #include <aiplc/aiplc.h>
 
 #include <algorithm>
+#include <array>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 
 #include "call_player.h"
@@ -42,11 +45,25 @@ void CheckLossOptions(const LossOptions &loss) {
     }
 }
 
+// OUT.wav is WAV whatever its name; a name that promises something else is refused, and with it the
+// input's, which may be a capture.
+void CheckOutputName(const std::string &output) {
+    static constexpr std::array<const char *, 14> kOthers = {
+        ".flac", ".ogg", ".oga", ".opus", ".mp3",  ".m4a",    ".aac",
+        ".aiff", ".aif", ".raw", ".gz",   ".pcap", ".pcapng", ".webm"};
+    std::string extension = std::filesystem::path(output).extension().string();
+    for (char &letter : extension)
+        letter = static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
+    if (std::ranges::count(kOthers, extension) == 0) return;
+    throw UsageError("-o " + output + ": the output is WAV; give a name that ends in .wav");
+}
+
 // What can be told to be wrong before any file is opened.
 void CheckOptions(const ConcealOptions &options) {
     CheckDistinct(
         {{"-o", options.output}, {"--json", options.jsonPath}, {"--frames", options.framesPath}});
     CheckLossOptions(options.loss);
+    CheckOutputName(options.output);
     if (options.noAi && options.requireAi) {
         throw UsageError("--no-ai and --require-ai contradict each other; give one of them");
     }
@@ -153,6 +170,14 @@ void CheckWorker(const ConcealOptions &options, bool running) {
         stderr);
 }
 
+void PrintNotes(const ConcealOptions &options, const LoadedCall &loaded) {
+    for (const std::string &warning : loaded.warnings)
+        std::fprintf(stderr, "aiplc: conceal: warning: %s\n", warning.c_str());
+    if (options.quiet) return;
+    for (const std::string &note : loaded.notes)
+        std::fprintf(stderr, "aiplc: conceal: note: %s\n", note.c_str());
+}
+
 }  // namespace
 
 ConcealReport Conceal(const ConcealOptions &given) {
@@ -164,6 +189,7 @@ ConcealReport Conceal(const ConcealOptions &given) {
     ConcealOptions options = WithDefaults(given, kind);
     const std::unique_ptr<LossModel> model = MakeLossModel(options.loss);
     const LoadedCall loaded = LoadCall(input, kind, options);
+    PrintNotes(options, loaded);
     options.sampleRate = loaded.sampleRate;
     const OpusCall &call = loaded.call;
     ConcealReport report;

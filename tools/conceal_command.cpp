@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include "encoding_options.h"
+#include "number_check.h"
 #include "receiving_options.h"
 
 namespace aiplc::tools {
@@ -16,8 +17,12 @@ INPUT is recognised by its content; - reads standard input:
                 mixed to mono and encoded with Opus.
   Ogg Opus      its packets are the call.
   bit stream    as opus_demo -e writes it; a packet of length 0 is lost.
-  capture       pcap or pcapng with Opus in RTP. Capture times drive the playing: a
-                packet that comes later than --jitter-buffer allows is late.
+  capture       pcap, pcapng or rtpdump with Opus in RTP, not encrypted. Capture times
+                drive the playing: a packet that comes later than --jitter-buffer allows is late.
+                Of several streams the one with most Opus packets is played, unless --ssrc
+                or --payload-type choose another; they are listed. A file that is cut
+                short is played to its end.
+A file compressed with gzip is unpacked first.
 
 OUT.wav is mono, 16 bit, aligned with INPUT and as long. It appears when it is
 complete. The summary goes to standard error, so -o - and --json - can be piped.
@@ -40,16 +45,19 @@ Exit code: 0 done, 1 failed, 2 wrong usage, 130 interrupted.)";
 void AddLoss(CLI::App &app, LossOptions &loss) {
     app.option_defaults()->group("Loss");
     app.add_option("--loss", loss.lossPercent, "percent of packets to lose, 0 to below 100")
+        ->check(IsNumber("a percentage from 0 to below 100, such as 10 or 2.5"))
         ->type_name("PERCENT");
     app.add_option("--burst", loss.meanBurst,
                    "mean length of a loss in packets, 1 or more (independent losses)")
         ->check(CLI::Range(1.0, 1e6).description(""))
         ->type_name("MEAN");
     app.add_option("--seed", loss.seed, "of the losses; the same seed, the same losses (1)")
+        ->check(IsWholeNumber("0 or more"))
         ->type_name("N");
     app.add_option("--loss-trace", loss.tracePath,
                    "file of 0 (received) and 1 (lost), one per packet; repeats")
         ->type_name("FILE");
+    app.add_option("--trace", loss.tracePath, "as --loss-trace")->group("");
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "number_check.h"
+
 namespace aiplc::tools {
 namespace {
 
@@ -39,7 +41,9 @@ void AddEncoding(CLI::App &app, EncodingOptions &encoding) {
 
 void AddCapture(CLI::App &app, StreamChoice &stream, std::optional<int> &jitterBufferMs) {
     app.option_defaults()->group("Captures");
-    app.add_option("--ssrc", stream.ssrc, "of the stream, 0x... or decimal")->type_name("N");
+    app.add_option("--ssrc", stream.ssrc, "of the stream, 0x... or decimal")
+        ->check(IsWholeNumber("it as 0x and hexadecimal digits, or in decimal"))
+        ->type_name("N");
     app.add_option("--payload-type", stream.payloadType, "of the stream, 0 to 127")
         ->check(CLI::Range(0, 127).description(""))
         ->type_name("N");

@@ -29,6 +29,12 @@ class Interrupted : public std::runtime_error {
     Interrupted() : std::runtime_error("interrupted") {}
 };
 
+// The program that reads our output has closed its end (| head). Nothing is left to be said.
+class ReaderGone : public std::runtime_error {
+  public:
+    ReaderGone() : std::runtime_error("the reader is gone") {}
+};
+
 }  // namespace aiplc::tools
 
 #endif

@@ -13,8 +13,10 @@
 
 #include "bit_stream.h"
 #include "failure.h"
+#include "gzip.h"
 #include "interrupt.h"
 #include "nameless_file.h"
+#include "rtpdump.h"
 #include "sound_file.h"
 
 namespace aiplc::tools {
@@ -92,17 +94,34 @@ InputFile InputFile::Open(const std::string &name) {
         input.m_size = Spool(descriptor, copy.get(), input.m_name);
         input.m_file = std::move(copy);
     }
+    input.UnpackIfCompressed();
     if (input.m_size == 0) {
         throw Failure(input.m_name, "is empty; give an audio, Opus or capture file");
     }
     return input;
 }
 
+void InputFile::UnpackIfCompressed() {
+    std::array<uint8_t, 2> block{};
+    if (!StartsWith(Head(block), "\x1F\x8B", 2)) return;
+    std::unique_ptr<std::FILE, Close> copy(fdopen(OpenNamelessFile(), "w+b"));
+    const Unpacked unpacked = Unpack(Descriptor(), copy.get(), kMaxSpooledBytes, m_name);
+    if (std::fflush(copy.get()) != 0)
+        throw Failure(m_name, std::string("the unpacked copy failed: ") + strerror(errno));
+    m_file = std::move(copy);
+    m_size = unpacked.bytes;
+    m_stopsEarly = unpacked.stopsEarly;
+}
+
+std::span<const uint8_t> InputFile::Head(std::span<uint8_t> block) const {
+    const ssize_t got = pread(Descriptor(), block.data(), block.size(), 0);
+    return block.first(got > 0 ? static_cast<size_t>(got) : 0);
+}
+
 InputKind InputFile::Kind() const {
     std::array<uint8_t, 1024> block{};
-    const ssize_t got = pread(Descriptor(), block.data(), block.size(), 0);
-    const std::span<const uint8_t> head(block.data(), got > 0 ? static_cast<size_t>(got) : 0);
-    if (IsCapture(head)) return InputKind::capture;
+    const std::span<const uint8_t> head = Head(block);
+    if (IsCapture(head) || IsRtpDump(head)) return InputKind::capture;
     if (IsOggOpus(head)) return InputKind::oggOpus;
     if (SoundFile(*this).IsOpen()) return InputKind::speechAudio;
     return LooksLikeBitStream(head, m_size) ? InputKind::bitStream : InputKind::unknown;

@@ -17,12 +17,12 @@ enum class InputKind {
     speechAudio,  // anything libsndfile reads
     oggOpus,      // RFC 7845
     bitStream,    // what opus_demo writes
-    capture,      // pcap or pcapng
+    capture,      // pcap, pcapng or rtpdump
     unknown,
 };
 
 // The input, open for reading at any position. Standard input and other pipes are first copied to a
-// nameless temporary file of at most 4 GiB.
+// nameless temporary file of at most 4 GiB; a gzip file is unpacked into one, whatever it holds.
 class InputFile {
   public:
     // name: a path, or "-" for standard input. Throws Failure, or Interrupted while copying.
@@ -32,6 +32,10 @@ class InputFile {
     [[nodiscard]] const std::string &Name() const { return m_name; }
     [[nodiscard]] uint64_t Size() const { return m_size; }
     [[nodiscard]] InputKind Kind() const;
+    // It was compressed and that file ends early.
+    [[nodiscard]] bool StopsEarly() const { return m_stopsEarly; }
+    // The first bytes, as many as there are and block takes.
+    [[nodiscard]] std::span<const uint8_t> Head(std::span<uint8_t> block) const;
 
     void Rewind();
     // Reads until the buffer is full or the file ends; returns the bytes read. Throws Failure.
@@ -47,9 +51,12 @@ class InputFile {
         void operator()(std::FILE *file) const { std::fclose(file); }
     };
 
+    void UnpackIfCompressed();
+
     std::unique_ptr<std::FILE, Close> m_file;
     std::string m_name;
     uint64_t m_size = 0;
+    bool m_stopsEarly = false;
 };
 
 }  // namespace aiplc::tools

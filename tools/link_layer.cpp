@@ -2,6 +2,7 @@
 
 #include "link_layer.h"
 
+#include <arpa/inet.h>
 #include <pcap/pcap.h>
 
 #include <algorithm>
@@ -57,11 +58,23 @@ std::optional<Bytes> NetworkPacket(int linkType, Bytes frame) {
     }
 }
 
-std::optional<UdpPayload> Udp(Bytes datagram, bool cut) {
+Endpoint MakeEndpoint(Bytes address, uint16_t port) {
+    Endpoint endpoint;
+    std::ranges::copy(address, endpoint.address.begin());
+    endpoint.addressBytes = address.size();
+    endpoint.port = port;
+    return endpoint;
+}
+
+// addresses: the source's, then the destination's.
+std::optional<UdpPayload> Udp(Bytes datagram, bool cut, Bytes addresses) {
     if (datagram.size() < 8) return std::nullopt;
     const size_t length = Word(datagram, 4);
     if (length < 8) return std::nullopt;
     UdpPayload payload;
+    const size_t addressBytes = addresses.size() / 2;
+    payload.from = MakeEndpoint(addresses.first(addressBytes), Word(datagram, 0));
+    payload.to = MakeEndpoint(addresses.subspan(addressBytes), Word(datagram, 2));
     payload.cut = cut || length > datagram.size();
     payload.bytes = datagram.first(std::min(length, datagram.size())).subspan(8);
     return payload;
@@ -79,7 +92,8 @@ std::optional<UdpPayload> Ipv4(Bytes packet) {
         return std::nullopt;
     }
     const bool cut = length > packet.size();
-    return Udp(packet.first(std::min(length, packet.size())).subspan(headerBytes), cut);
+    return Udp(packet.first(std::min(length, packet.size())).subspan(headerBytes), cut,
+               packet.subspan(12, 8));
 }
 
 // RFC 8200, sections 3 and 4: extension headers say what follows and how long they are.
@@ -97,10 +111,22 @@ std::optional<UdpPayload> Ipv6(Bytes packet) {
         next = rest[0];
         rest = rest.subspan(bytes);
     }
-    return next == kProtocolUdp ? Udp(rest, cut) : std::nullopt;
+    return next == kProtocolUdp ? Udp(rest, cut, packet.subspan(8, 32)) : std::nullopt;
 }
 
 }  // namespace
+
+std::string EndpointText(const Endpoint &endpoint) {
+    std::array<char, INET6_ADDRSTRLEN> text{};
+    const bool isIpv6 = endpoint.addressBytes == 16;
+    if (endpoint.addressBytes == 0 ||
+        inet_ntop(isIpv6 ? AF_INET6 : AF_INET, endpoint.address.data(), text.data(), text.size()) ==
+            nullptr) {
+        return "?";
+    }
+    const std::string address = text.data();
+    return (isIpv6 ? "[" + address + "]" : address) + ":" + std::to_string(endpoint.port);
+}
 
 bool IsKnownLinkType(int linkType) {
     return NetworkPacket(linkType, {}).has_value();

@@ -3,17 +3,31 @@
 #ifndef AIPLC_TOOLS_LINK_LAYER_H
 #define AIPLC_TOOLS_LINK_LAYER_H
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string>
 
 namespace aiplc::tools {
+
+// One end of a UDP flow.
+struct Endpoint {
+    std::array<uint8_t, 16> address{};
+    size_t addressBytes = 0;  // 4: IPv4, 16: IPv6, 0: not known
+    uint16_t port = 0;
+};
+
+// "10.0.0.1:5004", "[fe80::1]:5004", or "?".
+std::string EndpointText(const Endpoint &endpoint);
 
 // What a captured UDP datagram carries.
 struct UdpPayload {
     std::span<const uint8_t> bytes;  // points into the frame
     bool cut = false;                // the capture holds less than was sent
+    Endpoint from;
+    Endpoint to;
 };
 
 // Whether frames of this libpcap link type (DLT_...) can be read: Ethernet with or without VLAN

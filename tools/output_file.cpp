@@ -92,6 +92,7 @@ OutputFile::~OutputFile() {
 }
 
 void OutputFile::Fail(const char *what) const {
+    if (errno == EPIPE) throw ReaderGone();
     throw Failure(m_name, std::string(what) + ": " + strerror(errno) +
                               "; give a place that can be written to and has room");
 }

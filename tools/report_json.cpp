@@ -65,10 +65,20 @@ Json InputJson(const ConcealReport &report) {
         json["channels"] = report.source.audioChannels;
     }
     if (report.source.kind == InputKind::capture) {
-        json["ssrc"] = report.source.stream.ssrc;
-        json["payloadType"] = report.source.stream.payloadType;
-        json["otherStreams"] = report.source.stream.otherStreams;
-        json["paddingOnlyPackets"] = report.source.stream.probes;
+        const std::vector<RtpStream> &streams = report.source.streams;
+        const RtpStream &chosen = streams[report.source.stream];
+        json["ssrc"] = chosen.ssrc;
+        json["payloadType"] = chosen.payloadType;
+        json["otherStreams"] = streams.size() - 1;
+        json["paddingOnlyPackets"] = chosen.probes;
+        for (const RtpStream &stream : streams) {
+            json["streams"].push_back({{"ssrc", stream.ssrc},
+                                       {"payloadType", stream.payloadType},
+                                       {"packets", stream.packets},
+                                       {"seconds", stream.Seconds()},
+                                       {"from", EndpointText(stream.from)},
+                                       {"to", EndpointText(stream.to)}});
+        }
     }
     json["packets"] = report.packets;
     json["packetsMissing"] = report.packetsMissing;

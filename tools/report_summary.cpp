@@ -31,8 +31,8 @@ void AddInput(std::string &text, const ConcealReport &report) {
             report.source.audioChannels == 1 ? "" : "s");
     }
     if (report.source.kind == InputKind::capture) {
-        Add(text, ", SSRC 0x%08x, payload type %d", report.source.stream.ssrc,
-            report.source.stream.payloadType);
+        const RtpStream &stream = report.source.streams[report.source.stream];
+        Add(text, ", SSRC 0x%08x, payload type %d", stream.ssrc, stream.payloadType);
     }
     text += '\n';
 }
@@ -44,13 +44,16 @@ void AddPackets(std::string &text, const ConcealReport &report) {
     if (report.source.kind == InputKind::capture) {
         Add(text,
             "packets   %llu captured, %llu of them lost by simulation; in all %lld missing, "
-            "%llu too late\n",
+            "%llu too late",
             packets, lost, static_cast<long long>(report.statistics.packetsLost),
             static_cast<unsigned long long>(report.statistics.packetsDiscarded));
-        return;
+    } else {
+        Add(text, "packets   %llu, of those lost %llu (%.2f %%)", packets, lost,
+            Percent(static_cast<double>(lost), static_cast<double>(packets)));
     }
-    Add(text, "packets   %llu, of those lost %llu (%.2f %%)\n", packets, lost,
-        Percent(static_cast<double>(lost), static_cast<double>(packets)));
+    const auto undecodable = static_cast<unsigned long long>(report.statistics.packetsUndecodable);
+    if (undecodable > 0) Add(text, ", %llu not decodable", undecodable);
+    text += '\n';
 }
 
 void AddSources(std::string &text, const host::Statistics &statistics) {
@@ -74,8 +77,9 @@ void AddWorker(std::string &text, const ConcealOptions &options, const ConcealRe
         text += "worker    not running: the codec concealed everything\n";
     } else {
         Add(text,
-            "worker    %llu requests, %llu of them second looks at single losses; %llu failed",
+            "worker    %llu request%s, %llu of them second looks at single losses; %llu failed",
             static_cast<unsigned long long>(statistics.Requests()),
+            statistics.Requests() == 1 ? "" : "s",
             static_cast<unsigned long long>(statistics.secondLooks),
             static_cast<unsigned long long>(statistics.requestsFailed));
         if (statistics.Requests() > 0) {
@@ -95,10 +99,11 @@ std::string ReportSummary(const ConcealOptions &options, const ConcealReport &re
     std::string text;
     AddInput(text, report);
     AddPackets(text, report);
-    Add(text, "concealed %.2f %% of the audio in %llu gaps\n",
+    Add(text, "concealed %.2f %% of the audio in %llu gap%s\n",
         Percent(static_cast<double>(statistics.concealedSamples),
                 static_cast<double>(statistics.totalSamplesReceived)),
-        static_cast<unsigned long long>(statistics.concealmentEvents));
+        static_cast<unsigned long long>(statistics.concealmentEvents),
+        statistics.concealmentEvents == 1 ? "" : "s");
     AddSources(text, statistics);
     Add(text, "decoder   %s\n",
         DecoderLine(ReceiverFor(options.receiving).decoderComplexity, report.decoder).c_str());

@@ -104,11 +104,17 @@ void SpeechAudio::FillMono() {
     const auto channels = static_cast<size_t>(m_channels);
     for (size_t i = 0; i < m_mono.size(); ++i) {
         float sum = 0.0F;
+        float squares = 0.0F;
         for (size_t c = 0; c < channels; ++c) {
             const float value = m_interleaved[i * channels + c];
-            if (std::isfinite(value)) sum += std::clamp(value, -4.0F, 4.0F);
+            if (!std::isfinite(value)) continue;
+            const float sample = std::clamp(value, -4.0F, 4.0F);
+            sum += sample;
+            squares += sample * sample;
         }
         m_mono[i] = sum / static_cast<float>(channels);
+        m_channelEnergy += static_cast<double>(squares / static_cast<float>(channels));
+        m_mixEnergy += static_cast<double>(m_mono[i] * m_mono[i]);
     }
     if (got < frames) {
         m_fileEnded = true;
@@ -118,6 +124,11 @@ void SpeechAudio::FillMono() {
                                       " samples can be decoded; give the whole file");
         }
     }
+}
+
+double SpeechAudio::MixLossDb() const {
+    constexpr double kNothing = 1e-12;
+    return 10.0 * std::log10((m_channelEnergy + kNothing) / (m_mixEnergy + kNothing));
 }
 
 // Delivers at least one sample unless the audio has ended.

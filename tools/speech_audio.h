@@ -32,6 +32,10 @@ class SpeechAudio {
     void ConvertTo(int sampleRate);
     // Samples that Read will deliver in all.
     [[nodiscard]] int64_t TotalSamples() const { return m_totalSamples; }
+    // By how much the mix of the channels read so far is weaker than they are on average, dB: 0 for
+    // the same sound in all, 10 log10(channels) for sounds with nothing in common, far more for
+    // opposite phases.
+    [[nodiscard]] double MixLossDb() const;
     // Fills the buffer unless the audio ends; returns the samples written. Throws Failure.
     size_t Read(std::span<int16_t> output);
 
@@ -56,6 +60,8 @@ class SpeechAudio {
     std::vector<float> m_mono;  // samples from m_monoUsed on are still to be taken
     size_t m_monoUsed = 0;
     bool m_fileEnded = false;
+    double m_channelEnergy = 0.0;  // sum of squares, mean of the channels
+    double m_mixEnergy = 0.0;
 };
 
 }  // namespace aiplc::tools

@@ -84,6 +84,36 @@ TEST(LossFree, APauseThatShowsLateIsNotConcealedWhereItCanStillBeChanged) {
     EXPECT_EQ(call.statistics.concealedSamples, 0U);
 }
 
+// A sender that stops without a word for longer than the look-ahead, behind audio without speech:
+// the receiver takes that for a pause before it can know, and a loss where the numbers tell of one.
+TEST(LossFree, ALongPauseBehindAudioWithoutSpeechIsNotConcealed) {
+    for (const uint32_t rate : {16000U, 48000U}) {
+        Pcm pcm = SpeechLike(rate, 3);
+        for (const double from : {0.9, 1.9})  // 0.6 s of faint noise, of which 0.2 s are sent
+            for (size_t i = 0; i < rate * 6 / 10; ++i)
+                pcm[static_cast<size_t>(from * rate) + i] = static_cast<int16_t>(i * i % 7);
+        Packets packets = Encode({.sampleRate = rate, .maxBandwidth = 1103}, pcm);
+        size_t dropped = 0;
+        for (const size_t from : {105U, 55U}) {
+            packets.erase(packets.begin() + static_cast<long>(from),
+                          packets.begin() + static_cast<long>(from) + 15);
+            dropped += 15;
+        }
+        for (size_t i = 0; i < packets.size(); ++i)
+            packets[i].sequenceNumber = static_cast<uint16_t>(i);
+        const PlayedCall call(packets, NoWorker(rate));
+        EXPECT_EQ(call.statistics.Frames(FrameSource::dtx), dropped) << call.sources;
+        EXPECT_EQ(call.statistics.concealedSamples, 0U);
+        // The first packet behind the second pause is lost, and three amid speech.
+        const PlayedCall losses(packets, NoWorker(rate), Losing({20, 21, 22, 23, 90}));
+        EXPECT_EQ(losses.sources.substr(19, 6), "dccccd");
+        EXPECT_EQ(losses.sources.substr(104, 18), "dxxxxxxxxxxxxxxxcd");
+        ReceiverOptions strict = NoWorker(rate);
+        strict.expectPauses = false;
+        EXPECT_GT(PlayedCall(packets, strict).statistics.concealedSamples, 0U);
+    }
+}
+
 constexpr SenderOptions kFecSender{.sampleRate = 16000, .fec = true, .expectedLossPercent = 20};
 
 double ErrorEnergy(const PlayedCall &call, const PlayedCall &truth, size_t frame, size_t frames) {

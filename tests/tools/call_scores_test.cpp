@@ -112,6 +112,30 @@ TEST_F(CallScoresTest, ReferenceOfTheGapsTellsForAllWhereSpeechIs) {
     EXPECT_EQ(enhanced.gaps[1].methods[1].inside[0].count, 1.0);
 }
 
+TEST_F(CallScoresTest, NothingIsMeasuredWhereTheReferenceWasLostToo) {
+    // Ten frames were never captured; the other play is silent there and in the two behind.
+    CallRecording captured = m_enhanced;
+    CallRecording other = captured;
+    for (int64_t frame = kGap; frame < kGap + 12; ++frame) {
+        if (frame < kGap + 10)
+            captured.sources[static_cast<size_t>(frame)] = host::FrameSource::codec;
+        Scale(other, frame, 0.0);
+    }
+    other.sources = captured.sources;
+    const std::vector<ScoredPlay> plays = {{&captured, &captured}, {&other, &captured}};
+    const CallScores scores = ScoreCall(plays, 0, 16000);
+    ASSERT_EQ(scores.gaps.size(), 1U);
+    for (const measure::Term &term : scores.gaps[0].methods[1].inside)
+        EXPECT_EQ(term.count, 0.0);
+    for (const measure::Term &term : scores.gaps[0].methods[1].after)
+        EXPECT_EQ(term.count, 0.0);
+    const StretchTerms &whole = scores.stretches[0].methods[1];
+    EXPECT_EQ(whole.interruptions.sum, 0.0);
+    EXPECT_NEAR(whole.interruptions.count, 48 * 0.02 / 60.0, 1e-12);
+    EXPECT_GT(whole.intelligibility.count, 0.0);
+    EXPECT_NEAR(Mean(whole.intelligibility), 1.0, 1e-5);
+}
+
 TEST_F(CallScoresTest, MeasuresOfTheWholeCallHaveTheOwnReferenceToo) {
     // 300 ms of the call fall below the range of speech; its reference is as quiet there.
     CallRecording quiet = m_enhanced;

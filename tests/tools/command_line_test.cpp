@@ -37,6 +37,17 @@ TEST_F(CommandLineTest, WrongUsageIsTwoAndFailureIsOne) {
     using Case = std::tuple<const char *, int, const char *>;
     for (const auto &[arguments, exitCode, message] : std::initializer_list<Case>{
              {"", 2, "aiplc: "},
+             {"concael x", 2, "'concael' is no command; did you mean conceal?; see aiplc --help"},
+             {"in.wav", 2, "to conceal that file: aiplc conceal in.wav -o OUT.wav"},
+             {"play", 2, "there are conceal and compare"},
+             {"help", 0, "Measure methods of concealment"},
+             {"help conceal", 0, "Examples:"},
+             {"-V", 0, "libopus"},
+             {"conceal in.wav -o o.FLAC", 2, "the output is WAV; give a name that ends in .wav"},
+             {"conceal in.wav -o o.wav --loss abc", 2,
+              "--loss: 'abc' is no number; give a percentage from 0 to below 100"},
+             {"conceal in.wav -o o.wav --loss 5 --seed x", 2, "'x' is no whole number; give 0"},
+             {"conceal in.wav -o o.wav --trace nix", 1, "nix: cannot be read"},
              {"conceal in.wav", 2, "aiplc: conceal: --output is required"},
              {"conceal in.wav -o o.wav --bitrate 5", 2, "6000"},
              {"conceal in.wav -o o.wav --rate 44", 2, "16 or 48"},
@@ -58,7 +69,7 @@ TEST_F(CommandLineTest, WrongUsageIsTwoAndFailureIsOne) {
              {"compare --loss 5", 2, "FILE is required"},
              {"compare in.wav", 2, "in.wav: speech audio has no losses of its own; give --loss"},
              {"compare in.wav --burst 2", 2, "--loss PERCENT"},
-             {"compare in.wav --loss 5,x", 2, "--loss"},
+             {"compare in.wav --loss 5,x", 2, "'x' is no number; give percentages"},
              {"compare in.wav --loss 10,80 --burst 2", 2, "at most 66.6667 %"},
              {"compare in.wav --loss 5,5", 2, "5 % is asked for twice"},
              {"compare in.wav in.wav --loss 5", 2, "given twice"},
@@ -67,6 +78,7 @@ TEST_F(CommandLineTest, WrongUsageIsTwoAndFailureIsOne) {
              {"compare in.wav --loss 5 --json x --csv ./x", 2, "both write to x"},
              {"compare in.wav --loss 5 --csv ./in.wav", 1, "an input itself"},
              {"compare in.wav --trace nix", 1, "nix: cannot be read"},
+             {"compare in.wav --loss-trace nix", 1, "nix: cannot be read"},
              {"compare in.wav --loss 5 --fail-if 'aiplc.lsb > 1'", 2, "lsd, mcd, estoi"},
              {"compare in.wav --loss 5 --bandwidth fb", 2, "--rate 48"},
              {"compare in.wav --loss 5 >/dev/full", 1, "standard output: cannot be written"},
@@ -87,6 +99,11 @@ TEST_F(CommandLineTest, PipesCarryTheSameAsFiles) {
     const std::string wav = Read("out.wav");
     EXPECT_TRUE(Shell("cat in.wav | $A conceal - -o - --seed 1 -q 2>&1" + options, 0) == wav);
     EXPECT_TRUE(Shell("$A conceal in.wav -o /dev/fd/1 -q 2>&1" + options, 0) == wav);
+    // A reader that goes early is no failure to be told of.
+    const std::string early =
+        "{ until [ -e gone ]; do :; done; $A conceal in.wav -o - -q --no-ai; echo $? >code; } "
+        "2>err | { exec <&-; : >gone; }; cat err code";
+    EXPECT_EQ(Shell(early, 0), "141\n");
     // A name that is no UTF-8 does not spoil the report.
     Shell("N=$(printf '\\377'); cp in.wav $N; $A conceal $N -o o.wav --json - -q" + options, 0,
           "{");

@@ -84,6 +84,9 @@ TEST(CompareFiguresTest, MeansByKindAndPairedIntervals) {
         EXPECT_NEAR(*aiplc.versusCodec->low, -2.0, 1e-9);
         EXPECT_NEAR(*aiplc.versusCodec->high, -2.0, 1e-9);
         EXPECT_EQ(aiplc.Verdict(), 1);
+        CompareFigure tie = aiplc;
+        tie.versusCodec = measure::Estimate{-1e-5, 3.0, -1e-5, -1e-5};
+        EXPECT_EQ(tie.Verdict(), 0);
         if (unit == ResampledUnit::gaps) {  // unpaired they overlap
             EXPECT_GT(*aiplc.estimate.high, *codec(CompareKind::call).low);
         }

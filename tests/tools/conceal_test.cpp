@@ -98,6 +98,21 @@ TEST_F(ConcealTest, MixesAndResamplesWhatItIsGiven) {
     ASSERT_EQ(output.size(), 48000U);
     EXPECT_EQ(Lag(Chirps(48000, 1.0), output), 0);
     EXPECT_NEAR(*std::max_element(output.begin(), output.end()), 1000, 100);
+
+    m_options.quiet = false;
+    const auto note = [&] {
+        testing::internal::CaptureStderr();
+        Run();
+        return testing::internal::GetCapturedStderr();
+    };
+    EXPECT_THAT(note(), testing::HasSubstr("note: " + Path("in") + ": 8 channels are mixed"));
+    for (size_t i = 0; i < voice.size(); ++i)
+        channels[8 * i + 1] = static_cast<int16_t>(-voice[i]);
+    SetInput(WavFile(channels, 44100, 8));
+    EXPECT_THAT(note(), testing::HasSubstr("its 8 channels cancel each other"));
+    SetInput(WavFile(voice, 44100));
+    Lose("00000000001" + std::string(100, '0'));
+    EXPECT_THAT(note(), testing::HasSubstr(" in 1 gap\n"));
 }
 
 TEST_F(ConcealTest, CountsLossesAndMeasuresTheDistance) {
