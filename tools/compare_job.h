@@ -9,6 +9,7 @@
 #include <string>
 
 #include "call_scores.h"
+#include "call_sound.h"
 #include "compare_method.h"
 #include "compare_options.h"
 #include "loss_condition.h"
@@ -29,15 +30,15 @@ struct CompareResult {
     CallScores scores;
     std::string entry;  // of the report's "files": JSON without the closing brace
     std::string rows;   // of the CSV file
-    std::string audio;  // the entry's "audio" member; empty: too large, or nobody asked
+    CallSound sound;    // no text where no sound is wanted
     uint64_t requests = 0;
     uint64_t requestsFailed = 0;
 };
 
-// Plays, measures and encodes. audioLimit: bytes that the audio may take in the report. progress
-// takes the share done. Throws Failure, UsageError, Interrupted, std::runtime_error.
+// Plays, measures and encodes. progress takes the share done. Throws Failure, UsageError,
+// Interrupted, std::runtime_error.
 CompareResult RunCompareJob(const CompareJob &job, const CompareOptions &options,
-                            int64_t audioLimit, const std::function<void(double)> &progress);
+                            const SoundLimits &limits, const std::function<void(double)> &progress);
 
 // The result as a file between processes. descriptor: at the place to write to or read from. Throw
 // Failure.

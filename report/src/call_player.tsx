@@ -51,7 +51,7 @@ export function CallPlayer({ report, file, timeline, decoded, dark }: Props) {
     [gaps, ranking, measures],
   );
   const opening = lost[order[0] ?? -1];
-  const transport = useTransport(rateHz, decoded, opening && opening.start - kOpeningLead);
+  const transport = useTransport(rateHz, decoded, opening && timeline.before(opening.start, kOpeningLead));
   const [chosen, setChosen] = useState(order[0]);
   const [view, setView] = useState<View>(() =>
     opening ? around(opening.start, opening.end, kOpeningMargin, duration) : { start: 0, end: duration },
@@ -105,7 +105,7 @@ export function CallPlayer({ report, file, timeline, decoded, dark }: Props) {
     setChosen(gap);
     setView(around(start, end, kViewMargin + (end - start) / 2, duration));
     if (transport.loop) loopOn(gap);
-    else transport.seek(start - kLoopMargin);
+    else transport.seek(timeline.before(start, kLoopMargin));
     announce(`Gap at ${clockTime(toCall(start))}, ${gaps[gap]!.frames * frameMs} ms`);
   };
   const toggleLoop = () => {
@@ -204,9 +204,7 @@ export function CallPlayer({ report, file, timeline, decoded, dark }: Props) {
               onSeek={seek}
               onHear={hear}
             >
-              {timeline.joins.map((at) => (
-                <div class="join" key={at} style={`left: ${(100 * (at - view.start)) / span(view)}%`} />
-              ))}
+              <Joins {...{ timeline, view }} />
               {transport.loop && <Region view={view} stretch={transport.loop} />}
               <div class="playhead" ref={marks.lanes} data-view={`${view.start} ${view.end}`} />
             </Lanes>
@@ -318,6 +316,22 @@ function usePlayhead(
     return () => cancelAnimationFrame(frame);
   }, [transport.playing, place]);
   return { lanes, overview, slider, time };
+}
+
+/** More joins than these would cover what they part. */
+const kMostJoins = 24;
+
+function Joins({ timeline, view }: { timeline: Timeline; view: View }) {
+  const joins = timeline.joins.filter((at) => at > view.start && at < view.end);
+  if (joins.length > kMostJoins) return null;
+  const left = (at: number) => `left: ${(100 * (at - view.start)) / span(view)}%`;
+  return (
+    <>
+      {joins.map((at) => (
+        <div class="join" key={at} style={left(at)} />
+      ))}
+    </>
+  );
 }
 
 function Region({ view, stretch }: { view: View; stretch: Stretch }) {

@@ -75,7 +75,7 @@ function Call({ report, file, kind, dark }: { report: Report; file: CallFile; ki
         {file.excerpts && ` The report keeps excerpts of the recordings, ${kept.toFixed(1)} s around the worst gaps and typical ones.`}
         {(!file.audio || file.excerpts) &&
           report.audioNeededMb !== undefined &&
-          ` All recordings fit in with --audio-limit ${report.audioNeededMb}.`}
+          ` With --audio-limit ${report.audioNeededMb} it keeps all of them.`}
       </p>
       {file.audio && !decoded && <p class="waiting">Decoding the recordings …</p>}
       {decoded && decoded.recordings.size > 0 && <CallPlayer {...{ report, file, timeline, decoded, dark }} />}

@@ -85,7 +85,7 @@ const schema = v.object({
   kinds: v.pipe(v.array(v.object({ id: v.string(), name: v.optional(v.string()) })), v.minLength(1)),
   figures: v.array(v.object({ loss: v.string(), ...fileFigure.entries })),
   files: v.array(file),
-  /** MB that all recordings would take in the page; absent where the page holds them all. */
+  /** The --audio-limit that keeps all recordings, MB; absent where the page holds them all. */
   audioNeededMb: v.optional(v.number()),
 });
 

@@ -29,10 +29,19 @@ export class Timeline {
     return this.#parts.slice(1).map((part) => part.at);
   }
 
+  #partAt(seconds: number): Part {
+    return this.#parts.filter(({ at }) => at <= seconds).at(-1) ?? this.#parts[0]!;
+  }
+
   /** From seconds into the recordings to seconds into the call. */
   toCall(seconds: number): number {
-    const part = this.#parts.filter(({ at }) => at <= seconds).at(-1) ?? this.#parts[0]!;
-    return part.call + seconds - part.at;
+    const { at, call } = this.#partAt(seconds);
+    return call + seconds - at;
+  }
+
+  /** Up to `lead` seconds before an instant of the recordings, but not before its excerpt begins. */
+  before(seconds: number, lead: number): number {
+    return Math.max(this.#partAt(seconds).at, seconds - lead);
   }
 
   /** Where frames of the call lie in the recordings; undefined where these hold none of them. */

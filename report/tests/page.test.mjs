@@ -482,6 +482,7 @@ pageTest("excerpts are shown and heard at their instants of the call", { data: c
   const field = await page.locator(".lane-field").boundingBox();
   const join = await page.locator(".join").boundingBox();
   assert.ok(Math.abs(join.x + join.width / 2 - field.x - field.width / 2) < 2, "the excerpts meet in the middle");
+  assert.match(await page.locator(".clock").innerText(), /^0:06\.80/); // one second before the gap was cut away
   await page.getByRole("button", { name: /Gap at 0:07.00/ }).click();
   await showing(page, "0:04.57", "0:07.49"); // from 0.4 s before the gap, which lies behind the join
   await page.keyboard.press("Space");
