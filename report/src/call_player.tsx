@@ -77,14 +77,18 @@ export function CallPlayer({ report, file, timeline, decoded, dark }: Props) {
       announce("Playing");
     }
   };
+  /** Within a loop, stays in it. The view follows; in the blind test it is what the listener chose before. */
+  const jump = (seconds: number) => {
+    transport.seek(seconds);
+    const at = transport.position;
+    if (!blind && (at < view.start || at > view.end)) setView(shift(view, at - (view.start + view.end) / 2, duration));
+  };
   const seek = (seconds: number) => {
     const loop = transport.loop;
     if (loop && (seconds < loop.start || seconds > loop.end)) transport.setLoop(undefined);
-    transport.seek(seconds);
-    const at = transport.position;
-    if (at < view.start || at > view.end) setView(shift(view, at - (view.start + view.end) / 2, duration));
+    jump(seconds);
   };
-  const step = (seconds: number) => transport.seek(transport.position + seconds);
+  const step = (seconds: number) => jump(transport.position + seconds);
   const zoom = (factor: number) => {
     const at = transport.position;
     const inside = at >= view.start && at <= view.end;
@@ -132,8 +136,8 @@ export function CallPlayer({ report, file, timeline, decoded, dark }: Props) {
     },
     ArrowLeft: (event) => step(event.shiftKey ? -frameMs / 1000 : -1),
     ArrowRight: (event) => step(event.shiftKey ? frameMs / 1000 : 1),
-    Home: () => transport.seek(0),
-    End: () => transport.seek(duration),
+    Home: () => jump(0),
+    End: () => jump(duration),
   };
   const looking: Shortcuts = {
     "+": () => zoom(0.5),
