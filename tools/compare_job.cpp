@@ -157,7 +157,7 @@ class CallPlayers {
         return std::move(*best);
     }
 
-    // What the receiver takes for the codec's concealment is silence here.
+    // The frames that the receiver counts as concealed by the codec are silence here.
     static void NameSilence(CallRecording &recording) {
         std::replace(recording.sources.begin(), recording.sources.end(), host::FrameSource::codec,
                      host::FrameSource::lost);

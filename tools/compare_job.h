@@ -25,7 +25,7 @@ struct CompareJob {
     uint64_t seed = 1;
 };
 
-// What came of it, free of the audio.
+// The outcome of a job. The recordings themselves are not part of it.
 struct CompareResult {
     CallScores scores;
     std::string entry;  // of the report's "files": JSON without the closing brace
