@@ -8,7 +8,7 @@
 namespace aiplc::tools {
 namespace {
 
-constexpr int64_t kLeastBudget = 25;  // frames of 20 ms
+constexpr int64_t kLeastBudget = 75;  // frames of 20 ms
 constexpr int64_t kContext = 50;      // frames on either side of a gap, at most
 
 struct ScoredGap {

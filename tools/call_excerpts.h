@@ -21,7 +21,8 @@ struct Excerpt {
 // overlap, together at most `budget` frames long: in turn around the gap with the method's greatest
 // log-spectral distance and around the one nearest to its median, each with up to a second on
 // either side. Gaps without a score are passed over; a call without scores is cut to its beginning.
-// Nothing where the budget is below half a second.
+// Nothing where the budget is below one and a half seconds, so that a quarter of a second remains
+// on either side.
 std::vector<Excerpt> ChooseExcerpts(const CallScores &scores, size_t method, int64_t callFrames,
                                     int64_t budget);
 

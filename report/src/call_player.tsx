@@ -20,6 +20,8 @@ import { around, fit, shift, span, type View, zoomAbout } from "./view";
 /** Seconds on either side of a gap: what its loop plays, and what the lanes show. */
 const kLoopMargin = 0.25;
 const kViewMargin = 0.4;
+/** Seconds of sound that a gap needs on either side to be judged by ear. */
+const kContext = 0.2;
 /** Seconds shown on either side of the first gap when a call is opened, and played before it. */
 const kOpeningMargin = 2;
 const kOpeningLead = 1;
@@ -37,10 +39,10 @@ export function CallPlayer({ report, file, timeline, decoded, dark }: Props) {
   const { duration } = decoded;
   const methods = report.methods.filter((m) => file.audio?.[m.id] !== undefined);
   const audible = methods.filter((m) => decoded.recordings.has(m.id));
-  const [gaps, lost] = useMemo(() => {
-    const found = file.gaps.map((gap) => ({ gap, stretch: timeline.find(gap) })).filter(({ stretch }) => stretch);
-    return [found.map(({ gap }) => gap), found.map(({ stretch }) => stretch!)] as const;
-  }, [file]);
+  // Those to choose from, with what lies around them; an excerpt may also cut through a gap, which is marked only.
+  const gaps = useMemo(() => file.gaps.filter((gap) => timeline.surrounds(gap, kContext)), [file]);
+  const lost = useMemo(() => gaps.map((gap) => timeline.find(gap)!), [gaps]);
+  const marked = useMemo(() => file.gaps.flatMap((gap) => timeline.find(gap) ?? []), [file]);
   const [method, setMethod] = useState(() => preferred(audible));
   const [blind, setBlind] = useState(false);
   const [ranking, setRanking] = useRanking(report, file, method);
@@ -156,7 +158,8 @@ export function CallPlayer({ report, file, timeline, decoded, dark }: Props) {
     <Overview
       peaks={blind ? undefined : reference?.peaks}
       view={blind ? undefined : view}
-      {...{ rateHz, duration, lost, dark }}
+      {...{ rateHz, duration, dark }}
+      lost={marked}
       slider={marks.slider}
       playhead={marks.overview}
       onSeek={blind ? (at) => transport.seek(at) : seek}
@@ -200,7 +203,8 @@ export function CallPlayer({ report, file, timeline, decoded, dark }: Props) {
           <div>
             {overview}
             <Lanes
-              {...{ decoded, rateHz, lost, view, timeline, dark }}
+              {...{ decoded, rateHz, view, timeline, dark }}
+              lost={marked}
               methods={methods}
               allMethods={report.methods}
               heard={method}

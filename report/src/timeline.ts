@@ -10,12 +10,16 @@ interface Part {
   length: number; // seconds
 }
 
+const kRounding = 1e-6; // seconds
+
 export class Timeline {
   readonly #parts: Part[] = [];
   readonly #frame: number; // seconds
+  readonly #end: number; // of the call, seconds
 
   constructor({ frames, excerpts }: Pick<CallFile, "frames" | "excerpts">, frameMs: number) {
     this.#frame = frameMs / 1000;
+    this.#end = frames * this.#frame;
     let at = 0;
     for (const part of excerpts ?? [{ first: 0, frames }]) {
       const length = part.frames * this.#frame;
@@ -52,6 +56,13 @@ export class Timeline {
       if (end > start) return { start: at + start, end: at + end };
     }
     return undefined;
+  }
+
+  /** Whether an excerpt holds frames of the call whole, with `margin` seconds on either side as far as the call goes. */
+  surrounds({ first, frames }: { first: number; frames: number }, margin: number): boolean {
+    const start = Math.max(0, first * this.#frame - margin);
+    const end = Math.min(this.#end, (first + frames) * this.#frame + margin);
+    return this.#parts.some(({ call, length }) => call < start + kRounding && call + length > end - kRounding);
   }
 
   /** The multiples of `step` seconds of the call that lie in a view, with their place in the recordings. */

@@ -476,7 +476,7 @@ pageTest("keys leave form fields alone and can be switched off", {}, async (page
 
 pageTest("excerpts are shown and heard at their instants of the call", { data: cutToExcerpts(makeReport()) }, async (page) => {
   await page.getByText("excerpts of the recordings, 2.0 s").getByText("--audio-limit 57.5").waitFor();
-  assert.match(await page.locator(".gaps h3").innerText(), /^2 of 3 gaps have sound$/);
+  assert.match(await page.locator(".gaps h3").innerText(), /^2 of 4 gaps have sound$/);
   await button(page, "All excerpts").click();
   await lanes(page).first().scrollIntoViewIfNeeded();
   const field = await page.locator(".lane-field").boundingBox();

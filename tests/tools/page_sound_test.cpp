@@ -24,8 +24,8 @@ TEST(CallExcerptsTest, WorstAndTypicalGapsComeFirstWithinTheBudget) {
     EXPECT_THAT(choose(330),
                 ElementsAre(Excerpt{4950, 110}, Excerpt{7950, 110}, Excerpt{8950, 110}));
     EXPECT_THAT(choose(329), ElementsAre(Excerpt{4950, 110}, Excerpt{8950, 110}));
-    EXPECT_THAT(choose(60), ElementsAre(Excerpt{4990, 30}, Excerpt{8990, 30}));
-    EXPECT_THAT(choose(24), ElementsAre());
+    EXPECT_THAT(choose(78), ElementsAre(Excerpt{4987, 36}, Excerpt{8987, 36}));
+    EXPECT_THAT(choose(74), ElementsAre());
     scores.gaps.clear();
     EXPECT_THAT(choose(300), ElementsAre(Excerpt{0, 300}));
 }
