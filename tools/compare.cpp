@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "compare.h"
+#include "tools/compare.h"
 
 #include <aiplc/aiplc.h>
 #include <sys/stat.h>
@@ -9,20 +9,21 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <map>
 #include <set>
 #include <sstream>
 
-#include "call_loader.h"
-#include "compare_format.h"
-#include "compare_job.h"
-#include "compare_method.h"
-#include "compare_output.h"
-#include "failure.h"
-#include "figure_gate.h"
-#include "interrupt.h"
-#include "job_pool.h"
-#include "log_lines.h"
-#include "output_targets.h"
+#include "tools/call_loader.h"
+#include "tools/compare_format.h"
+#include "tools/compare_job.h"
+#include "tools/compare_method.h"
+#include "tools/compare_output.h"
+#include "tools/failure.h"
+#include "tools/figure_gate.h"
+#include "tools/interrupt.h"
+#include "tools/job_pool.h"
+#include "tools/log_lines.h"
+#include "tools/output_targets.h"
 
 namespace aiplc::tools {
 namespace {
@@ -123,12 +124,13 @@ class Comparison {
         const long processors = sysconf(_SC_NPROCESSORS_ONLN);
         JobPool pool(static_cast<size_t>(
             m_options.jobs.value_or(static_cast<int>(std::max(processors, 1L)))));
+        const SoundLimits limits = {output.AudioLimit(),
+                                    output.AudioLimit() / static_cast<int64_t>(costs.size())};
         Progress progress(total, !m_options.quiet);
         pool.Run(
             costs,
             [&](size_t number, int descriptor, const std::function<void(double)> &report) {
-                WriteResult(RunCompareJob(JobOf(number), m_options, output.AudioLeft(), report),
-                            descriptor);
+                WriteResult(RunCompareJob(JobOf(number), m_options, limits, report), descriptor);
             },
             [&](size_t number, int descriptor) { Take(number, ReadResult(descriptor), output); },
             progress);
@@ -138,7 +140,7 @@ class Comparison {
         const size_t files = m_options.inputs.size();
         const LossCondition &loss = m_losses[number / files];
         if (number < files) m_notes += result.notes;
-        output.AddFile(m_names[number % files], loss, result);
+        output.AddFile(m_names[number % files], loss, result);  // takes its sound
         m_requests += result.requests;
         m_requestsFailed += result.requestsFailed;
         m_scores.push_back(std::move(result.scores));
@@ -162,15 +164,33 @@ class Comparison {
                          static_cast<unsigned long long>(m_requestsFailed),
                          static_cast<unsigned long long>(m_requests));
         }
-        if (output.WithoutAudio().empty()) return;
+        if (output.CutCalls().empty()) return;
+        WarnOfCuts(output, true, "excerpts of the sound, around the worst gaps and typical ones,");
+        WarnOfCuts(output, false, "no sound");
+        const double needed = output.AudioNeededMb();
         std::fprintf(stderr,
-                     "aiplc: compare: warning: --audio-limit leaves the page without the sound "
-                     "of:\n");
-        for (const auto &[name, losses] : output.WithoutAudio()) {
-            std::string places;
-            for (size_t i = 0; i < losses.size() && losses.size() < m_losses.size(); ++i)
-                places += (i == 0 ? " at " : ", ") + losses[i];
-            std::fprintf(stderr, "  %s%s\n", name.c_str(), places.c_str());
+                     needed <= kMaxAudioLimitMb
+                         ? "  --audio-limit %.1f holds all of it\n"
+                         : "  all of it takes %.1f MB; compare fewer or shorter calls\n",
+                     needed);
+    }
+
+    // Names the calls with excerpts only, or those without sound.
+    void WarnOfCuts(const CompareOutput &output, bool excerpts, const char *kept) const {
+        std::map<std::string, std::vector<std::string>> losses;  // by call
+        for (const CompareOutput::CutCall &call : output.CutCalls()) {
+            if (call.excerpts == excerpts) losses[call.name].push_back(call.loss);
+        }
+        if (losses.empty()) return;
+        std::fprintf(stderr,
+                     "aiplc: compare: warning: --audio-limit %g leaves room in the page for %s "
+                     "of:\n",
+                     m_options.audioLimitMb, kept);
+        for (const auto &[name, places] : losses) {
+            std::string list;
+            for (size_t i = 0; i < places.size() && places.size() < m_losses.size(); ++i)
+                list += (i == 0 ? " at " : ", ") + places[i];
+            std::fprintf(stderr, "  %s%s\n", name.c_str(), list.c_str());
         }
     }
 

@@ -81,8 +81,9 @@ void AddReports(CLI::App &app, CompareOptions &options) {
     app.add_option("--html", options.htmlPath, "a page with figures and sound; - = stdout")
         ->type_name("FILE");
     app.add_option("--audio-limit", options.audioLimitMb,
-                   "MB of sound in the page, 0 to 2000 (40); calls that do not fit are named")
-        ->check(CLI::Range(0.0, 2000.0).description(""))
+                   "MB of sound in the page, 0 to 2000 (40); calls that do not fit are cut to "
+                   "excerpts and named")
+        ->check(CLI::Range(0.0, kMaxAudioLimitMb).description(""))
         ->type_name("MB");
     app.add_option("--fail-if", options.failGates,
                    "exit code 3 when this holds at any loss; may be repeated")

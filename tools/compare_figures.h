@@ -28,8 +28,8 @@ struct CompareFigure {
     [[nodiscard]] int Verdict() const;
 };
 
-// What the bootstrap draws: whole calls, or the gaps of all calls (for measures of a whole call
-// its stretches of two seconds). Fewer than ten calls say too little about how calls differ.
+// The unit that the bootstrap draws: whole calls, or the gaps of all calls (for measures of a whole
+// call its stretches of two seconds). Fewer than ten calls say too little about how calls differ.
 enum class ResampledUnit { gaps, calls };
 ResampledUnit UnitFor(size_t calls);
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "compare_job.h"
+#include "tools/compare_job.h"
 
 #include <algorithm>
 #include <map>
@@ -9,15 +9,14 @@
 #include <span>
 #include <utility>
 
-#include "call_loader.h"
-#include "call_recording.h"
-#include "compare_figures.h"
-#include "compare_format.h"
-#include "compare_method.h"
-#include "failure.h"
-#include "flac_audio.h"
-#include "interrupt.h"
-#include "packet_losses.h"
+#include "tools/call_loader.h"
+#include "tools/call_recording.h"
+#include "tools/compare_figures.h"
+#include "tools/compare_format.h"
+#include "tools/compare_method.h"
+#include "tools/failure.h"
+#include "tools/interrupt.h"
+#include "tools/packet_losses.h"
 
 namespace aiplc::tools {
 namespace {
@@ -175,23 +174,11 @@ class CallPlayers {
     std::optional<int64_t> m_firstFrame;  // of all recordings
 };
 
-std::string EncodeAudio(const std::vector<CallRecording> &recordings, int sampleRate,
-                        int64_t limit) {
-    std::string audio = ",\"audio\":{";
-    for (size_t method = 0; method < recordings.size(); ++method) {
-        ThrowIfInterrupted();
-        if (method > 0) audio += ',';
-        audio += std::string("\"") + CompareMethods()[method].name + "\":\"";
-        audio += FlacDataUrl(recordings[method].samples, sampleRate) + "\"";
-        if (static_cast<int64_t>(audio.size()) >= limit) return {};
-    }
-    return audio + "}";
-}
-
 }  // namespace
 
 CompareResult RunCompareJob(const CompareJob &job, const CompareOptions &options,
-                            int64_t audioLimit, const std::function<void(double)> &progress) {
+                            const SoundLimits &limits,
+                            const std::function<void(double)> &progress) {
     const LoadedCall loaded = Load(job, options);
     const int jitterBufferMs = options.jitterBufferMs.value_or(kDefaultJitterBufferMs);
     const CallPlays plays = CallPlayers(job, loaded, jitterBufferMs, progress).Play();
@@ -210,7 +197,8 @@ CompareResult RunCompareJob(const CompareJob &job, const CompareOptions &options
     result.entry = FileEntryJson(job.name, job.loss->id, recordings, result.scores, figures);
     result.rows = FigureRows("file", job.name, job.loss->id, figures) +
                   GapRows(job.name, job.loss->id, result.scores);
-    if (audioLimit > 0) result.audio = EncodeAudio(recordings, loaded.sampleRate, audioLimit);
+    if (limits.all > 0)
+        result.sound = EncodeSound(recordings, result.scores, loaded.sampleRate, limits);
     for (const CallRecording &recording : recordings) {
         result.requests += recording.requests;
         result.requestsFailed += recording.requestsFailed;

@@ -8,10 +8,11 @@
 #include <span>
 #include <string>
 
-#include "call_scores.h"
-#include "compare_method.h"
-#include "compare_options.h"
-#include "loss_condition.h"
+#include "tools/call_scores.h"
+#include "tools/call_sound.h"
+#include "tools/compare_method.h"
+#include "tools/compare_options.h"
+#include "tools/loss_condition.h"
 
 namespace aiplc::tools {
 
@@ -29,16 +30,16 @@ struct CompareResult {
     CallScores scores;
     std::string entry;  // of the report's "files": JSON without the closing brace
     std::string rows;   // of the CSV file
-    std::string audio;  // the entry's "audio" member; empty: too large, or nobody asked
+    CallSound sound;    // no text where no sound is wanted
     std::string notes;  // about the input, each with a line break behind it
     uint64_t requests = 0;
     uint64_t requestsFailed = 0;
 };
 
-// Plays, measures and encodes. audioLimit: bytes that the audio may take in the report. progress
-// takes the share done. Throws Failure, UsageError, Interrupted, std::runtime_error.
+// Plays, measures and encodes. progress takes the share done. Throws Failure, UsageError,
+// Interrupted, std::runtime_error.
 CompareResult RunCompareJob(const CompareJob &job, const CompareOptions &options,
-                            int64_t audioLimit, const std::function<void(double)> &progress);
+                            const SoundLimits &limits, const std::function<void(double)> &progress);
 
 // The result as a file between processes. descriptor: at the place to write to or read from. Throw
 // Failure.

@@ -13,7 +13,8 @@
 
 namespace aiplc::tools {
 
-// What a figure is taken over. Gaps are runs of frames that have no received audio in them.
+// The frames that a figure is taken over. Gaps are runs of frames that have no received audio in
+// them.
 enum class CompareKind { gap1, gap2to3, gap4to6, gap7up, after, call };
 inline constexpr size_t kCompareKinds = 6;
 
@@ -25,7 +26,7 @@ const KindInfo &Info(CompareKind kind);
 // The kind of a gap of so many frames, 1 or more.
 CompareKind KindOfGap(int64_t frames);
 
-// What is measured; docs/measures.md defines each. Behind the named ones: the share of frames of
+// The measures, which docs/measures.md defines. Behind the named ones: the share of frames of
 // each source, in the order of host::FrameSource.
 enum class CompareMeasure : size_t { lsd, mcd, estoi, joinLevel, joinPitch, click, interruptions };
 inline constexpr size_t kNamedMeasures = 7;

@@ -32,8 +32,8 @@ size_t MethodIndex(CompareMethod::Id id);
 // How one method plays.
 struct MethodSetup {
     host::ReceiverOptions receiver;  // all but the rate
-    // What the decoder does. One that enhances changes what was received, so that the call without
-    // losses that the method is measured against is played by the same decoder.
+    // The abilities of the decoder. One that enhances changes what was received, so that the call
+    // without losses that the method is measured against is played by the same decoder.
     DecoderFacts decoder;
     std::string about;  // for people
 };

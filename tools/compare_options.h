@@ -12,6 +12,8 @@
 
 namespace aiplc::tools {
 
+inline constexpr double kMaxAudioLimitMb = 2000.0;
+
 // The command line of `aiplc compare`.
 struct CompareOptions {
     std::vector<std::string> inputs;

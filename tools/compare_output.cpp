@@ -2,8 +2,12 @@
 
 #include "compare_output.h"
 
+#include <array>
+#include <cmath>
+#include <cstdio>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 
 #include "compare_format.h"
 #include "report_page.h"
@@ -32,16 +36,24 @@ std::string WithoutLess(const std::string &json) {
     return text;
 }
 
+// MB with one decimal.
+std::string Megabytes(double number) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.1f", number);
+    return text.data();
+}
+
 }  // namespace
 
 CompareOutput::CompareOutput(const CompareOptions &options, std::span<const MethodSetup> setups,
                              const std::vector<LossCondition> &losses, ResampledUnit unit)
-    : m_options(options) {
+    : m_options(options),
+      m_audioLimit(options.htmlPath.empty() ? 0 : static_cast<int64_t>(options.audioLimitMb * 1e6)),
+      m_sound(m_audioLimit) {
     m_json = Open(options.jsonPath);
     m_csv = Open(options.csvPath);
     m_page = Open(options.htmlPath);
     if (m_page) {
-        m_audioLeft = static_cast<int64_t>(options.audioLimitMb * 1e6);
         const std::string_view page = ReportPage();
         const size_t at = page.find(kMarker);
         if (at == std::string_view::npos) throw std::logic_error("the page has no place for data");
@@ -63,20 +75,34 @@ void CompareOutput::WritePage(const std::string &json) {
 }
 
 void CompareOutput::AddFile(const std::string &name, const LossCondition &loss,
-                            const CompareResult &result) {
+                            CompareResult &result) {
     const std::string entry = (m_anyFile ? ",\n" : "\n") + result.entry;
     m_anyFile = true;
     WriteJson(entry + "}");
-    WritePage(entry);
-    const auto size = static_cast<int64_t>(result.audio.size());
-    if (size > 0 && size <= m_audioLeft) {
-        WritePage(result.audio);
-        m_audioLeft -= size;
-    } else if (m_page) {
-        m_withoutAudio[name].push_back(loss.name);
+    if (m_page) {
+        m_pageFiles.push_back({name, loss.name, entry});
+        m_sound.Add(std::move(result.sound));
     }
-    WritePage("}");
     if (m_csv) m_csv->Write(result.rows);
+}
+
+void CompareOutput::WritePageFiles() {
+    using Kept = PageSound::Kept;
+    const std::vector<Kept> kept = m_sound.Choose();
+    for (size_t i = 0; i < m_pageFiles.size(); ++i) {
+        const PageFile &file = m_pageFiles[i];
+        WritePage(file.entry);
+        // Numbers, names of methods and base64 only, so that it needs no escapes.
+        if (kept[i] == Kept::whole) m_page->Write(m_sound.Sound(i).whole);
+        if (kept[i] == Kept::excerpts) m_page->Write(m_sound.Sound(i).excerpts);
+        if (kept[i] != Kept::whole && m_audioLimit > 0)
+            m_cutCalls.push_back({file.name, file.loss, kept[i] == Kept::excerpts});
+        WritePage("}");
+    }
+}
+
+double CompareOutput::AudioNeededMb() const {
+    return std::ceil(static_cast<double>(m_sound.Needed()) / 1e5) / 10.0;
 }
 
 void CompareOutput::AddFigures(const LossCondition &loss, std::span<const CompareFigure> figures) {
@@ -86,10 +112,16 @@ void CompareOutput::AddFigures(const LossCondition &loss, std::span<const Compar
 }
 
 void CompareOutput::Commit(const std::string &tables) {
-    const std::string tail = "\n],\n\"figures\":[" + m_figures + "\n]}\n";
-    WriteJson(tail);
-    WritePage(tail);
-    if (m_page) m_page->Write(m_pageTail);
+    const std::string figures = "\n],\n\"figures\":[" + m_figures + "\n]";
+    WriteJson(figures + "}\n");
+    if (m_page) {
+        WritePageFiles();
+        WritePage(figures);
+        if (!m_cutCalls.empty() && AudioNeededMb() <= kMaxAudioLimitMb)
+            WritePage(",\n\"audioNeededMb\":" + Megabytes(AudioNeededMb()));
+        WritePage("}\n");
+        m_page->Write(m_pageTail);
+    }
     const bool standardOutputTaken =
         m_options.jsonPath == "-" || m_options.csvPath == "-" || m_options.htmlPath == "-";
     for (const auto *file : {&m_json, &m_csv, &m_page}) {

@@ -7,9 +7,9 @@
 #include <cstring>
 #include <memory>
 
-#include "compare_job.h"
-#include "compare_method.h"
-#include "failure.h"
+#include "tools/compare_job.h"
+#include "tools/compare_method.h"
+#include "tools/failure.h"
 
 namespace aiplc::tools {
 namespace {
@@ -54,8 +54,10 @@ void WriteResult(const CompareResult &result, int descriptor) {
     std::vector<double> numbers = PackScores(result.scores);
     numbers.push_back(static_cast<double>(result.requests));
     numbers.push_back(static_cast<double>(result.requestsFailed));
+    numbers.push_back(static_cast<double>(result.sound.wholeBytes));
     WriteBlock(file.get(), numbers.data(), numbers.size() * sizeof(double));
-    for (const std::string *text : {&result.entry, &result.rows, &result.audio, &result.notes})
+    for (const std::string *text :
+         {&result.entry, &result.rows, &result.sound.whole, &result.sound.excerpts, &result.notes})
         WriteBlock(file.get(), text->data(), text->size());
     if (std::fflush(file.get()) != 0)
         throw Failure(std::string("a call's result cannot be kept: ") + strerror(errno));
@@ -66,11 +68,14 @@ CompareResult ReadResult(int descriptor) {
     CompareResult result;
     std::vector<double> numbers;
     ReadBlock(file.get(), numbers);
-    for (std::string *text : {&result.entry, &result.rows, &result.audio, &result.notes})
+    for (std::string *text :
+         {&result.entry, &result.rows, &result.sound.whole, &result.sound.excerpts, &result.notes})
         ReadBlock(file.get(), *text);
     result.scores = UnpackScores(numbers, CompareMethods().size());
-    result.requests = static_cast<uint64_t>(numbers[numbers.size() - 2]);
-    result.requestsFailed = static_cast<uint64_t>(numbers.back());
+    const size_t last = numbers.size() - 1;
+    result.requests = static_cast<uint64_t>(numbers[last - 2]);
+    result.requestsFailed = static_cast<uint64_t>(numbers[last - 1]);
+    result.sound.wholeBytes = static_cast<int64_t>(numbers[last]);
     return result;
 }
 

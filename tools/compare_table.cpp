@@ -24,8 +24,10 @@ std::string Cell(const CompareFigure *figure) {
     const int decimals = Info(figure->measure).decimals;
     const measure::Estimate &estimate = figure->estimate;
     const double half = estimate.low ? (*estimate.high - *estimate.low) / 2.0 : 0.0;
-    const bool ideal = figure->method == MethodIndex(CompareMethod::Id::ideal);
-    const int verdict = ideal ? 0 : figure->Verdict();
+    // The two ends of the scale do not compete.
+    const bool end = figure->method == MethodIndex(CompareMethod::Id::ideal) ||
+                     figure->method == MethodIndex(CompareMethod::Id::silence);
+    const int verdict = end ? 0 : figure->Verdict();
     const char *mark = verdict > 0 ? " *" : verdict < 0 ? " !" : "";
     std::array<char, 64> text{};
     if (half * std::pow(10.0, decimals) >= 0.5) {

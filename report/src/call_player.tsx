@@ -13,43 +13,55 @@ import { PlayerBar } from "./player_bar";
 import type { Decoded } from "./recording";
 import { type CallFile, isReference, type Method, nameOf, type Report } from "./report";
 import { keepFocus, type Shortcuts, useShortcuts } from "./shortcuts";
+import type { Timeline } from "./timeline";
 import { Transport } from "./transport";
 import { around, fit, shift, span, type View, zoomAbout } from "./view";
 
 /** Seconds on either side of a gap: what its loop plays, and what the lanes show. */
 const kLoopMargin = 0.25;
 const kViewMargin = 0.4;
+/** Seconds of sound that a gap needs on either side to be judged by ear. */
+const kContext = 0.2;
+/** Seconds shown on either side of the first gap when a call is opened, and played before it. */
+const kOpeningMargin = 2;
+const kOpeningLead = 1;
 
 interface Props {
   report: Report;
   file: CallFile;
+  timeline: Timeline;
   decoded: Decoded;
   dark: boolean;
 }
 
-export function CallPlayer({ report, file, decoded, dark }: Props) {
+export function CallPlayer({ report, file, timeline, decoded, dark }: Props) {
   const { rateHz, frameMs } = report;
   const { duration } = decoded;
   const methods = report.methods.filter((m) => file.audio?.[m.id] !== undefined);
   const audible = methods.filter((m) => decoded.recordings.has(m.id));
-  const lost = useMemo<Stretch[]>(
-    () => file.gaps.map((g) => ({ start: (g.first * frameMs) / 1000, end: ((g.first + g.frames) * frameMs) / 1000 })),
-    [file],
-  );
-  const transport = useTransport(rateHz, decoded);
+  // Those to choose from, with what lies around them; an excerpt may also cut through a gap, which is marked only.
+  const gaps = useMemo(() => file.gaps.filter((gap) => timeline.surrounds(gap, kContext)), [file]);
+  const lost = useMemo(() => gaps.map((gap) => timeline.find(gap)!), [gaps]);
+  const marked = useMemo(() => file.gaps.flatMap((gap) => timeline.find(gap) ?? []), [file]);
   const [method, setMethod] = useState(() => preferred(audible));
-  const [view, setView] = useState<View>({ start: 0, end: duration });
-  const [chosen, setChosen] = useState<number>();
   const [blind, setBlind] = useState(false);
   const [ranking, setRanking] = useRanking(report, file, method);
   const measures = useScoredMeasures(report, file);
   const order = useMemo(
     () =>
-      orderGaps(file.gaps, ranking.sort, ranking.method, ranking.measure, measures.find((m) => m.id === ranking.measure)?.better),
-    [file, ranking, measures],
+      orderGaps(gaps, ranking.sort, ranking.method, ranking.measure, measures.find((m) => m.id === ranking.measure)?.better),
+    [gaps, ranking, measures],
   );
+  const opening = lost[order[0] ?? -1];
+  const transport = useTransport(rateHz, decoded, opening && timeline.before(opening.start, kOpeningLead));
+  const [chosen, setChosen] = useState(order[0]);
+  const [view, setView] = useState<View>(() =>
+    opening ? around(opening.start, opening.end, kOpeningMargin, duration) : { start: 0, end: duration },
+  );
+  const player = useRef<HTMLDivElement>(null);
   useEffect(() => transport.select(method), [method, blind]);
-  const marks = usePlayhead(transport, duration, blind ? undefined : nameOf(methods.find((m) => m.id === method) ?? { id: method }), (at) => {
+  const toCall = (seconds: number) => timeline.toCall(seconds);
+  const marks = usePlayhead(transport, duration, toCall, blind ? undefined : nameOf(methods.find((m) => m.id === method) ?? { id: method }), (at) => {
     if (!transport.loop && (at < view.start || at > view.end))
       setView(shift(view, at - view.start - 0.05 * span(view), duration));
   });
@@ -61,20 +73,24 @@ export function CallPlayer({ report, file, decoded, dark }: Props) {
   const toggle = () => {
     if (transport.playing) {
       transport.pause();
-      announce(`Paused at ${clockTime(transport.position)}`);
+      announce(`Paused at ${clockTime(toCall(transport.position))}`);
     } else {
       void transport.play();
       announce("Playing");
     }
   };
+  /** Within a loop, stays in it. The view follows; in the blind test it is what the listener chose before. */
+  const jump = (seconds: number) => {
+    transport.seek(seconds);
+    const at = transport.position;
+    if (!blind && (at < view.start || at > view.end)) setView(shift(view, at - (view.start + view.end) / 2, duration));
+  };
   const seek = (seconds: number) => {
     const loop = transport.loop;
     if (loop && (seconds < loop.start || seconds > loop.end)) transport.setLoop(undefined);
-    transport.seek(seconds);
-    const at = transport.position;
-    if (at < view.start || at > view.end) setView(shift(view, at - (view.start + view.end) / 2, duration));
+    jump(seconds);
   };
-  const step = (seconds: number) => transport.seek(transport.position + seconds);
+  const step = (seconds: number) => jump(transport.position + seconds);
   const zoom = (factor: number) => {
     const at = transport.position;
     const inside = at >= view.start && at <= view.end;
@@ -84,7 +100,7 @@ export function CallPlayer({ report, file, decoded, dark }: Props) {
   };
   const whole = () => {
     setView(fit({ start: 0, end: duration }, duration));
-    announce("Showing the whole call");
+    announce(file.excerpts ? "Showing all excerpts" : "Showing the whole call");
   };
   const loopOn = (gap: number | undefined) => {
     const stretch = gap === undefined ? undefined : lost[gap]!;
@@ -95,8 +111,8 @@ export function CallPlayer({ report, file, decoded, dark }: Props) {
     setChosen(gap);
     setView(around(start, end, kViewMargin + (end - start) / 2, duration));
     if (transport.loop) loopOn(gap);
-    else transport.seek(start - kLoopMargin);
-    announce(`Gap at ${clockTime(start)}, ${file.gaps[gap]!.frames * frameMs} ms`);
+    else transport.seek(timeline.before(start, kLoopMargin));
+    announce(`Gap at ${clockTime(toCall(start))}, ${gaps[gap]!.frames * frameMs} ms`);
   };
   const toggleLoop = () => {
     if (transport.loop) {
@@ -106,7 +122,7 @@ export function CallPlayer({ report, file, decoded, dark }: Props) {
       const gap = chosen ?? nearest(lost, transport.position);
       if (gap !== chosen) choose(gap);
       loopOn(gap);
-      announce(`Looping the gap at ${clockTime(lost[gap]!.start)}`);
+      announce(`Looping the gap at ${clockTime(toCall(lost[gap]!.start))}`);
     }
   };
   const stepGap = (by: number) => {
@@ -116,11 +132,14 @@ export function CallPlayer({ report, file, decoded, dark }: Props) {
   };
 
   const playing: Shortcuts = {
-    " ": toggle,
+    " ": () => {
+      reveal(player.current!);
+      toggle();
+    },
     ArrowLeft: (event) => step(event.shiftKey ? -frameMs / 1000 : -1),
     ArrowRight: (event) => step(event.shiftKey ? frameMs / 1000 : 1),
-    Home: () => transport.seek(0),
-    End: () => transport.seek(duration),
+    Home: () => jump(0),
+    End: () => jump(duration),
   };
   const looking: Shortcuts = {
     "+": () => zoom(0.5),
@@ -139,16 +158,19 @@ export function CallPlayer({ report, file, decoded, dark }: Props) {
     <Overview
       peaks={blind ? undefined : reference?.peaks}
       view={blind ? undefined : view}
-      {...{ rateHz, duration, lost, dark }}
+      {...{ rateHz, duration, dark }}
+      lost={marked}
       slider={marks.slider}
       playhead={marks.overview}
       onSeek={blind ? (at) => transport.seek(at) : seek}
     />
   );
   return (
-    <div class={`player ${blind ? "blind" : ""}`}>
+    <div class={`player ${blind ? "blind" : ""}`} ref={player} tabIndex={-1}>
       <PlayerBar
-        {...{ methods, audible, method, blind, duration }}
+        {...{ methods, audible, method, blind }}
+        duration={(file.frames * frameMs) / 1000}
+        whole={file.excerpts ? "All excerpts" : "Whole call"}
         allMethods={report.methods}
         playing={transport.playing}
         looping={transport.loop !== undefined}
@@ -165,11 +187,15 @@ export function CallPlayer({ report, file, decoded, dark }: Props) {
         <>
           {overview}
           <BlindTest
-            {...{ file, lost, transport, duration, view }}
+            {...{ gaps, lost, transport, duration, view, toCall }}
+            recordings={decoded.recordings}
             methods={audible}
             measure={ranking.measure}
             margin={kLoopMargin}
-            onLeave={() => setBlind(false)}
+            onLeave={() => {
+              setBlind(false);
+              player.current!.focus({ preventScroll: true });
+            }}
           />
         </>
       ) : (
@@ -177,7 +203,8 @@ export function CallPlayer({ report, file, decoded, dark }: Props) {
           <div>
             {overview}
             <Lanes
-              {...{ decoded, rateHz, lost, view, dark }}
+              {...{ decoded, rateHz, view, timeline, dark }}
+              lost={marked}
               methods={methods}
               allMethods={report.methods}
               heard={method}
@@ -185,14 +212,15 @@ export function CallPlayer({ report, file, decoded, dark }: Props) {
               onSeek={seek}
               onHear={hear}
             >
+              <Joins {...{ timeline, view }} />
               {transport.loop && <Region view={view} stretch={transport.loop} />}
               <div class="playhead" ref={marks.lanes} data-view={`${view.start} ${view.end}`} />
             </Lanes>
           </div>
           <div {...keepFocus}>
             <GapList
-              gaps={file.gaps}
-              {...{ order, measures, frameMs, ranking, chosen }}
+              {...{ gaps, order, measures, frameMs, ranking, chosen }}
+              all={file.gaps.length}
               methods={report.methods}
               onRank={setRanking}
               onChoose={choose}
@@ -212,12 +240,21 @@ function nearest(lost: readonly Stretch[], at: number): number {
   return lost.reduce((best, stretch, i) => (distance(stretch) < distance(lost[best]!) ? i : best), 0);
 }
 
-function useTransport(rateHz: number, decoded: Decoded): Transport {
+/** Scrolls to the player where it is not on the screen. */
+function reveal(player: HTMLElement): void {
+  const { top, bottom } = player.getBoundingClientRect();
+  if (bottom < kInSight || top > innerHeight - kInSight) player.scrollIntoView({ block: "start" });
+}
+const kInSight = 160; // pixels
+
+/** startAt: seconds into the call at which the first play begins. */
+function useTransport(rateHz: number, decoded: Decoded, startAt = 0): Transport {
   const [, redraw] = useReducer((n: number) => n + 1, 0);
   const transport = useMemo(() => new Transport(rateHz), []);
   useLayoutEffect(() => {
     transport.onChange = () => redraw(undefined);
     transport.load(new Map([...decoded.recordings].map(([id, { buffer }]) => [id, buffer])), decoded.duration);
+    transport.seek(startAt);
     return () => {
       transport.onChange = () => {};
       transport.close();
@@ -235,13 +272,14 @@ function useScoredMeasures(report: Report, file: CallFile) {
 
 function useRanking(report: Report, file: CallFile, method: string) {
   const measures = useScoredMeasures(report, file);
-  return useState<GapRanking>(() => ({ sort: "worst", method, measure: measures[0]?.id ?? "" }));
+  return useState<GapRanking>(() => ({ sort: "apart", method, measure: measures[0]?.id ?? "" }));
 }
 
 /** Keeps the playhead, the clock and the slider at the position, without drawing the page again. */
 function usePlayhead(
   transport: Transport,
   duration: number,
+  toCall: (seconds: number) => number,
   heard: string | undefined,
   onMove: (seconds: number) => void,
 ) {
@@ -255,7 +293,7 @@ function usePlayhead(
 
   const place = useCallback(() => {
     const at = transport.position;
-    if (time.current) time.current.textContent = clockTime(at);
+    if (time.current) time.current.textContent = clockTime(toCall(at));
     if (overview.current) overview.current.style.left = `${(100 * at) / duration}%`;
     const head = lanes.current;
     if (head) {
@@ -274,7 +312,7 @@ function usePlayhead(
   useLayoutEffect(() => {
     place();
     if (slider.current)
-      slider.current.ariaValueText = `${clockTime(transport.position)}${heard ? `, ${heard}` : ""}`;
+      slider.current.ariaValueText = `${clockTime(toCall(transport.position))}${heard ? `, ${heard}` : ""}`;
   });
   useEffect(() => {
     if (!transport.playing) return;
@@ -286,6 +324,22 @@ function usePlayhead(
     return () => cancelAnimationFrame(frame);
   }, [transport.playing, place]);
   return { lanes, overview, slider, time };
+}
+
+/** More joins than these would cover what they part. */
+const kMostJoins = 24;
+
+function Joins({ timeline, view }: { timeline: Timeline; view: View }) {
+  const joins = timeline.joins.filter((at) => at > view.start && at < view.end);
+  if (joins.length > kMostJoins) return null;
+  const left = (at: number) => `left: ${(100 * (at - view.start)) / span(view)}%`;
+  return (
+    <>
+      {joins.map((at) => (
+        <div class="join" key={at} style={left(at)} />
+      ))}
+    </>
+  );
 }
 
 function Region({ view, stretch }: { view: View; stretch: Stretch }) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // The calls of the chosen loss: which one, its player, its figures.
-import { useEffect, useState } from "preact/hooks";
+import { useEffect, useMemo, useState } from "preact/hooks";
 import { CallPlayer } from "./call_player";
 import { FigureTable } from "./figure_table";
 import { type Decoded, decodeAll } from "./recording";
@@ -8,6 +8,8 @@ import { type CallFile, isShare, nameOf, type Report } from "./report";
 import { Select } from "./select";
 import { ShortcutHelp } from "./shortcuts";
 import { callSources, SourceTable } from "./source_table";
+import { Timeline } from "./timeline";
+import { widestCall } from "./verdict";
 
 interface Props {
   report: Report;
@@ -19,9 +21,9 @@ interface Props {
 
 export function Calls({ report, loss, kind, dark, onLoss }: Props) {
   const files = report.files.filter((f) => f.loss === loss);
-  const [name, setName] = useState(files[0]?.name ?? "");
+  const [name, setName] = useState(() => widestCall(report, files)?.name ?? "");
   const file = files.find((f) => f.name === name) ?? files[0];
-  const options = files.map((f) => ({ id: f.name, name: f.audio ? f.name : `${f.name} (figures only)` }));
+  const options = files.map((f) => ({ id: f.name, name: f.name + (f.audio ? (f.excerpts ? " (excerpts)" : "") : " (figures only)") }));
   const step = (by: number) => setName(files[(files.indexOf(file!) + by + files.length) % files.length]!.name);
   return (
     <section aria-labelledby="calls-title">
@@ -51,10 +53,12 @@ export function Calls({ report, loss, kind, dark, onLoss }: Props) {
 }
 
 function Call({ report, file, kind, dark }: { report: Report; file: CallFile; kind: string; dark: boolean }) {
-  const decoded = useDecoded(file, report.rateHz);
+  const timeline = useMemo(() => new Timeline(file, report.frameMs), [file]);
+  const decoded = useDecoded(file, report.rateHz, timeline);
   const figures = file.figures.filter((f) => f.kind === kind);
   const kindName = nameOf(report.kinds.find((k) => k.id === kind)!);
   const lostFrames = file.gaps.reduce((sum, gap) => sum + gap.frames, 0);
+  const kept = ((file.excerpts ?? []).reduce((sum, e) => sum + e.frames, 0) * report.frameMs) / 1000;
   const seconds = (file.frames * report.frameMs) / 1000;
   return (
     <>
@@ -68,9 +72,13 @@ function Call({ report, file, kind, dark }: { report: Report; file: CallFile; ki
         )}
         .
         {!file.audio && " The recordings of this call were left out of the report to keep it small; its figures are here."}
+        {file.excerpts && ` The report keeps excerpts of the recordings, ${kept.toFixed(1)} s around the worst gaps and typical ones.`}
+        {(!file.audio || file.excerpts) &&
+          report.audioNeededMb !== undefined &&
+          ` With --audio-limit ${report.audioNeededMb} it keeps all of them.`}
       </p>
       {file.audio && !decoded && <p class="waiting">Decoding the recordings …</p>}
-      {decoded && decoded.recordings.size > 0 && <CallPlayer {...{ report, file, decoded, dark }} />}
+      {decoded && decoded.recordings.size > 0 && <CallPlayer {...{ report, file, timeline, decoded, dark }} />}
       {decoded?.recordings.size === 0 && (
         <p class="problem" role="alert">
           The recordings of this call cannot be played: {[...decoded.failures.values()][0] ?? "there are none"}.
@@ -100,11 +108,11 @@ function Call({ report, file, kind, dark }: { report: Report; file: CallFile; ki
 }
 
 /** Decoding begins once the page stands. */
-function useDecoded(file: CallFile, rateHz: number): Decoded | undefined {
+function useDecoded(file: CallFile, rateHz: number, timeline: Timeline): Decoded | undefined {
   const [decoded, setDecoded] = useState<Decoded>();
   useEffect(() => {
     let wanted = true;
-    if (file.audio) void decodeAll(file.audio, rateHz).then((result) => wanted && setDecoded(result));
+    if (file.audio) void decodeAll(file.audio, rateHz, timeline.joins).then((result) => wanted && setDecoded(result));
     return () => void (wanted = false);
   }, []);
   return decoded;

@@ -4,7 +4,7 @@
 import { type ComponentChildren } from "preact";
 import { decimalsFor, direction, number, showsNothing, signed, type Standing, standings, withUnit } from "./figures";
 import { MethodName } from "./method_style";
-import { type Difference, type Figure, isReference, isShare, type Measure, type Method, nameOf } from "./report";
+import { type Difference, type Figure, isBaseline, isReference, isShare, type Measure, type Method, nameOf } from "./report";
 import { SourceSwatch } from "./source_swatch";
 
 interface Props {
@@ -33,6 +33,7 @@ export function FigureTable({ caption, methods, measures, figures, lead }: Props
             <th scope="col" role="columnheader" key={method.id}>
               <MethodName methods={methods} id={method.id} />
               {isReference(method) && <small>reference</small>}
+              {isBaseline(method) && <small>baseline</small>}
             </th>
           ))}
         </tr>
@@ -110,7 +111,7 @@ const kFarOff = 3;
 
 const kMarks: Record<Standing, { sign: string; text: string } | undefined> = {
   best: { sign: "★", text: "best" },
-  tied: { sign: "≈", text: "not told apart from the best" },
+  tied: { sign: "≈", text: "shares the first place" },
   behind: undefined,
   unranked: undefined,
 };

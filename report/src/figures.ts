@@ -1,30 +1,37 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // Which method did best, which differences are none, and how many digits a figure deserves.
-import type { Difference, Figure, Measure } from "./report";
+import { type Difference, type Figure, isBaseline, type Measure } from "./report";
 
 export type Standing = "best" | "tied" | "behind" | "unranked";
 
 /**
- * Ranks the contenders of one measure. "tied" is a method whose 95 % interval overlaps that of the best:
- * their difference shows nothing. Without two contenders, or a direction, nothing is ranked.
+ * Ranks the contenders of one measure. Those that are not told apart from the best are "tied", and so is the best itself
+ * then; a contender that ties with silence alone is no winner either. With fewer than two contenders, or without a
+ * direction, nothing is ranked.
  */
 export function standings(figures: ReadonlyMap<string, Figure>, better: string | undefined): Map<string, Standing> {
   const result = new Map<string, Standing>();
   for (const id of figures.keys()) result.set(id, "unranked");
-  if (figures.size < 2 || (better !== "lower" && better !== "higher")) return result;
+  const contenders = [...figures].filter(([id]) => !isBaseline({ id }));
+  if (contenders.length < 2 || (better !== "lower" && better !== "higher")) return result;
 
   const sign = better === "lower" ? 1 : -1;
   const best = [...figures.values()].reduce((a, b) => (sign * b.value < sign * a.value ? b : a));
-  for (const [id, figure] of figures)
-    result.set(id, figure === best ? "best" : overlap(figure, best) ? "tied" : "behind");
+  const level = [...figures.values()].filter((figure) => figure === best || !toldApart(figure, best));
+  for (const [id, figure] of contenders)
+    result.set(id, !level.includes(figure) ? "behind" : level.length === 1 ? "best" : "tied");
   return result;
 }
 
 /** Whether the interval of a difference includes none. Without an interval nothing is shown either. */
 export const showsNothing = ({ low, high }: Difference): boolean => low == null || high == null || (low <= 0 && high >= 0);
 
-function overlap(a: Figure, b: Figure): boolean {
-  return (a.low ?? a.value) <= (b.high ?? b.value) && (b.low ?? b.value) <= (a.high ?? a.value);
+/** Against the codec by the interval of the paired difference, else where the two 95 % intervals do not overlap. */
+function toldApart(a: Figure, b: Figure): boolean {
+  const paired = a.method === "codec" ? b.vsCodec : b.method === "codec" ? a.vsCodec : undefined;
+  if (paired) return !showsNothing(paired);
+  if (a.low == null || a.high == null || b.low == null || b.high == null) return false;
+  return a.low > b.high || b.low > a.high;
 }
 
 /** Decimals, 0 to 3: the first digit that the narrowest interval leaves open, and two digits of the smallest value. */

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // The gaps of a call, ordered; choosing one shows it in the lanes.
 import { useState } from "preact/hooks";
-import { clockTime, number, withUnit } from "./figures";
-import { type GapSort, scoreOf } from "./gap_order";
+import { clockTime, number, signed, withUnit } from "./figures";
+import { difference, type GapSort, scoreOf } from "./gap_order";
 import { methodColour } from "./method_style";
 import { type Gap, type Measure, type Method, nameOf } from "./report";
 import { Select } from "./select";
@@ -14,7 +14,8 @@ export interface GapRanking {
 }
 
 interface Props {
-  gaps: readonly Gap[];
+  gaps: readonly Gap[]; // those with sound
+  all: number; // gaps of the call
   order: readonly number[];
   methods: readonly Method[];
   measures: readonly Measure[]; // those that gaps have scores of
@@ -29,13 +30,14 @@ interface Props {
 const kShort = 50;
 
 const kSorts = [
+  { id: "apart", name: "furthest from the codec" },
   { id: "worst", name: "worst first" },
   { id: "longest", name: "longest first" },
   { id: "time", name: "by time" },
 ];
 
 export function GapList(props: Props) {
-  const { gaps, order, methods, measures, ranking, onRank } = props;
+  const { gaps, all: count, order, methods, measures, ranking, onRank } = props;
   const [all, setAll] = useState(false);
   const measure = measures.find((m) => m.id === ranking.measure);
   const shown = all ? order : order.slice(0, kShort);
@@ -44,7 +46,9 @@ export function GapList(props: Props) {
   return (
     <section class="gaps" aria-label="Gaps">
       <h3>
-        {gaps.length} {gaps.length === 1 ? "gap" : "gaps"}
+        {gaps.length < count && `${gaps.length} of `}
+        {count} {count === 1 ? "gap" : "gaps"}
+        {gaps.length < count && " have sound"}
       </h3>
       <div class="controls">
         <Select label="Order" value={ranking.sort} options={kSorts} onChoose={(sort) => onRank({ ...ranking, sort: sort as GapSort })} />
@@ -60,7 +64,8 @@ export function GapList(props: Props) {
                 Length
               </th>
               <th scope="col" class="right">
-                {measure?.unit ? `Score, ${measure.unit}` : "Score"}
+                {ranking.sort === "apart" ? "Δ codec" : "Score"}
+                {measure?.unit && `, ${measure.unit}`}
               </th>
               <th scope="col" class="strip-head">
                 <span class="visually-hidden">All methods</span>
@@ -93,11 +98,14 @@ function rangeOf(gaps: readonly Gap[], methods: readonly Method[], measure: stri
 function GapRow(props: Props & { index: number; unit: string | undefined; range: Range }) {
   const { index, ranking, methods, unit, range } = props;
   const gap = props.gaps[index]!;
-  const score = scoreOf(gap, ranking.method, ranking.measure);
+  const apart = ranking.sort === "apart";
+  const score = apart
+    ? difference(gap, ranking.method, "codec", ranking.measure)
+    : scoreOf(gap, ranking.method, ranking.measure);
   const at = clockTime((gap.first * props.frameMs) / 1000);
   const length = gap.frames * props.frameMs;
-  const text = score === undefined ? "–" : number(score, Math.abs(score) < 1 ? 2 : 1);
-  const spoken = `Gap at ${at}, ${length} ms, ${score === undefined ? "no score" : withUnit(text, unit)}`;
+  const text = score === undefined ? "–" : (apart ? signed : number)(score, Math.abs(score) < 1 ? 2 : 1);
+  const spoken = `Gap at ${at}, ${length} ms, ${score === undefined ? "no score" : withUnit(text, unit)}${apart ? " from the codec" : ""}`;
   const chosen = index === props.chosen;
   return (
     <tr class={chosen ? "chosen" : ""} onClick={() => props.onChoose(index)}>

@@ -2,7 +2,7 @@
 // The order of the gaps of a call by how badly they came out.
 import type { Gap } from "./report";
 
-export type GapSort = "worst" | "time" | "longest";
+export type GapSort = "apart" | "worst" | "time" | "longest";
 
 export function scoreOf(gap: Gap, method: string, measure: string): number | undefined {
   return gap.scores[method]?.[measure] ?? undefined;
@@ -16,6 +16,7 @@ export function orderGaps(
   measure: string,
   better: string | undefined,
 ): number[] {
+  if (sort === "apart") return orderByDifference(gaps, method, "codec", measure);
   const badness = (index: number): number => {
     const gap = gaps[index]!;
     if (sort === "time") return -gap.first;
@@ -30,12 +31,18 @@ export function orderGaps(
     .map(({ index }) => index);
 }
 
-/** Gaps where two methods lie furthest apart come first: that is where ears have most to tell. */
+/** The score of one method less that of another; undefined where either has none. */
+export function difference(gap: Gap, a: string, b: string, measure: string): number | undefined {
+  const one = scoreOf(gap, a, measure);
+  const two = scoreOf(gap, b, measure);
+  return one === undefined || two === undefined ? undefined : one - two;
+}
+
+/** Gaps where two methods lie furthest apart come first: a listener hears most there. */
 export function orderByDifference(gaps: readonly Gap[], a: string, b: string, measure: string): number[] {
   const apart = gaps.map((gap) => {
-    const one = scoreOf(gap, a, measure);
-    const two = scoreOf(gap, b, measure);
-    return one === undefined || two === undefined ? -1 : Math.abs(one - two);
+    const signed = difference(gap, a, b, measure);
+    return signed === undefined ? -1 : Math.abs(signed);
   });
   return gaps.map((_, index) => index).sort((i, j) => apart[j]! - apart[i]! || i - j);
 }

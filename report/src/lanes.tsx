@@ -12,6 +12,7 @@ import { type Method, nameOf } from "./report";
 import { type SpectrogramImage, windowFor } from "./spectrogram";
 import { SpectrogramService } from "./spectrogram_service";
 import { colour } from "./theme";
+import type { Timeline } from "./timeline";
 import { span, tickStep, type View } from "./view";
 
 interface Props {
@@ -22,6 +23,7 @@ interface Props {
   rateHz: number;
   lost: readonly Stretch[];
   view: View;
+  timeline: Timeline;
   heard: string;
   dark: boolean;
   onView: (view: View) => void;
@@ -31,7 +33,7 @@ interface Props {
 }
 
 export function Lanes(props: Props) {
-  const { methods, decoded, rateHz, view, dark } = props;
+  const { methods, decoded, rateHz, view, timeline, dark } = props;
   const field = useRef<HTMLDivElement>(null);
   const width = useWidth(field);
   const images = useSpectrograms(decoded, rateHz, view, width);
@@ -41,7 +43,7 @@ export function Lanes(props: Props) {
   useNavigation(field, { view, duration: decoded.duration, onView: props.onView, onSeek: props.onSeek });
   return (
     <div class="lanes" role="group" aria-label="Waveforms and spectrograms">
-      <TimeAxis view={view} width={width} />
+      <TimeAxis {...{ view, timeline, width }} />
       {methods.map((method) => {
         const recording = decoded.recordings.get(method.id);
         return (
@@ -54,7 +56,7 @@ export function Lanes(props: Props) {
             </div>
             {recording ? (
               <Lane
-                label={`${nameOf(method)}: waveform and spectrogram from ${clockTime(view.start)} to ${clockTime(view.end)}`}
+                label={`${nameOf(method)}: waveform and spectrogram from ${clockTime(timeline.toCall(view.start))} to ${clockTime(timeline.toCall(view.end))}`}
                 paint={(canvas) =>
                   paintLane(canvas, {
                     view,
@@ -143,17 +145,18 @@ function useSpectrograms(decoded: Decoded, rateHz: number, view: View, width: nu
   return images;
 }
 
-function TimeAxis({ view, width }: { view: View; width: number }) {
+function TimeAxis({ view, timeline, width }: { view: View; timeline: Timeline; width: number }) {
   const step = tickStep(span(view), width / 90);
   const decimals = Math.max(0, -Math.floor(Math.log10(step) + 1e-9));
-  const marks: number[] = [];
-  const last = view.end - 0.06 * span(view); // room for the figures themselves
-  for (let i = Math.ceil(view.start / step); i * step <= last; ++i) marks.push(i * step);
+  const room = 0.06 * span(view); // of the figures themselves
+  const marks: { at: number; call: number }[] = [];
+  for (const tick of timeline.ticks({ start: view.start, end: view.end - room }, step))
+    if (marks.length === 0 || tick.at - marks.at(-1)!.at >= room) marks.push(tick);
   return (
     <div class="time-axis" aria-hidden="true">
-      {marks.map((seconds) => (
-        <span key={seconds.toFixed(4)} style={`left: ${(100 * (seconds - view.start)) / span(view)}%`}>
-          {clockTime(seconds, decimals)}
+      {marks.map(({ at, call }) => (
+        <span key={call.toFixed(4)} style={`left: ${(100 * (at - view.start)) / span(view)}%`}>
+          {clockTime(call, decimals)}
         </span>
       ))}
     </div>

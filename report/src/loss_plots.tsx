@@ -37,9 +37,16 @@ function flattening(methods: readonly Method[]): ReadonlySet<string> {
   return new Set(methods.length - ids.length >= 2 ? ids : []);
 }
 
-export function LossPlots({ report, kind, dark }: { report: Report; kind: string; dark: boolean }) {
+interface LossPlotsProps {
+  report: Report;
+  kind: string;
+  loss: string; // the axis that holds it is shown first
+  dark: boolean;
+}
+
+export function LossPlots({ report, kind, loss, dark }: LossPlotsProps) {
   const axes = axesOf(report.losses);
-  const [axisId, setAxisId] = useState(axes[0]!.id);
+  const [axisId, setAxisId] = useState(() => axes.find((a) => a.losses.some((l) => l.id === loss))!.id);
   const [hidden, setHidden] = useState(() => flattening(report.methods));
   const axis = axes.find((a) => a.id === axisId) ?? axes[0]!;
   const rows = useMemo(
@@ -177,7 +184,7 @@ function plotOf(methods: readonly Method[], axis: Axis, found: readonly Row[]) {
     bands,
     legend: { show: false },
     cursor: { y: false, drag: { x: false, y: false }, points: { show: false } },
-    scales: { x: { time: false, range: () => [x[0]! - margin, x.at(-1)! + margin] } },
+    scales: { x: { time: false, range: () => [x[0]! - margin, x.at(-1)! + margin] }, y: { range: (_, low, high) => heights(low, high) } },
     axes: [
       {
         stroke: ink,
@@ -190,9 +197,56 @@ function plotOf(methods: readonly Method[], axis: Axis, found: readonly Row[]) {
       },
       { stroke: ink, grid, ticks: { show: false }, font, size: 44, gap: 4, space: 34 },
     ],
-    hooks: { draw: [(plot) => drawWhiskers(plot, methods, bands.map((b) => b.series[1] - 1))] },
+    hooks: {
+      drawAxes: [(plot) => drawCovered(plot, methods)],
+      draw: [(plot) => drawWhiskers(plot, methods, bands.map((b) => b.series[1] - 1))],
+    },
   };
   return { options, data };
+}
+
+/** The range of the values with some room; values that are all 0 lie near the bottom of a small range. */
+function heights(low: number | null, high: number | null): uPlot.Range.MinMax {
+  if (low === null || high === null || (low === 0 && high === 0)) return [-0.06, 1];
+  return uPlot.rangeNum(low, high, 0.1, true);
+}
+
+/** Pixels within which two curves count as one. */
+const kCoincide = 2;
+
+/** Where later curves cover a curve, wider strokes in its colour beneath them, so that each of them shows. */
+function drawCovered(plot: uPlot, methods: readonly Method[]): void {
+  const { ctx } = plot;
+  const ratio = devicePixelRatio;
+  const heightAt = (m: number, i: number): number | undefined => {
+    const value = plot.data[1 + 3 * m]?.[i];
+    return value == null ? undefined : plot.valToPos(value, "y", true);
+  };
+  const covers = (later: number, m: number, i: number): boolean => {
+    const [a, b] = [heightAt(later, i), heightAt(m, i)];
+    return a !== undefined && b !== undefined && Math.abs(a - b) < kCoincide * ratio;
+  };
+  ctx.save();
+  methods.forEach(({ id }, m) => {
+    ctx.strokeStyle = ctx.fillStyle = colour(methodColour(methods, id));
+    const later = methods.map((_, n) => n).slice(m + 1);
+    plot.data[0].forEach((x, i) => {
+      const above = later.filter((n) => covers(n, m, i));
+      if (above.length === 0) return;
+      const [px, py] = [plot.valToPos(x, "x", true), heightAt(m, i)!];
+      ctx.beginPath();
+      ctx.arc(px, py, (3 + 2.5 * above.length) * ratio, 0, 2 * Math.PI);
+      ctx.fill();
+      const along = i > 0 ? above.filter((n) => covers(n, m, i - 1)).length : 0;
+      if (along === 0) return;
+      ctx.lineWidth = (2 + 4 * along) * ratio;
+      ctx.beginPath();
+      ctx.moveTo(plot.valToPos(plot.data[0][i - 1]!, "x", true), heightAt(m, i - 1)!);
+      ctx.lineTo(px, py);
+      ctx.stroke();
+    });
+  });
+  ctx.restore();
 }
 
 /** Intervals as upright lines too: a band has no width where there is one loss only. */

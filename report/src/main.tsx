@@ -5,15 +5,16 @@ import { LiveRegion } from "./announce";
 import { Calls } from "./calls";
 import { FigureTable } from "./figure_table";
 import { LossPlots } from "./loss_plots";
-import { isShare, type Method, nameOf, type Report, readReport } from "./report";
+import { isBaseline, isShare, type Method, nameOf, type Report, readReport } from "./report";
 import { Select } from "./select";
 import { SourceTable } from "./source_table";
 import { ThemeSwitch, useTheme } from "./theme";
+import { verdict, widestLoss } from "./verdict";
 
 function Page({ report }: { report: Report }) {
   const theme = useTheme();
-  const [loss, setLoss] = useState(report.losses[0]!.id);
   const [kind, setKind] = useState(() => fullestKind(report));
+  const [loss, setLoss] = useState(() => widestLoss(report, kind));
   return (
     <>
       <header>
@@ -24,18 +25,34 @@ function Page({ report }: { report: Report }) {
         <ThemeSwitch {...theme} />
       </header>
       <main>
+        <Verdict report={report} />
+        <Calls report={report} loss={loss} kind={kind} dark={theme.dark} onLoss={setLoss} />
         <Summary report={report} loss={loss} kind={kind} onLoss={setLoss} onKind={setKind} />
         <section aria-labelledby="plots-title">
           <h2 id="plots-title">Over the loss</h2>
-          <LossPlots report={report} kind={kind} dark={theme.dark} />
+          <LossPlots {...{ report, kind, loss }} dark={theme.dark} />
         </section>
-        <Calls report={report} loss={loss} kind={kind} dark={theme.dark} onLoss={setLoss} />
       </main>
       <footer>
         <About report={report} />
       </footer>
       <LiveRegion />
     </>
+  );
+}
+
+function Verdict({ report }: { report: Report }) {
+  const kind = fullestKind(report);
+  const found = verdict(report, kind);
+  if (!found) return null;
+  return (
+    <p class="verdict">
+      <strong>{found.lead}</strong> {found.detail}{" "}
+      <small>
+        Measured over: {nameOf(report.kinds.find((k) => k.id === kind)!)}. Better or worse means that the 95 % interval of
+        the difference excludes 0.
+      </small>
+    </p>
   );
 }
 
@@ -64,8 +81,11 @@ function Summary({ report, loss, kind, onLoss, onKind }: SummaryProps) {
       </div>
       <FigureTable caption={caption} methods={report.methods} measures={report.measures.filter((m) => !isShare(m))} figures={figures} />
       <p class="note">
-        <b class="mark">★</b> best. <b class="mark">≈</b> not told apart from the best: their intervals overlap.{" "}
-        <b>Δ</b> difference from the codec; <b>≈ 0</b> where its interval includes 0. Intervals hold 95 % of a bootstrap{report.resampled && ` over the ${report.resampled}`}.
+        <b class="mark">★</b> best. <b class="mark">≈</b> shares the first place: against the codec the interval of the
+        difference includes 0, between other methods the intervals overlap. <b>Δ</b> difference from the codec;{" "}
+        <b>≈ 0</b> where its interval includes 0. Intervals hold 95 % of a bootstrap
+        {report.resampled && ` over the ${report.resampled}`}.{" "}
+        {report.methods.some(isBaseline) && "Silence is a baseline and is not ranked."}
       </p>
       <OwnReferences methods={report.methods} />
       {shareFigures.length > 0 && (

@@ -20,7 +20,7 @@ export function useNavigation(ref: RefObject<HTMLElement | null>, navigation: Na
   useEffect(() => (ref.current ? attach(ref.current, () => newest.current) : undefined), []);
 }
 
-/** What the fingers held when the gesture began or its number of fingers changed. */
+/** The view and the fingers at the time when the gesture began or its number of fingers changed. */
 interface Grip {
   view: View;
   middle: number; // pixels

@@ -14,7 +14,8 @@ interface Props {
   blind: boolean;
   playing: boolean;
   looping: boolean;
-  duration: number;
+  duration: number; // of the call, seconds
+  whole: string; // names the view of all that there is
   time: Ref<HTMLElement>;
   onToggle: () => void;
   onHear: (method: string) => void;
@@ -76,7 +77,7 @@ function Choices(props: Props) {
           −
         </button>
         <button type="button" aria-keyshortcuts="0" onClick={props.onWhole}>
-          Whole call
+          {props.whole}
         </button>
         <button type="button" aria-label="Zoom in" aria-keyshortcuts="+" onClick={() => props.onZoom(0.5)}>
           +

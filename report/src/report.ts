@@ -44,9 +44,13 @@ const measure = v.object({
   better: v.optional(v.string()),
 });
 
-const gap = v.object({
+const frames = v.object({
   first: v.pipe(v.number(), v.integer(), v.minValue(0)),
   frames: v.pipe(v.number(), v.integer(), v.minValue(1)),
+});
+
+const gap = v.object({
+  ...frames.entries,
   /** Score by measure, by method. */
   scores: v.optional(v.record(v.string(), v.record(v.string(), v.nullable(v.number()))), {}),
 });
@@ -58,6 +62,8 @@ const file = v.object({
   gaps: v.array(gap),
   figures: v.optional(v.array(fileFigure), []),
   sources: v.optional(v.record(v.string(), v.record(v.string(), v.number())), {}),
+  /** The parts of the call that its recordings hold, one behind the other; absent where they hold all of it. */
+  excerpts: v.optional(v.pipe(v.array(frames), v.minLength(1))),
   /** Data address of a mono recording, by method. */
   audio: v.optional(v.record(v.string(), v.string())),
 });
@@ -71,7 +77,7 @@ const schema = v.object({
   model: v.optional(v.string(), ""),
   rateHz: v.pipe(v.number(), v.minValue(8000), v.maxValue(96000)),
   frameMs: v.pipe(v.number(), v.minValue(1), v.maxValue(120)),
-  /** What the bootstrap drew anew: "calls" or "gaps". */
+  /** The unit that the bootstrap resampled: "calls" or "gaps". */
   resampled: v.optional(v.string(), ""),
   methods: v.pipe(v.array(method), v.minLength(1)),
   losses: v.pipe(v.array(loss), v.minLength(1)),
@@ -79,6 +85,8 @@ const schema = v.object({
   kinds: v.pipe(v.array(v.object({ id: v.string(), name: v.optional(v.string()) })), v.minLength(1)),
   figures: v.array(v.object({ loss: v.string(), ...fileFigure.entries })),
   files: v.array(file),
+  /** The --audio-limit that keeps all recordings, MB; absent where the page holds them all. */
+  audioNeededMb: v.optional(v.number()),
 });
 
 export type Report = v.InferOutput<typeof schema>;
@@ -126,6 +134,8 @@ export function readReport(text: string): ReadResult {
 
 /** The method without loss is what the others are held against, never a contender. */
 export const isReference = (method: { id: string }): boolean => method.id === "ideal";
+/** Playing nothing is the lower end of the scale. It is measured, but it does not compete. */
+export const isBaseline = (method: { id: string }): boolean => method.id === "silence";
 
 export const nameOf = (named: { id: string; name?: string | undefined }): string => named.name || named.id;
 

@@ -16,6 +16,7 @@ export function useShortcuts(shortcuts: Shortcuts): void {
   useEffect(() => {
     const onKey = (event: KeyboardEvent) => {
       if ((!enabled && event.key.length === 1) || event.ctrlKey || event.metaKey || event.altKey) return;
+      if (document.querySelector("dialog[open]")) return;
       const focus = document.activeElement;
       if (takesText(focus) || (event.key === " " && takesSpace(focus))) return;
       const key = event.key.length === 1 ? event.key.toLowerCase() : event.key;
@@ -42,37 +43,61 @@ const helpOf = (methods: number): readonly (readonly [string, string])[] => [
   ["0", "whole call"],
   ["N P", "next, previous gap of the list"],
   ["L", "loop the gap, or stop looping"],
+  ["?", "this list"],
 ];
 
+/** The button that opens the list of keys, and the list; "?" opens it too. */
 export function ShortcutHelp({ methods }: { methods: number }) {
   const [on, setOn] = useState(enabled);
+  const dialog = useRef<HTMLDialogElement>(null);
+  const close = useRef<HTMLButtonElement>(null);
+  const open = () => {
+    dialog.current?.showModal();
+    close.current?.focus();
+  };
+  useShortcuts({ "?": open });
   const change = (next: boolean) => {
     enabled = next;
     setOn(next);
   };
   return (
-    <details class="keys">
-      <summary>Keys</summary>
-      <dl>
-        {helpOf(methods).map(([keys, what]) => (
-          <div key={keys}>
+    <>
+      <button type="button" class="help" aria-keyshortcuts="?" onClick={open}>
+        Keys <kbd aria-hidden="true">?</kbd>
+      </button>
+      <dialog class="keys" aria-label="Keys" ref={dialog}>
+        <h3>Keys</h3>
+        <dl>
+          {helpOf(methods).map(([keys, what]) => (
+            <div key={keys}>
+              <dt>
+                {keys.split(" ").map((k) => (k === "–" ? " – " : <kbd key={k}>{k}</kbd>))}
+              </dt>
+              <dd>{what}</dd>
+            </div>
+          ))}
+          <div>
             <dt>
-              {keys.split(" ").map((k) => (k === "–" ? " – " : <kbd key={k}>{k}</kbd>))}
+              <kbd>Ctrl</kbd> wheel, pinch
             </dt>
-            <dd>{what}</dd>
+            <dd>zoom where the pointer is; drag to move</dd>
           </div>
-        ))}
-        <div>
-          <dt>
-            <kbd>Ctrl</kbd> wheel, pinch
-          </dt>
-          <dd>zoom where the pointer is; drag to move</dd>
-        </div>
-      </dl>
-      <label class="check">
-        <input type="checkbox" checked={on} onChange={(event) => change(event.currentTarget.checked)} /> Single keys
-        control the player
-      </label>
-    </details>
+          <div>
+            <dt>Blind test</dt>
+            <dd>
+              <kbd>1</kbd> <kbd>2</kbd> <kbd>3</kbd> hear A, B, X; <kbd>A</kbd> <kbd>B</kbd> <kbd>N</kbd> answer A, B,
+              neither
+            </dd>
+          </div>
+        </dl>
+        <label class="check">
+          <input type="checkbox" checked={on} onChange={(event) => change(event.currentTarget.checked)} /> Single keys
+          control the player
+        </label>
+        <button type="button" class="strong" ref={close} onClick={() => dialog.current?.close()}>
+          Close
+        </button>
+      </dialog>
+    </>
   );
 }

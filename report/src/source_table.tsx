@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// What the frames of every method were made of: all of them as one bar, and a row for each source.
+// Shows the sources of the frames that each method played: one bar for all frames, and a row for each source.
 import { FigureTable } from "./figure_table";
 import { number } from "./figures";
 import { type CallFile, type Figure, isShare, type Measure, type Method, nameOf, sourceOf } from "./report";

@@ -37,7 +37,8 @@ function instrument({ coins }) {
   AudioNode.prototype.connect = function (target, ...rest) {
     if (target === this.context.destination && this.context instanceof AudioContext) {
       window.contexts.add(this.context);
-      const recorder = (this.context.recorder ??= this.context.createScriptProcessor(2048, 1, 1));
+      // Half a second: a page that draws longer than that on a busy machine would find its buffer overwritten.
+      const recorder = (this.context.recorder ??= this.context.createScriptProcessor(8192, 1, 1));
       recorder.onaudioprocess = ({ inputBuffer }) => window.recorded.push(...inputBuffer.getChannelData(0));
       connect.call(recorder, target);
       connect.call(this, recorder);

@@ -36,11 +36,19 @@ test("overlapping intervals are ties, and digits end where the interval begins",
     ["far", figure(9.4, 9, 9.8)],
     ["near", figure(8.3, 8, 8.7)],
     ["best", figure(8.1, 7.7, 8.5)],
+    ["silence", figure(7.9, 7, 8)],
   ]);
-  const marks = (better) => Object.fromEntries(standings(figures, better));
-  assert.deepEqual(marks("lower"), { far: "behind", near: "tied", best: "best" });
-  assert.deepEqual(marks("higher"), { far: "best", near: "behind", best: "behind" });
+  const marks = (better, some = figures) => Object.fromEntries(standings(some, better));
+  assert.deepEqual(marks("lower"), { far: "behind", near: "tied", best: "tied", silence: "unranked" });
+  assert.deepEqual(marks("higher"), { far: "best", near: "behind", best: "behind", silence: "unranked" });
   assert.equal(marks(undefined).best, "unranked");
+  // Against the codec the paired difference counts, although the intervals overlap.
+  const paired = (low, high) => {
+    const one = { method: "codec", ...figure(8.3, 8, 8.7) };
+    return marks("lower", new Map([["codec", one], ["aiplc", { ...figure(8.1, 7.7, 8.5), vsCodec: { value: -0.2, low, high } }]]));
+  };
+  assert.deepEqual(paired(-0.3, -0.1), { codec: "behind", aiplc: "best" });
+  assert.deepEqual(paired(-0.5, 0.1), { codec: "tied", aiplc: "tied" });
   assert.equal(decimalsFor([figure(8.1234, 7.7, 8.5)]), 1);
   assert.equal(decimalsFor([figure(0.8342, 0.81, 0.85)]), 2);
   assert.equal(decimalsFor([figure(312, 290, 330)]), 0);
@@ -81,6 +89,33 @@ test("peaks are those of the samples, and rounded to blocks only where many shar
   assert.deepEqual(peaks.range(1280, 3840), brute(1280, 3840)); // ten to thirty blocks of 128
   assert.deepEqual(peaks.range(4900, 9000), brute(4900, 5000));
   assert.deepEqual(peaks.range(6000, 7000), [0, 0]);
+});
+
+test("the verdict counts losses by the measures whose interval excludes zero", async () => {
+  const { verdict, widestLoss } = await load("verdict");
+  const measures = [{ id: "m", name: "M", better: "lower" }, { id: "h", name: "H", better: "higher" }];
+  const report = (...losses) => ({
+    methods: ["codec", "aiplc"].map((id) => ({ id })),
+    losses: losses.map((_, i) => ({ id: `loss${i}` })),
+    measures,
+    files: [],
+    figures: losses.flatMap((differences, i) =>
+      differences.map((value, m) => {
+        const vsCodec = { value, low: value - 1, high: value + 1 };
+        return { loss: `loss${i}`, kind: "call", method: "aiplc", measure: measures[m].id, value: 0, vsCodec };
+      }),
+    ),
+  });
+  const many = report([-2, 3], [-2, 0.5], [-3, -2], [3, 0.5], [0.5, 0.5]); // better, better, both, worse, neither
+  assert.equal(verdict(many, "call").lead, "aiplc is better than the codec at 2 of 5 losses and worse at 1.");
+  assert.equal(
+    verdict(many, "call").detail,
+    "At 1 it is better in some measures and worse in others. Worse: H, M. At 1 no measure tells the two apart.",
+  );
+  assert.equal(widestLoss(many, "call"), "loss0"); // 2/3 + 3/3; then 3/3 + 2/3, which comes later
+  assert.equal(verdict(report([-2, -2]), "call").lead, "At loss0, aiplc is better than the codec in 1 of 2 measures, worse in 1 (H).");
+  assert.equal(verdict(report([0.5, 0]), "call").lead, "At loss0, aiplc is not told apart from the codec in any measure.");
+  assert.equal(verdict({ ...many, figures: [] }, "call"), undefined);
 });
 
 test("a recording must be kept in the page", async () => {

@@ -3,7 +3,7 @@
 import assert from "node:assert/strict";
 import { after, before, test } from "node:test";
 import { closeBrowser, missing, openBrowser, openPage } from "./browser.mjs";
-import { instantOf, kRate, makeReport, wavAddress } from "./report_fixture.mjs";
+import { cutToExcerpts, instantOf, kRate, makeReport, wavAddress } from "./report_fixture.mjs";
 
 before(openBrowser);
 after(closeBrowser);
@@ -39,23 +39,51 @@ const gapNames = (page) =>
 const greatestStep = (samples) => samples.slice(1).reduce((top, x, i) => Math.max(top, Math.abs(x - samples[i])), 0);
 
 pageTest("the summary marks the best, what is tied with it, and follows the choices", {}, async (page) => {
-  const row = page.locator("section", { hasText: "Summary" }).getByRole("row", { name: /Log-spectral distance/ });
+  const summary = page.locator("section", { hasText: "Summary" });
+  const row = summary.getByRole("row", { name: /Log-spectral distance/ });
   const cells = async () => (await row.getByRole("cell").allInnerTexts()).map((text) => text.replace(/\s+/g, " ").trim());
   const found = await cells();
-  assert.match(found[4], /^8\.1 dB ★ , best interval 7\.7–8\.5/);
-  assert.match(found[2], /^8\.3 dB ≈ , not told apart from the best/);
+  assert.match(found[0], /^30\.0 dB interval/); // nor is silence
+  assert.match(found[4], /^8\.1 dB ≈ , shares the first place interval 7\.7–8\.5/);
+  assert.match(found[2], /^8\.3 dB ≈ , shares the first place/);
   assert.match(found[1], /^9\.4 dB interval/);
   assert.match(found[4], /difference from the codec −1\.3$/);
   assert.match(found[2], /codec ≈ 0$/);
   assert.match(found[5], /^0\.0 dB interval/); // the reference is not ranked
   await choice(page, "Loss").selectOption("10 % in bursts of 1");
-  assert.match((await cells())[4], /^11\.1 /);
+  assert.match((await cells())[4], /^11\.1 dB ★ , best/);
   await choice(page, "Measured over").selectOption("whole call");
-  await page.getByText("no figures", { exact: false }).first().waitFor();
+  await summary.getByText("No figures for this choice.").waitFor();
   await choice(page, "Loss").selectOption("5 % in bursts of 1");
   await page.getByRole("row", { name: /Intelligibility/ }).getByText("0.83").waitFor();
   await page.getByText("Received speech is enhanced by: Enhanced.").waitFor();
   assert.match(await page.locator(".about").innerText(), /About Enhanced\. Decoder complexity 10\./);
+});
+
+/** With the codec further from aiplc at 10 %, the second loss. */
+function widerAtTen() {
+  const data = makeReport();
+  const figure = data.figures.find((f) => f.loss === "loss10" && f.method === "aiplc");
+  figure.vsCodec = { value: -4, low: -5, high: -3 };
+  return data;
+}
+
+pageTest("the page opens with a verdict, and where the methods differ most", { data: widerAtTen() }, async (page) => {
+  await page.getByText("aiplc is better than the codec at 2 of 2 losses and worse at none.").waitFor();
+  await showing(page, "0:05.00", "0:09.06"); // around the gap at 7 s
+  assert.equal(await choice(page, "Loss").inputValue(), "loss10");
+  const inSight = () => button(page, "Play").or(button(page, "Pause")).evaluate((e) => {
+    const { top, bottom } = e.getBoundingClientRect();
+    return top >= 0 && bottom <= innerHeight;
+  });
+  assert.ok(await inSight(), "the player on the first screen");
+  await page.evaluate(() => scrollTo(0, document.body.scrollHeight));
+  assert.ok(!(await inSight()));
+  await page.keyboard.press("Space");
+  await sound(page, 1, 4000);
+  assert.ok(await inSight(), "Space shows the player");
+  const first = instantOf((await page.evaluate(() => window.recorded)).find((x) => x > 0.5));
+  assert.ok(Math.abs(first - 6) < 0.4, `begins at ${first} s, shortly before the gap`);
 });
 
 /** As the command line writes it where libopus has no decoder complexity. */
@@ -75,8 +103,11 @@ pageTest("without an enhancer nothing speaks of one, and methods keep their colo
   assert.doesNotMatch(await page.locator("body").innerText(), /enhance|complexity/i);
   await page.keyboard.press("4");
   await page.getByRole("status").getByText("Hearing No loss").waitFor({ state: "attached" });
-  await page.getByText("Keys", { exact: true }).click();
-  assert.match(await page.locator(".keys").innerText(), /1\s*–\s*4\s/);
+  await page.keyboard.press("?");
+  assert.match(await page.getByRole("dialog", { name: "Keys" }).innerText(), /1\s*–\s*4\s/);
+  await page.keyboard.press("2"); // the list keeps keys from the player
+  await page.keyboard.press("Escape");
+  assert.equal(await button(page, "No loss").getAttribute("aria-pressed"), "true");
   const fill = await button(page, "aiplc").locator(".badge").evaluate((badge) => getComputedStyle(badge).backgroundColor);
   assert.equal(fill, "rgb(0, 103, 172)");
 });
@@ -86,8 +117,8 @@ pageTest("frames by source have a bar, a colour and words, also those of a sourc
   await page.getByText("What its frames were made of").click();
   const tables = page.getByRole("table", { name: /frames by source/i });
   for (const [index, bar, value] of [
-    [0, /^aiplc\. Frames decoded: 98\.0 %, Single lost frames by the network: 1\.0 %, By the codec: 1\.0 %$/, "1 %"],
-    [1, /^aiplc\. .*network: 1\.0 %, By the codec: 0\.8 %, dreamt: 0\.2 %$/, "5 frames"],
+    [1, /^aiplc\. Frames decoded: 98\.0 %, Single lost frames by the network: 1\.0 %, By the codec: 1\.0 %$/, "1 %"],
+    [0, /^aiplc\. .*network: 1\.0 %, By the codec: 0\.8 %, dreamt: 0\.2 %$/, "5 frames"],
   ]) {
     const table = tables.nth(index);
     const parts = table.getByRole("img", { name: bar }).locator("span");
@@ -103,6 +134,7 @@ pageTest("frames by source have a bar, a colour and words, also those of a sourc
 
 pageTest("a switch by key keeps the instant and does not click", {}, async (page) => {
   await lanes(page).nth(5).waitFor();
+  await page.keyboard.press("Home");
   await page.keyboard.press("Space");
   await sound(page, 1, 8000);
   await page.keyboard.press("2");
@@ -130,6 +162,9 @@ pageTest("a switch by key keeps the instant and does not click", {}, async (page
 });
 
 pageTest("the lanes zoom by key, button, wheel and drag", {}, async (page) => {
+  await lanes(page).first().waitFor();
+  await page.keyboard.press("0");
+  await page.keyboard.press("Home");
   await showing(page, "0:00.00", "0:10.00");
   await page.keyboard.press("+");
   await showing(page, "0:00.00", "0:05.00");
@@ -158,6 +193,8 @@ pageTest("the lanes zoom by key, button, wheel and drag", {}, async (page) => {
 });
 
 pageTest("gaps are ordered, shown when chosen, and looped without a click", {}, async (page) => {
+  assert.equal((await gapNames(page))[0], "Gap at 0:07.00, 60 ms, −12.9\u00a0dB from the codec");
+  await choice(page, "Order").selectOption("worst first");
   await choice(page, "Method").selectOption("aiplc");
   assert.deepEqual(await gapNames(page), [
     "Gap at 0:04.00, 100 ms, 14.2\u00a0dB",
@@ -183,6 +220,7 @@ pageTest("gaps are ordered, shown when chosen, and looped without a click", {}, 
 
 pageTest("playing follows the view, ends at the end, and stops with its call", {}, async (page) => {
   await lanes(page).nth(5).waitFor();
+  await page.keyboard.press("0");
   await page.keyboard.press("End");
   for (let i = 0; i < 3; ++i) await page.keyboard.press("+");
   await page.keyboard.press("Home");
@@ -245,7 +283,7 @@ pageTest("waveform, spectrogram and marks of lost frames lie at their instant an
 function manyLosses() {
   const data = makeReport();
   data.losses.push({ id: "b3", name: "5 % in bursts of 3", percent: 5, burst: 3 }, { id: "t", name: "wifi.txt" });
-  data.figures.push({ ...data.figures[4], loss: "t", value: 6.5, low: 6, high: 7 });
+  for (const i of [1, 4]) data.figures.push({ ...data.figures[i], loss: "t", value: 6.5, low: 6, high: 7 });
   data.files[0].gaps = Array.from({ length: 70 }, (_, i) => ({ ...data.files[0].gaps[i % 3], first: 7 * i }));
   return data;
 }
@@ -262,18 +300,23 @@ pageTest("plots say their values, hide methods and keep recorded losses apart", 
   assert.match(await says(), /aiplc: 6\.5 at wifi\.txt\.$/);
   const painted = await plot.locator("canvas").evaluate((canvas) => {
     const { data } = canvas.getContext("2d").getImageData(0, 0, canvas.width, canvas.height);
-    return data.some((value, i) => i % 4 === 3 && value === 255 && data[i - 1] > 150 && data[i - 3] < 40);
+    const has = (test) => data.some((value, i) => i % 4 === 3 && value === 255 && test(data[i - 3], data[i - 1]));
+    return [has((red, blue) => blue > 150 && red < 40), has((red, blue) => blue < 40 && red > 150)];
   });
-  assert.ok(painted, "a point in the method's colour");
+  assert.deepEqual(painted, [true, true], "points of aiplc and of the codec, which lie on each other");
   assert.equal((await gapNames(page)).length, 50);
   await page.getByRole("button", { name: "Show all 70" }).click();
   assert.equal((await gapNames(page)).length, 70);
 });
 
-// The first coin puts the methods behind the letters, the others choose X: A where odd.
-const coins = [0, 1, 0, 0, 1, 1, 0, 1, 0];
-pageTest("the blind test hides the methods and reports the score with its probability", { coins }, async (page) => {
+// Of each trial: an odd coin swaps the methods behind the letters, another makes A the X.
+const trials = [[0, 1], [1, 0], [0, 0], [0, 1], [1, 1], [0, 0], [1, 1], [0, 0]];
+pageTest("the blind test hides the methods and reports score and preference", { coins: trials.flat() }, async (page) => {
   await button(page, "Blind test").click();
+  await choice(page, "with").selectOption("Silence");
+  await page.getByRole("alert").getByText("sound the same").waitFor(); // as the fixture has it
+  assert.ok(await button(page, "Begin").isDisabled());
+  await choice(page, "with").selectOption("Codec");
   await choice(page, "Trials").selectOption("8");
   await button(page, "Begin").click();
   assert.equal(await lanes(page).count(), 0);
@@ -283,23 +326,26 @@ pageTest("the blind test hides the methods and reports the score with its probab
   await soundsNow(page, -1); // B is the codec
   await page.keyboard.press("3");
   await soundsNow(page, 1); // X is A
-  const answers = coins.slice(1).map((coin) => (coin ? "a" : "b"));
-  answers[7] = "a"; // the one mistake
-  for (const [i, answer] of answers.entries()) {
-    await page.getByRole("heading", { name: `Trial ${i + 1} of 8` }).waitFor();
+  for (const [i, [swapped, xIsA]] of trials.entries()) {
+    await page.locator("h3:focus").getByText(`Trial ${i + 1} of 8`).waitFor();
+    const answer = xIsA || i === 7 ? "a" : "b"; // one mistake, in the last trial
+    const aiplc = swapped ? "B" : "A"; // called better in six trials, the codec in one
     if (i % 2) await page.keyboard.press(answer);
     else await page.getByRole("button", { name: `X is ${answer.toUpperCase()}` }).click();
+    if (i === 0) await page.keyboard.press("n");
+    else if (i === 1) await page.getByRole("button", { name: aiplc === "A" ? "B is better" : "A is better" }).click();
+    else await page.getByRole("button", { name: `${aiplc} is better` }).click();
   }
   await page.getByRole("heading", { name: "7 of 8 right" }).waitFor();
   await button(page, "Play").waitFor(); // the sound has stopped
   const text = await page.locator(".blind-test").innerText();
-  assert.match(text, /A was aiplc, B was Codec/);
   assert.match(text, /probability of 3\.5 %/); // 9 of 256
+  assert.match(text, /aiplc was called better in 6 of 8 trials, Codec in 1, neither in 1.*probability of 12\.5 %/s); // 2 (7 + 1) of 128
   await button(page, "Leave the blind test").click();
   await lanes(page).first().waitFor();
 });
 
-pageTest("a blind test stopped early says so, and can be left and begun again", { coins: [1, 1, 1, 1, 1, 1, 1, 1, 1] }, async (page) => {
+pageTest("a blind test stopped early says so, and can be left and begun again", { coins: Array(16).fill(1) }, async (page) => {
   await button(page, "Blind test").click();
   await choice(page, "with").selectOption("aiplc");
   await page.getByRole("alert").getByText("two different methods").waitFor();
@@ -308,11 +354,10 @@ pageTest("a blind test stopped early says so, and can be left and begun again", 
   await choice(page, "Trials").selectOption("8");
   await button(page, "Begin").click();
   await soundsNow(page, -1); // the first coin has swapped them: A is the codec
-  await page.keyboard.press("a");
-  await page.keyboard.press("b");
+  for (const key of ["a", "b", "b", "b"]) await page.keyboard.press(key);
   await button(page, "Stop here").click();
   await page.getByRole("heading", { name: "1 of 2 right" }).waitFor();
-  assert.match(await page.locator(".blind-test").innerText(), /A was Codec, B was aiplc.*75\.0 %.*stopped early/s);
+  assert.match(await page.locator(".blind-test").innerText(), /75\.0 %.*stopped early.*Codec\s+aiplc\s+A\s+A ✓/s);
   await button(page, "Another test").click();
   await button(page, "Begin").waitFor();
   await button(page, "Leave the blind test").click();
@@ -344,10 +389,13 @@ const phone = { viewport: { width: 360, height: 740 }, hasTouch: true };
 pageTest("a phone shows everything without scrolling sideways", phone, async (page) => {
   const wide = () =>
     page.evaluate(() => {
-      const outside = (e) => e.getBoundingClientRect().right > innerWidth + 0.5 && !e.closest(".visually-hidden, .name");
+      const outside = (e) => e.getBoundingClientRect().right > innerWidth + 0.5 && !e.closest(".visually-hidden");
       return [...document.querySelectorAll("main *")].filter(outside).map((e) => e.outerHTML.slice(0, 80));
     });
   await lanes(page).nth(5).waitFor();
+  const name = await button(page, "Enhanced").locator(".name").boundingBox();
+  assert.ok(name.width > 40 && name.height > 10, "a method's button keeps its name");
+  await button(page, "Whole call").click();
   for (const summary of await page.locator("summary").all()) await summary.click();
   assert.deepEqual(await wide(), []);
   assert.equal(await page.evaluate(() => document.documentElement.scrollWidth), 360);
@@ -399,6 +447,7 @@ pageTest("the keyboard alone reaches everything, each thing with a name and a vi
 pageTest("keys leave form fields alone and can be switched off", {}, async (page) => {
   await lanes(page).nth(5).waitFor();
   const method = choice(page, "Measured over");
+  await page.keyboard.press("Home");
   await method.focus();
   await page.keyboard.press("ArrowDown");
   assert.equal(await method.inputValue(), "call");
@@ -407,18 +456,40 @@ pageTest("keys leave form fields alone and can be switched off", {}, async (page
   await page.getByRole("slider").focus();
   await page.keyboard.press("Control+2");
   assert.equal(await button(page, "aiplc").getAttribute("aria-pressed"), "true");
-  await page.getByText("Keys", { exact: true }).click();
+  await button(page, "Zoom in").focus();
+  await page.keyboard.press("?");
   await page.getByLabel("Single keys").uncheck();
+  await page.getByRole("button", { name: "Close" }).click();
   await page.getByRole("slider").focus();
   await page.keyboard.press("2");
   await page.keyboard.press("ArrowRight"); // a slider keeps its arrows
   assert.equal(await page.getByRole("slider").getAttribute("aria-valuenow"), "1.00");
   assert.equal(await button(page, "aiplc").getAttribute("aria-pressed"), "true");
+  await page.getByRole("button", { name: "Keys" }).click();
   await page.getByLabel("Single keys").check();
+  await page.keyboard.press("Escape");
   await page.getByRole("slider").focus();
   await page.keyboard.press("2");
   assert.equal(await button(page, "Codec").getAttribute("aria-pressed"), "true");
   assert.equal(await page.getByRole("slider").getAttribute("aria-valuetext"), "0:01.00, Codec");
+});
+
+pageTest("excerpts are shown and heard at their instants of the call", { data: cutToExcerpts(makeReport()) }, async (page) => {
+  await page.getByText("excerpts of the recordings, 2.0 s").getByText("--audio-limit 57.5").waitFor();
+  assert.match(await page.locator(".gaps h3").innerText(), /^2 of 4 gaps have sound$/);
+  await button(page, "All excerpts").click();
+  await lanes(page).first().scrollIntoViewIfNeeded();
+  const field = await page.locator(".lane-field").boundingBox();
+  const join = await page.locator(".join").boundingBox();
+  assert.ok(Math.abs(join.x + join.width / 2 - field.x - field.width / 2) < 2, "the excerpts meet in the middle");
+  assert.match(await page.locator(".clock").innerText(), /^0:06\.80/); // one second before the gap was cut away
+  await page.getByRole("button", { name: /Gap at 0:07.00/ }).click();
+  await showing(page, "0:04.57", "0:07.49"); // from 0.4 s before the gap, which lies behind the join
+  await page.keyboard.press("Space");
+  await page.waitForFunction(() => window.recorded.some((x) => x > 0.61)); // 7.3 s
+  const samples = await page.evaluate(() => window.recorded);
+  assert.ok(greatestStep(samples) < 0.02, `step of ${greatestStep(samples)}`); // unfaded, 0.14
+  assert.match(await page.locator(".clock").innerText(), /^0:07\..*\/ 0:10\.00$/);
 });
 
 pageTest("a call without recordings shows its figures", {}, async (page) => {

@@ -258,13 +258,37 @@ TEST_F(CompareTest, PageHoldsTheSoundThatFits) {
     EXPECT_TRUE(page["files"][1].contains("audio"));
     EXPECT_FALSE(m_report["files"][0].contains("audio"));
 
-    m_options.audioLimitMb = 1.5 * size / 1e6;
+    // Half of it leaves excerpts of both calls, with the gap that aiplc came out worst in.
+    m_options.audioLimitMb = size / 1e6;
     m_options.quiet = false;
     testing::internal::CaptureStderr();
     Run();
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("  talk.wav at 20 %"));
-    EXPECT_TRUE(PageReport()["files"][0].contains("audio"));
-    EXPECT_FALSE(PageReport()["files"][1].contains("audio"));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("excerpts"));
+    const Json cut = PageReport();
+    double kept = 0.0;
+    for (const Json &file : cut["files"]) {
+        kept += static_cast<double>(file["audio"].dump().size());
+        const auto lsd = [](const Json &gap) { return gap["scores"]["aiplc"].value("lsd", 0.0); };
+        const Json worst = *std::ranges::max_element(
+            file["gaps"], [&](const Json &a, const Json &b) { return lsd(a) < lsd(b); });
+        const int first = worst["first"];
+        EXPECT_TRUE(std::ranges::any_of(file["excerpts"], [&](const Json &excerpt) {
+            return excerpt["first"] <= first &&
+                   first < excerpt["first"].get<int>() + excerpt["frames"].get<int>();
+        }));
+    }
+    EXPECT_GT(kept, 0.6 * size);
+    EXPECT_LE(kept, size);
+
+    // The limit that the page names holds all, and one below it does not.
+    for (const double below : {0.0, 0.15}) {
+        m_options.audioLimitMb = cut["audioNeededMb"].get<double>() - below;
+        testing::internal::CaptureStderr();
+        Run();
+        EXPECT_EQ(testing::internal::GetCapturedStderr().find("--audio-limit") == std::string::npos,
+                  below == 0.0);
+        EXPECT_EQ(PageReport().contains("audioNeededMb"), below > 0.0);
+    }
 }
 
 TEST_F(CompareTest, NothingIsWrittenWhenItFails) {

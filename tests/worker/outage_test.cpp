@@ -8,7 +8,7 @@
 #include <random>
 #include <vector>
 
-#include "allocations.h"
+#include "bench/allocations.h"
 
 namespace aiplc::worker {
 namespace {
@@ -69,9 +69,9 @@ class Call {
     // answer's hole, which begins there.
     void Ask(size_t hole) {
         const std::span window = std::span(m_history).last<kWindowSamples>();
-        const size_t before = allocations;
+        const auto before = bench::Allocations();
         ASSERT_EQ(m_outage.Predict(window, m_out), 0);
-        ASSERT_EQ(allocations, before);
+        ASSERT_EQ(bench::Allocations(), before);
         std::copy_n(m_out.begin() + long(hole), 2 * kFrameSamples, window.begin() + long(hole));
     }
     // Two frames of a loss that goes on, one of which the prediction limit fades out.
