@@ -3,7 +3,7 @@
 // The program's own malloc takes the place of the C library's in all shared libraries too, counts,
 // and hands over to the C library's. operator new calls malloc.
 
-#include "allocations.h"
+#include "bench/allocations.h"
 
 #include <cerrno>
 #include <cstddef>

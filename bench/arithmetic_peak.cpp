@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "arithmetic_peak.h"
+#include "bench/arithmetic_peak.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "concealed_call.h"
+#include "bench/concealed_call.h"
 
 #include <algorithm>
 #include <stdexcept>
 
-#include "allocations.h"
+#include "bench/allocations.h"
 
 namespace aiplc::bench {
 

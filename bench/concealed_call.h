@@ -10,8 +10,8 @@
 #include <optional>
 #include <vector>
 
-#include "pace.h"
-#include "speech.h"
+#include "bench/pace.h"
+#include "bench/speech.h"
 
 namespace aiplc::bench {
 
@@ -27,7 +27,7 @@ enum class Answers {
     none,
     given,
     network
-};  // who answers requests: nobody, an adapter, the worker
+};  // the source of predictions: no request succeeds, an adapter, the worker
 
 // A host without a codec's state: hands the library a decoded call frame by frame.
 class ConcealedCall {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "durations.h"
+#include "bench/durations.h"
 
 #include <algorithm>
 #include <cmath>

@@ -7,13 +7,13 @@
 #include <optional>
 #include <string>
 
-#include "benchmarks.h"
-#include "concealed_call.h"
-#include "durations.h"
-#include "instant_worker.h"
-#include "peer.h"
-#include "registration.h"
-#include "system_calls.h"
+#include "bench/benchmarks.h"
+#include "bench/concealed_call.h"
+#include "bench/durations.h"
+#include "bench/instant_worker.h"
+#include "bench/peer.h"
+#include "bench/registration.h"
+#include "bench/system_calls.h"
 
 namespace aiplc::bench {
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "instant_worker.h"
+#include "bench/instant_worker.h"
 
 #include <algorithm>
 #include <stdexcept>
 
-#include "platform/platform.h"
-#include "service.h"
+#include "src/platform/platform.h"
+#include "worker/service/service.h"
 
 namespace aiplc::bench {
 

@@ -7,7 +7,7 @@
 
 #include <memory>
 
-#include "peer.h"
+#include "bench/peer.h"
 
 namespace aiplc::bench {
 

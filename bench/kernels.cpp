@@ -9,12 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "arithmetic_peak.h"
-#include "benchmarks.h"
-#include "durations.h"
-#include "pace.h"
-#include "registration.h"
-#include "speech.h"
+#include "bench/arithmetic_peak.h"
+#include "bench/benchmarks.h"
+#include "bench/durations.h"
+#include "bench/pace.h"
+#include "bench/registration.h"
+#include "bench/speech.h"
 
 namespace aiplc::bench {
 

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "benchmarks.h"
-#include "pace.h"
+#include "bench/benchmarks.h"
+#include "bench/pace.h"
 
 namespace {
 

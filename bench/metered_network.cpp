@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "metered_network.h"
+#include "bench/metered_network.h"
 
 #include <sys/mman.h>
 
 #include <new>
 
-#include "allocations.h"
-#include "pace.h"
-#include "windows.h"
+#include "bench/allocations.h"
+#include "bench/pace.h"
+#include "bench/windows.h"
 
 namespace aiplc::bench {
 

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "neural.h"
+#include "worker/network/neural.h"
 
 namespace aiplc::bench {
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "metered_worker.h"
+#include "bench/metered_worker.h"
 
 #include <stdexcept>
 
-#include "platform/platform.h"
-#include "service.h"
+#include "src/platform/platform.h"
+#include "worker/service/service.h"
 
 namespace aiplc::bench {
 

@@ -7,8 +7,8 @@
 
 #include <memory>
 
-#include "metered_network.h"
-#include "peer.h"
+#include "bench/metered_network.h"
+#include "bench/peer.h"
 
 namespace aiplc::bench {
 

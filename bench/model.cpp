@@ -5,12 +5,12 @@
 #include <memory>
 #include <string>
 
-#include "benchmarks.h"
-#include "durations.h"
-#include "neural.h"
-#include "pace.h"
-#include "registration.h"
-#include "windows.h"
+#include "bench/benchmarks.h"
+#include "bench/durations.h"
+#include "bench/pace.h"
+#include "bench/registration.h"
+#include "bench/windows.h"
+#include "worker/network/neural.h"
 
 namespace aiplc::bench {
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "pace.h"
+#include "bench/pace.h"
 
 #include <algorithm>
 #include <cerrno>

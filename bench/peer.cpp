@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "peer.h"
+#include "bench/peer.h"
 
 #include <sys/prctl.h>
 #include <sys/wait.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "ping_pong.h"
+#include "bench/ping_pong.h"
 
 #include <linux/futex.h>
 #include <sys/mman.h>

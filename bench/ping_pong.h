@@ -8,8 +8,8 @@
 #include <cstdint>
 #include <functional>
 
-#include "peer.h"
-#include "service.h"
+#include "bench/peer.h"
+#include "worker/service/service.h"
 
 namespace aiplc::bench {
 

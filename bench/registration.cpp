@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "registration.h"
+#include "bench/registration.h"
 
 #include <exception>
 #include <utility>

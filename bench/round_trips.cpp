@@ -8,15 +8,15 @@
 #include <functional>
 #include <string>
 
-#include "benchmarks.h"
-#include "durations.h"
-#include "instant_worker.h"
-#include "metered_worker.h"
-#include "pace.h"
-#include "peer.h"
-#include "ping_pong.h"
-#include "registration.h"
-#include "windows.h"
+#include "bench/benchmarks.h"
+#include "bench/durations.h"
+#include "bench/instant_worker.h"
+#include "bench/metered_worker.h"
+#include "bench/pace.h"
+#include "bench/peer.h"
+#include "bench/ping_pong.h"
+#include "bench/registration.h"
+#include "bench/windows.h"
 
 namespace aiplc::bench {
 

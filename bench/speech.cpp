@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "speech.h"
+#include "bench/speech.h"
 
 #include <opus.h>
 
@@ -10,8 +10,8 @@
 #include <random>
 #include <stdexcept>
 
+#include "bench/pace.h"
 #include "host/sender.h"
-#include "pace.h"
 
 namespace aiplc::bench {
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "system_calls.h"
+#include "bench/system_calls.h"
 
 #include <sys/ptrace.h>
 #include <sys/syscall.h>

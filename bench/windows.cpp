@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "windows.h"
+#include "bench/windows.h"
 
 #include <cstring>
 #include <stdexcept>
 
-#include "tensor_file.h"
+#include "worker/model/tensor_file.h"
 
 #if defined(__SSE__)
 #include <xmmintrin.h>

@@ -7,8 +7,8 @@
 #include <memory>
 #include <vector>
 
-#include "model_file.h"
-#include "predictor.h"
+#include "worker/model/model_file.h"
+#include "worker/window/predictor.h"
 
 namespace aiplc::bench {
 

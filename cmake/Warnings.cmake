@@ -1,6 +1,7 @@
-# Warnings are errors, and floating-point sums have the order and the precision of the source.
+# Floating-point sums have the order and the precision of the source.
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
-                    $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast> -Werror -ffp-contract=off)
+                    $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast> $<$<BOOL:${AIPLC_WERROR}>:-Werror>
+                    -ffp-contract=off)
 
 # 32-bit x86 would compute sums in the 80 bits of the x87 and so get other results.
 if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "^(i.86|x86|x86_64|AMD64)$")

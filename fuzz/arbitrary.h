@@ -11,7 +11,7 @@
 
 namespace aiplc::fuzz {
 
-// What must hold, whatever the input.
+// A condition that must hold for every input.
 inline void Require(bool holds) {
     if (!holds) std::abort();
 }

@@ -8,12 +8,12 @@
 #include <array>
 #include <vector>
 
-#include "memory_file.h"
-#include "tools/bit_stream.h"
-#include "tools/failure.h"
-#include "tools/loss_model.h"
-#include "tools/ogg_opus.h"
-#include "tools/rtp_capture.h"
+#include "fuzz/memory_file.h"
+#include "tools/input/bit_stream.h"
+#include "tools/input/ogg_opus.h"
+#include "tools/input/rtp_capture.h"
+#include "tools/loss/loss_model.h"
+#include "tools/shell/failure.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <memory>
 #include <vector>
 
-#include "arbitrary.h"
-#include "hostile_platform.h"
+#include "fuzz/arbitrary.h"
+#include "fuzz/hostile_platform.h"
 
 namespace {
 

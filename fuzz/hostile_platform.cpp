@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "hostile_platform.h"
+#include "fuzz/hostile_platform.h"
 
 #include <algorithm>
 
-#include "arbitrary.h"
+#include "fuzz/arbitrary.h"
 
 namespace aiplc::fuzz {
 

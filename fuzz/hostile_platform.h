@@ -5,7 +5,7 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
-#include "support/fake_platform.h"
+#include "tests/support/fake_platform.h"
 
 namespace aiplc::fuzz {
 

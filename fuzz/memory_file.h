@@ -10,7 +10,7 @@
 #include <span>
 #include <string>
 
-#include "arbitrary.h"
+#include "fuzz/arbitrary.h"
 
 namespace aiplc::fuzz {
 

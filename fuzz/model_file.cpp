@@ -2,7 +2,7 @@
 //
 // Weights that nobody exported: the worker takes them or says what is wrong with them.
 
-#include "model_file.h"
+#include "worker/model/model_file.h"
 
 #include <fuzzer/FuzzedDataProvider.h>
 #include <zlib.h>
@@ -11,8 +11,8 @@
 #include <string_view>
 #include <vector>
 
-#include "memory_file.h"
-#include "network_layout.h"
+#include "fuzz/memory_file.h"
+#include "worker/model/network_layout.h"
 
 namespace {
 

@@ -14,8 +14,8 @@
 #include <string>
 #include <thread>
 
-#include "arbitrary.h"
-#include "platform/posix/named_object.h"
+#include "fuzz/arbitrary.h"
+#include "src/platform/linux/named_object.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <cstring>
 #include <numeric>
 
-#include "arbitrary.h"
+#include "fuzz/arbitrary.h"
 #include "host/receiver.h"
-#include "support/ready_adapter.h"
+#include "tests/support/ready_adapter.h"
 
 namespace {
 

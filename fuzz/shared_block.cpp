@@ -9,8 +9,8 @@
 #include <algorithm>
 #include <memory>
 
-#include "arbitrary.h"
-#include "hostile_platform.h"
+#include "fuzz/arbitrary.h"
+#include "fuzz/hostile_platform.h"
 
 namespace {
 

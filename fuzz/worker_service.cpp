@@ -3,11 +3,11 @@
 // A host that sends any messages in any order with any audio: the worker comes to an end, gives the
 // mutex back, and what it predicts is audio.
 
-#include "service.h"
+#include "worker/service/service.h"
 
-#include "arbitrary.h"
-#include "autoregressive.h"
-#include "hostile_platform.h"
+#include "fuzz/arbitrary.h"
+#include "fuzz/hostile_platform.h"
+#include "worker/classical/autoregressive.h"
 
 namespace {
 

@@ -38,8 +38,8 @@ class DecodeTimeline {
     static constexpr int64_t kSnapshots = 10;
 
     // Throws std::runtime_error when the decoder cannot be made. buffer outlives the timeline.
-    // codecConceals: false puts silence in place of lost audio, of which the decoder then never
-    // hears; pauses of the sender are its own in either case.
+    // codecConceals: false puts silence in place of lost audio: the decoder is not run for
+    // it, so its state does not advance. Pauses of the sender are decoded in either case.
     DecodeTimeline(uint32_t sampleRate, int complexity, bool useFec, PacketBuffer &buffer,
                    bool codecConceals = true);
     ~DecodeTimeline();

@@ -9,7 +9,6 @@ namespace aiplc::host {
 namespace {
 
 constexpr uint16_t kInferArg = 1;          // as the library's own requests have it
-constexpr size_t kSplicedSamples = 16;     // low-band samples that the library clears behind a gap
 constexpr int32_t kHoldOffFrames = 6;      // the library's hold-off after a failed request
 constexpr int32_t kMaxHoldOffFrames = 96;  // 1.9 s
 constexpr int kPredictionLimit = 6;        // the library mutes the sixth predicted frame in a row
@@ -167,7 +166,7 @@ HistoryEditor::SecondLook HistoryEditor::LookAgain() {
         std::copy_n(nodes[slot]->bands[0], AIPLC_BAND_SAMPLES, samples);
         // The bank's analysis starts anew behind a gap and has not settled there.
         if (m_channel.is48K == 1 && nodes[slot] == &after)
-            std::fill_n(samples, kSplicedSamples, int16_t{0});
+            std::fill_n(samples, AIPLC_UNSETTLED_SAMPLES, int16_t{0});
     }
     if (AiPlcAsyncInfer(&m_channel, window.data(), prediction.data(), kInferArg) != 0) {
         m_holdOffFrames = std::clamp(2 * m_holdOffFrames, kHoldOffFrames, kMaxHoldOffFrames);

@@ -11,8 +11,8 @@
 
 namespace aiplc::host {
 
-// The result of the channel's last call. handedIn and concealed tell what the frame was made of when it
-// was handed to the library, which matters where the library plays it as received.
+// The result of the channel's last call. handedIn and concealed tell what the frame was made of
+// when it was handed to the library, which matters where the library plays it as received.
 OutputFrame DescribeOutput(const PipelineChannel &channel, int64_t frame, FrameSource handedIn,
                            uint32_t concealed);
 

@@ -17,7 +17,6 @@ constexpr int kUsualFailures = 3;     // in a row; from the next one on the work
 constexpr int kFirstRestFrames = 12;  // doubled with each failure
 constexpr int kLongestRest = 8;       // 31 s
 constexpr float kNoRequest = -1;      // in the place of a request's time
-constexpr size_t kOutputReserveBytes = 11520;  // AiPlcApply moves the area when less is left
 
 // AiPlcApply hands its callback only a number, so the concealment of the call that is running on
 // this thread is kept here.
@@ -60,7 +59,7 @@ PipelineChannel::PipelineChannel(const Options &options)
     : m_frameSamples(options.sampleRate / 50),
       m_useSecondLook(options.useSecondLook),
       m_record(kRecordHeaderWords + m_frameSamples),
-      m_outputArea(m_frameSamples + kOutputReserveBytes / sizeof(int16_t)) {
+      m_outputArea(m_frameSamples + AIPLC_OUTPUT_RESERVE_BYTES / sizeof(int16_t)) {
     auto block = std::make_unique<StAiPlcChannel>();
     StAiPlcChannel *channel = nullptr;
     if (AiPlcCreate(&channel, block.get()) != 0)

@@ -26,7 +26,7 @@ namespace aiplc::host {
 class PipelineChannel {
   public:
     static constexpr int64_t kStartUpFrames = 3;
-    static constexpr int64_t kLookAhead = 3;
+    static constexpr int64_t kLookAhead = AIPLC_LOOK_AHEAD_FRAMES;
 
     struct Options {
         uint32_t sampleRate = 48000;  // 16000 or 48000

@@ -57,7 +57,7 @@ class Receiver {
     const OutputFrame &Pull();
 
     // Output trails the packets by this many frames.
-    static constexpr int kLookAheadFrames = 3;
+    static constexpr int kLookAheadFrames = AIPLC_LOOK_AHEAD_FRAMES;
 
     const Statistics &GetStatistics() const;
     bool WorkerRunning() const;

@@ -11,7 +11,8 @@
 
 namespace aiplc::measure {
 
-// Contribution of one resampled unit, such as a gap, to a mean: the sum of its values and their number.
+// Contribution of one resampled unit, such as a gap, to a mean: the sum of its values and their
+// number.
 struct Term {
     double sum = 0.0;
     double count = 0.0;

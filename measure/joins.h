@@ -10,8 +10,8 @@
 
 namespace aiplc::measure {
 
-// The behaviour of a signal where received and concealed audio meet. at: the first sample behind the join.
-// Every function needs 40 ms of the signal on both sides; nothing comes back without.
+// The behaviour of a signal where received and concealed audio meet. at: the first sample behind
+// the join. Every function needs 40 ms of the signal on both sides; nothing comes back without.
 
 // Level of the 10 ms behind the join over that of the 10 ms before it, in dB; silence counts as one
 // squared 16-bit step.

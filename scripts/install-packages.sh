@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs the Debian or Ubuntu packages that the named groups need and that are missing.
 #     scripts/install-packages.sh build|test|bench|fuzz|coverage|valgrind|x86-32|emulator|mutation|demo|measure| \
-#                                 docs|lint|training|report ...
+#                                 docs|lint|style|training|report ...
 # The one list of packages of the project.
 set -eu
 
@@ -23,14 +23,15 @@ packages() {
     demo) echo "fillets-ng-data-nl" ;;
     measure) echo "fillets-ng-data-nl sox libsox-fmt-base" ;;
     docs) echo "doxygen" ;;
-    lint) echo "clang-format clang-tidy" ;;
+    lint) echo "clang-format clang-tidy shellcheck flake8" ;;
+    style) echo "clang-format shellcheck flake8" ;;
     training) echo "python3 python3-numpy python3-scipy python3-torch" ;;
     report) # any Node 18 or newer with npm will do
         command -v npm >/dev/null || echo "nodejs npm"
         # Ubuntu has Chromium as a snap only, which not every machine can run.
         ! grep -qx 'ID=debian' /etc/os-release || echo "chromium" ;;
     *) echo "install-packages.sh: unknown group '$1': use build, test, bench, fuzz, coverage, valgrind," \
-            "x86-32, emulator, mutation, demo, measure, docs, lint, training or report" >&2
+            "x86-32, emulator, mutation, demo, measure, docs, lint, style, training or report" >&2
        exit 2 ;;
     esac
 }

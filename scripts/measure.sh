@@ -40,7 +40,7 @@ paced() { # title, then options
 [ "${3:-}" != paced ] ||
     paced "three minutes at the pace of a call, mean burst 2" --loss 20 --burst 2
 
-for job in 1 2; do
+for _ in 1 2; do
     timeout 900 sh -c 'while :; do :; done' &
     pids="${pids:-} $!"
 done

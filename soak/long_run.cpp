@@ -13,8 +13,8 @@
 #include <cstdlib>
 #include <fstream>
 
-#include "support/losing_call.h"
-#include "support/open_descriptors.h"
+#include "tests/support/losing_call.h"
+#include "tests/support/open_descriptors.h"
 
 namespace {
 

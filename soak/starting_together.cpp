@@ -15,7 +15,7 @@
 #include <memory>
 #include <string>
 
-#include "support/child_process.h"
+#include "tests/support/child_process.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "command_line.h"
+#include "tools/command_line.h"
 
 #include <opus/opus.h>
 
@@ -13,13 +13,13 @@
 #include <string>
 #include <vector>
 
-#include "command_name.h"
-#include "compare.h"
-#include "compare_command.h"
-#include "conceal.h"
-#include "conceal_command.h"
-#include "failure.h"
-#include "model_facts.h"
+#include "tools/compare/compare.h"
+#include "tools/compare/compare_command.h"
+#include "tools/conceal/conceal.h"
+#include "tools/conceal/conceal_command.h"
+#include "tools/play/model_facts.h"
+#include "tools/shell/command_name.h"
+#include "tools/shell/failure.h"
 
 namespace aiplc::tools {
 namespace {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "command_line.h"
-#include "interrupt.h"
+#include "tools/command_line.h"
+#include "tools/shell/interrupt.h"
 
 int main(int argc, char **argv) {
     aiplc::tools::CatchInterrupts();

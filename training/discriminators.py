@@ -14,7 +14,7 @@ from torch.nn import functional as F
 import losses
 import windows
 
-HEARD = 1600    # samples at the end of the window that are judged: at least 320 before the hole
+HEARD = 1600    # samples at the end of the window that are judged: at least 320 before the gap
 SLOPE = 0.2
 
 
@@ -115,7 +115,7 @@ def heard(answer, batch):
     """The end of the windows as played and as they should be, scaled by the target's level in the
     open part; 1 where they may differ; and 1 where it is for this answer. Each (N, HEARD).
 
-    What the answer goes on from is what was played, earlier holes included. The last frame of mode 5
+    What the answer goes on from is what was played, earlier gaps included. The last frame of mode 5
     fades out, as it does when no answer to a later request takes its place.
     """
     fade = torch.ones_like(answer)

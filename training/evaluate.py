@@ -4,7 +4,7 @@
 
     evaluate.py --model training/runs/run/last.pt --valid 'training/runs/valid/*.windows'
 
-lost: frames of the last hole. after: the first two received frames behind it, "none" unrepaired.
+lost: frames of the last gap. after: the first two received frames behind it, "none" unrepaired.
 LSD: log-spectral distance, MCD: mel-cepstral distance, both in dB; SNR in dB; LF and HF: level below
 1 kHz and above 4 kHz relative to the target's, in dB. Means over the frames that hold speech.
 """
@@ -63,7 +63,7 @@ def line(name, frames, reference):
 def report(net, records):
     made = {"model": answers(net, records), "classic": records["signals"][:, 0],
             "none": records["window"][:, windows.BEGIN:]}
-    begin, end = (at - windows.BEGIN for at in windows.last_hole(records["window"]))
+    begin, end = (at - windows.BEGIN for at in windows.last_gap(records["window"]))
     slot = np.arange(windows.SEEN // windows.FRAME)[None, :]
     lost = (slot * 320 >= begin[:, None]) & (slot * 320 < end[:, None] - windows.UNSETTLED)
     after = (slot * 320 >= end[:, None] - windows.UNSETTLED)

@@ -10,7 +10,7 @@ WINDOWS = (128, 320, 640)   # samples; hop a quarter
 EXPONENT = 0.3
 NAMES = ("waveform", "magnitude", "complex", "mel", "after")
 WEIGHTS = (0.1, 1.0, 0.5, 0.2, 0.2)
-FIRST = 320                 # of the samples seen: no last hole begins before 640 of them
+FIRST = 320                 # of the samples seen: no last gap begins before 640 of them
 QUIETEST = 30.0             # 16-bit steps: targets below it are not scaled up further
 FLOOR = 1e-6                # of the scaled spectrum's power, so that its root has a slope at 0
 UNHEARD = 0.2               # weight of what a mode-5 window has behind its second missing frame
@@ -30,8 +30,8 @@ def importance(batch):
 
 
 def phase_known(batch):
-    """(N, SEEN), 0 to 1: how far the phase is given. Not where the hole has no far side (mode 5): to
-    ask for it there is to ask for silence. In a hole behind a predicted frame it grows from what that
+    """(N, SEEN), 0 to 1: how far the phase is given. Not where the gap has no far side (mode 5): to
+    ask for it there is to ask for silence. In a gap behind a predicted frame it grows from what that
     frame has to the true one."""
     at = torch.arange(windows.SEEN, device=batch["opens"].device)[None, :] - batch["opens"][:, None]
     grown = (at / (batch["ends"] - batch["opens"])[:, None]).clamp(0, 1)
@@ -68,7 +68,7 @@ def log_spectra(x):
 
 def log_distances(answer, target, opened, ends):
     """Mean |difference| of the log power in 24 mel bands over spectra that touch the open part, and
-    bin by bin over those behind the hole."""
+    bin by bin over those behind the gap."""
     size, hop = metrics.FRAME, metrics.FRAME // 4
     bins, mels = zip(log_spectra(answer), log_spectra(target))
     weight = F.pad(opened, (0, size // 2)).unfold(1, size, hop).amax(2)
@@ -82,7 +82,7 @@ def log_distances(answer, target, opened, ends):
 
 def loss(answer, batch, weights=WEIGHTS):
     """Mean over the batch. weights: as NAMES; the last is of the log power bin by bin behind the
-    hole. Waveform and complex spectrum count as far as the phase is known."""
+    gap. Waveform and complex spectrum count as far as the phase is known."""
     opened = importance(batch)[:, FIRST:]
     scale = level(batch["target"], batch["open"])
     answer, target = answer[:, FIRST:], batch["target"][:, FIRST:]

@@ -1,12 +1,12 @@
 # SPDX-License-Identifier: BSD-2-Clause
-"""The network that fills the last hole of a window and repairs the received frames after it.
+"""The network that fills the last gap of a window and repairs the received frames after it.
 
-It works on short spectra, 320 samples every 80, of six signals (worker/candidates.h): the
-autoregressive answer, which is the received audio outside holes; what extrapolates and repeats
+It works on short spectra, 320 samples every 80, of six signals (worker/classical/candidates.h): the
+autoregressive answer, which is the received audio outside gaps; what extrapolates and repeats
 the audio on either side. Its features are their levels and their phases relative to the answer's,
 so they are the same whatever the phase of the speech. Dilated convolutions with residuals over time
 give a complex gain for the answer's every bin, for each band of the other signals, and the
-share of a noise whose spectrum runs from that before the hole to that after it. Pitch and phase so
+share of a noise whose spectrum runs from that before the gap to that after it. Pitch and phase so
 come from the signals, and which to trust, level and roughness from the network.
 """
 import numpy as np
@@ -60,13 +60,13 @@ def synthesise(spectra):
 
 
 def bridge(levels, opened, ended):
-    """Levels (N, BANDS, SPECTRA) with the hole's replaced by a line between its sides.
+    """Levels (N, BANDS, SPECTRA) with the gap's replaced by a line between its sides.
 
-    opened, ended: (N,) first sample of the hole and first behind it. A hole without a far side
+    opened, ended: (N,) first sample of the gap and first behind it. A gap without a far side
     keeps the level of its near one.
     """
     index = torch.arange(SPECTRA, device=levels.device)[None, :]
-    left = torch.div(opened - SIZE // 2, HOP, rounding_mode="floor")  # last one clear of the hole
+    left = torch.div(opened - SIZE // 2, HOP, rounding_mode="floor")  # last one clear of the gap
     after = torch.div(ended + SIZE // 2 + HOP - 1, HOP, rounding_mode="floor")
     ends = after <= SPECTRA - 3
     left, right = left[:, None], torch.where(ends, after, left)[:, None]

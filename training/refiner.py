@@ -10,7 +10,7 @@ from torch.nn import functional as F
 
 BINS = 112              # from 0 on, up to 5.6 kHz; above there are few harmonics
 FREQUENCY_STEP = 1 / 80
-FIRST = 9               # spectrum that is changed; a hole begins at spectrum 8 or behind it
+FIRST = 9               # spectrum that is changed; a gap begins at spectrum 8 or behind it
 CONTEXT = 4             # what the first stage passes on, for each band
 LEAST_POWER = 1e-7      # relative to the window's
 

@@ -106,7 +106,8 @@ class Run:
             [{"params": [p for p in self.net.parameters() if (id(p) in second) == is_second],
               "relative": args.second_stage_rate if is_second else 1.0}
              for is_second in (False, True)], args.rate, weight_decay=0.01)
-        self.discriminator_optimiser = torch.optim.AdamW(self.discriminators.parameters(), args.discriminator_rate, (0.5, 0.9))
+        self.discriminator_optimiser = torch.optim.AdamW(
+            self.discriminators.parameters(), args.discriminator_rate, (0.5, 0.9))
         self.path = os.path.join(args.out, "last.pt")
         if args.start:
             self.net.load_state_dict(evaluate.load(args.start).state_dict())

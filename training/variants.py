@@ -5,7 +5,7 @@
     variants.py --speech FOLDER --model training/weights/model.bin --scenes bursts4-6
 
 Takes the options of closed_loop.py and prints its line of the model for each variant; the network
-runs in PyTorch. "mode 5" is a hole without a far side, "modes 1-4" one with it.
+runs in PyTorch. "mode 5" is a gap without a far side, "modes 1-4" one with it.
 """
 import sys
 
@@ -24,7 +24,7 @@ def mixed(share, mode5, others):
     of what was received behind them as it is."""
     def answers(net, records, batch=128):
         made = network_answers(net, records, batch).astype(float)
-        _, end = windows.last_hole(records["window"])
+        _, end = windows.last_gap(records["window"])
         lost = np.clip((end[:, None] - windows.BEGIN - np.arange(windows.SEEN)) / models.RAMP, 0, 1)
         chosen = np.where(records["mode"] == 5, mode5, others)[:, None]
         change = share * chosen * lost * (records["signals"][:, 0] - made)
@@ -35,7 +35,7 @@ def mixed(share, mode5, others):
 def unrepaired(net, records, batch=128):
     """Received audio behind the gap stays as in the autoregressive prediction."""
     made = network_answers(net, records, batch).astype(float)
-    _, end = windows.last_hole(records["window"])
+    _, end = windows.last_gap(records["window"])
     behind = np.clip((np.arange(windows.SEEN) - (end[:, None] - windows.BEGIN)) / models.RAMP, 0, 1)
     return (made + behind * (records["signals"][:, 0] - made)).round().astype(np.int16)
 
@@ -54,7 +54,7 @@ def true(records):
 
 def set_in(records, instead, over):
     """instead, faded in over that many samples from the autoregressive answer."""
-    begin, _ = windows.last_hole(records["window"])
+    begin, _ = windows.last_gap(records["window"])
     at = np.arange(windows.SEEN) - (begin[:, None] - windows.BEGIN)
     kept = records["signals"][:, 0]
     return (kept + np.clip((at + 1) / over, 0, 1) * (instead - kept.astype(float))).round()

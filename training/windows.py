@@ -15,7 +15,7 @@ UNSETTLED = 16         # samples that the library clears after a gap at 48 kHz
 SECOND_LOOK = 16       # in flags: a single loss that the host asked for itself
 SIGNALS = ("answer", "forward", "backward", "late", "pitch_forward", "pitch_backward")
 
-# WindowRecord of training/collect/window_record.h; the signals are those of worker/candidates.h.
+# WindowRecord of training/collect/window_record.h; the signals are those of worker/classical/candidates.h.
 RECORD = np.dtype([
     ("window", "<i2", WINDOW), ("target", "<i2", WINDOW), ("signals", "<i2", (len(SIGNALS), SEEN)),
     ("mode", "u1"), ("rate_khz", "u1"), ("received", "u1"), ("bandwidth", "u1"),
@@ -30,11 +30,11 @@ def open_windows(pattern):
     return [np.memmap(name, RECORD, mode="r") for name in names]
 
 
-def last_hole(window):
-    """First and end sample of the last hole of each window; -1, -1 where there is none.
+def last_gap(window):
+    """First and end sample of the last gap of each window; -1, -1 where there is none.
 
-    window: (N, 2560) int16. A hole is a run of all-zero frames; the cleared start of the frame
-    after it belongs to it, as in worker/holes.cpp.
+    window: (N, 2560) int16. A gap is a run of all-zero frames; the cleared start of the frame
+    after it belongs to it, as in worker/window/gaps.cpp.
     """
     count = len(window)
     empty = ~window.reshape(count, FRAMES, FRAME).any(axis=2)
@@ -81,12 +81,12 @@ def inputs(records):
     """The worker's view of windows, as a dict of float32 tensors.
 
     signals: (N, 6, SEEN), in 16-bit steps; noise: (N, SEEN); rms: (N, 1) of the window's known
-    samples; missing, open: (N, SEEN), 0 or 1, open from the first sample of the last hole on, where
+    samples; missing, open: (N, SEEN), 0 or 1, open from the first sample of the last gap on, where
     the answer may differ from the autoregressive one. opens, ends: (N,) int64, first sample of the
-    last hole and first behind it, counted from BEGIN.
+    last gap and first behind it, counted from BEGIN.
     """
     window = np.ascontiguousarray(records["window"])
-    begin, end = last_hole(window)
+    begin, end = last_gap(window)
     missing = missing_mask(window)
     power = np.square(window.astype(np.float32)).sum(1)  # missing samples are zero
     rms = np.sqrt(power / np.maximum((~missing).sum(1), 1))
@@ -101,7 +101,7 @@ def inputs(records):
 
 def batch_of(records):
     """inputs() with the target, (N, SEEN) in 16-bit steps; the mode; joins_received, (N,) bool,
-    whether the frame before the last hole was received, not predicted; and changed, (N, SEEN), 1
+    whether the frame before the last gap was received, not predicted; and changed, (N, SEEN), 1
     from the first frame on that was not received."""
     batch = inputs(records)
     before = np.maximum((batch["opens"].numpy() + BEGIN) // FRAME - 1, 0)

@@ -5,17 +5,17 @@
 #include <cstdlib>
 #include <memory>
 
-#include "adapter/protocol.h"
-#include "platform/platform.h"
-#include "predictor_choice.h"
-#include "service.h"
+#include "src/adapter/protocol.h"
+#include "src/platform/platform.h"
+#include "worker/service/predictor_choice.h"
+#include "worker/service/service.h"
 
 namespace {
 
 using aiplc::worker::kWindowSamples;
 
 // Loads the model with the first prediction, which makes the worker ready. That may take seconds on
-// a busy machine, while a host waits two for the first answer of a worker and five until it is
+// a busy machine, while a host waits two for the first prediction of a worker and five until it is
 // ready.
 class LoadedWhenAsked : public aiplc::worker::Predictor {
   public:

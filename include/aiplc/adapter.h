@@ -18,7 +18,7 @@
 struct InoutDetail {
     uint8_t AudioIn[sizeof(int16_t) * AIPLC_WINDOW_SAMPLES];   ///< the window
     uint8_t AudioOut[sizeof(int16_t) * AIPLC_WINDOW_SAMPLES];  ///< the window with the gaps filled
-    uint16_t inferArg;                                         ///< the request's mode, 1 to 5
+    uint16_t inferArg;                                         ///< always 1
 };
 
 /// The calls that the library makes of a predictor: Create, Init, Process any number of times,

@@ -35,6 +35,12 @@
 #define AIPLC_LOW_PASS_TAPS_16K 31   ///< taps of the narrowband low-pass filter at 16 kHz
 #define AIPLC_LOW_PASS_TAPS_48K 91   ///< taps of the narrowband low-pass filter at 48 kHz
 #define AIPLC_CHANNEL_BYTES 15200    ///< bytes of a channel
+#define AIPLC_LOOK_AHEAD_FRAMES 3    ///< frames between the newest one and the one that is played
+/// Samples at the start of a low band that are cleared in the first frame behind a gap at 48 kHz,
+/// where the band filters have not settled.
+#define AIPLC_UNSETTLED_SAMPLES 16
+/// Bytes of the output area below which AiPlcApply compacts it: six frames at 48 kHz.
+#define AIPLC_OUTPUT_RESERVE_BYTES 11520
 /// @}
 
 /// The codec's code of narrowband audio (4 kHz), OPUS_BANDWIDTH_NARROWBAND of libopus.

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "adapter/shared_block.h"
+#include "src/adapter/shared_block.h"
 
 namespace {
 

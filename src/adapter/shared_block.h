@@ -9,8 +9,8 @@
 
 #include <atomic>
 
-#include "adapter/protocol.h"
-#include "platform/platform.h"
+#include "src/adapter/protocol.h"
+#include "src/platform/platform.h"
 
 namespace aiplc {
 

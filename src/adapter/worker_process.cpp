@@ -9,7 +9,7 @@
 #include <iostream>
 #include <locale>
 
-#include "adapter/shared_block.h"
+#include "src/adapter/shared_block.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 
 #include <algorithm>
 
-#include "adapter/shared_block.h"
+#include "src/adapter/shared_block.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "dsp/truncate.h"
+#include "src/dsp/truncate.h"
 
 namespace {
 

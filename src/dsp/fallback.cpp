@@ -7,15 +7,12 @@
 
 #include <cstring>
 
-#include "platform/platform.h"
+#include "src/dsp/frame_type.h"
+#include "src/platform/platform.h"
 
 namespace {
 
-constexpr int kLookAhead = 3;
-
-bool IsPredicted(const AiPlcPkt &node) {
-    return node.pktType == AIPLC_EXTRAPOLATE || node.pktType == AIPLC_INTERPOLATE;
-}
+using aiplc::dsp::IsPredicted;
 
 bool IsCodecAudio(const AiPlcPkt &node) {
     return node.pktType == OPUSPLC_PREDICT || node.pktType == OPUS_DECODED;
@@ -53,10 +50,7 @@ void AiPlcOpusFallBack(StAiPlcChannel *channel, AiPlcPkt *node, AiPlcPkt *output
         output->samples == nullptr || channel->opusRing == nullptr) {
         return;
     }
-    const AiPlcPkt *codec = channel->opusRing->head;
-    for (int i = 0; i < kLookAhead; ++i)
-        codec = codec->prev;
-
+    const AiPlcPkt *codec = aiplc::dsp::OutputNode(*channel->opusRing);
     if (NeedsCodecFrame(*node)) {
         const int error = SubstituteCodecFrame(*node, *codec);
         if (error != 0) {

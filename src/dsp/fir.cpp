@@ -4,8 +4,8 @@
 
 #include <algorithm>
 
-#include "dsp/inner_products.h"
-#include "dsp/truncate.h"
+#include "src/dsp/inner_products.h"
+#include "src/dsp/truncate.h"
 
 namespace {
 

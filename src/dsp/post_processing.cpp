@@ -7,7 +7,7 @@
 
 #include <cstring>
 
-#include "platform/platform.h"
+#include "src/platform/platform.h"
 
 namespace {
 

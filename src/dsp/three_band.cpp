@@ -10,9 +10,9 @@
 #include <cstring>
 #include <memory>
 
-#include "dsp/inner_products.h"
-#include "dsp/three_band_tables.h"
-#include "platform/platform.h"
+#include "src/dsp/inner_products.h"
+#include "src/dsp/three_band_tables.h"
+#include "src/platform/platform.h"
 
 namespace {
 

@@ -7,13 +7,11 @@
 #include <algorithm>
 #include <array>
 
-#include "infer/codec_fallback.h"
+#include "src/infer/codec_fallback.h"
 
 namespace {
 
 using aiplc::IsSingleLoss;
-
-constexpr uint16_t kSplicedSamples = 16;  // 1 ms of the 16 kHz low band
 
 // The history around the output position. Output runs three frames behind the newest frame.
 struct Judged {
@@ -63,7 +61,7 @@ void DecideSingleLoss(StAiPlcChannel *channel, int32_t *mode, int32_t workerMode
     *mode = codecMode;
 }
 
-// Two or more lost frames always ask for the worker. False: nothing to decide on.
+// True when the pattern asks for the worker; a hold-off may still leave the loss to the codec.
 bool DecideGap(StAiPlcChannel *channel, int32_t *mode, AiPlcPktType type, int32_t workerMode,
                size_t windowEnd) {
     Judged judged{};
@@ -123,16 +121,18 @@ int32_t Classify(StAiPlcChannel *channel) {
     return mode;
 }
 
-// Lost frames have silent upper bands and the worker fills the low band only, so at 48 kHz the
-// upper bands come in gently with the first decoded frame after the gap.
-void FadeUpperBandsIn(StAiPlcChannel &channel, int32_t mode) {
+// Prepares the first decoded frame behind the gap for the request, at 48 kHz. Lost frames have
+// silent upper bands and the worker fills the low band only, so the upper bands of that frame fade
+// in. The first millisecond of its low band is cleared, because the band filters have not settled
+// there; the worker fills it like the gap.
+void PrepareFrameBehindGap(StAiPlcChannel &channel, int32_t mode) {
     if (mode == AIPLC_INFER_BURST) {
         return;
     }
     AiPlcPkt &after = *channel.judgeNodes[IsSingleLoss(mode) ? 1 : 2];
     AiPlc16kFadeIn(after.bands[1]);
     AiPlc16kFadeIn(after.bands[2]);
-    AiPlcSetZeros(after.bands[0], kSplicedSamples);
+    AiPlcSetZeros(after.bands[0], AIPLC_UNSETTLED_SAMPLES);
 }
 
 }  // namespace
@@ -185,7 +185,7 @@ int32_t AiPlcAsyncInferJudge(StAiPlcChannel *channel) {
         return mode;
     }
     if (channel->is48K == 1) {
-        FadeUpperBandsIn(*channel, mode);
+        PrepareFrameBehindGap(*channel, mode);
     }
     if (channel->inferHoldOff <= 0) {
         AiPlcGetInferResult(channel, mode);

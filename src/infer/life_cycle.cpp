@@ -8,15 +8,14 @@
 #include <memory>
 #include <new>
 
-#include "infer/adapter_call.h"
-#include "platform/platform.h"
+#include "src/infer/adapter_call.h"
+#include "src/platform/platform.h"
 
 namespace {
 
 namespace platform = aiplc::platform;
 
 constexpr char kSourceUnit[] = "AiplcAsyncProcess";
-
 
 constexpr uint16_t kShortRing = 8;
 constexpr uint16_t kLongRing = 12;

@@ -6,9 +6,9 @@
 
 #include <array>
 
-#include "infer/adapter_call.h"
-#include "infer/codec_fallback.h"
-#include "platform/platform.h"
+#include "src/infer/adapter_call.h"
+#include "src/infer/codec_fallback.h"
+#include "src/platform/platform.h"
 
 namespace {
 
@@ -22,7 +22,6 @@ constexpr uint16_t kInferArg = 1;
 // Results of the adapter's Process other than 0.
 constexpr int kAdapterTimeout = 101;
 constexpr int kAdapterBusy = 310;
-
 
 constexpr size_t kFrames = AIPLC_WINDOW_FRAMES;
 constexpr size_t kBandBytes = sizeof(int16_t) * AIPLC_BAND_SAMPLES;
@@ -71,20 +70,6 @@ void WriteBack(StAiPlcChannel &channel, int32_t mode, const std::array<AiPlcPkt 
 }
 
 }  // namespace
-
-uint64_t AiPlcGetTimeUs() {
-    constexpr int64_t kMicrosecondsPerSecond = 1'000'000;
-    const int64_t counter = platform::PerformanceCounter();
-    const int64_t frequency = platform::PerformanceFrequency();
-    if (frequency == 0) {
-        return 0;
-    }
-    // Split, because counter times a million leaves 64 bits after days of nanosecond ticks.
-    const int64_t seconds = counter / frequency;
-    const int64_t rest = counter - seconds * frequency;
-    return static_cast<uint64_t>(seconds * kMicrosecondsPerSecond +
-                                 rest * kMicrosecondsPerSecond / frequency);
-}
 
 int32_t AiPlcAsyncInfer(StAiPlcChannel *channel, const int16_t *audioIn, int16_t *audioOut,
                         uint16_t inferArg) {

@@ -2,7 +2,7 @@
 
 #include <aiplc/aiplc.h>
 
-#include "platform/platform.h"
+#include "src/platform/platform.h"
 
 int32_t AiPlcCreate(StAiPlcChannel **channel, void *block) {
     if (channel == nullptr) return -1;

@@ -4,17 +4,13 @@
 
 #include <aiplc/aiplc.h>
 
+#include "src/dsp/frame_type.h"
+
 namespace {
 
-constexpr int kLookAhead = 3;        // frames between the newest frame and the one played
-constexpr int kPredictionLimit = 6;  // frames, 120 ms
+using aiplc::dsp::OutputNode;
 
-AiPlcPkt *OutputFrame(const AiPlcRingList &history) {
-    AiPlcPkt *node = history.head;
-    for (int i = 0; i < kLookAhead; ++i)
-        node = node->prev;
-    return node;
-}
+constexpr int kPredictionLimit = 6;  // frames, 120 ms
 
 bool HasHistory(const StAiPlcChannel *channel) {
     return channel != nullptr && channel->historyRing != nullptr &&
@@ -32,7 +28,7 @@ void ApplyPredictionLimit(StAiPlcChannel &channel, AiPlcPkt &node) {
 
 int32_t AiPlcCheckPredictLimit(StAiPlcChannel *channel) {
     if (!HasHistory(channel)) return 0;
-    const AiPlcPkt *node = OutputFrame(*channel->historyRing);
+    const AiPlcPkt *node = OutputNode(*channel->historyRing);
     for (int i = 0; i < kPredictionLimit; ++i) {
         if (node->pktType != AIPLC_EXTRAPOLATE && node->pktType != PKT_LOST) return 0;
         node = node->prev;
@@ -53,14 +49,10 @@ int32_t AiPlcProcess(StAiPlcChannel *channel, AiPlcPkt *received, uint16_t count
     (void)AiPlcUpdateHisBuffStatus(channel, received, count);
     if (channel->predictLimitHit == 0) channel->lastInferMode = AiPlcAsyncInferJudge(channel);
 
-    AiPlcPkt *node = OutputFrame(*channel->historyRing);
+    AiPlcPkt *node = OutputNode(*channel->historyRing);
     node->isOutput = 1;
     ApplyPredictionLimit(*channel, *node);
-    if (channel->is48K == 1) {
-        AiPlcPostProc48K(channel, node);
-    } else {
-        AiPlcPostProc16K(channel, node);
-    }
+    AiPlcPostProc(channel, node);
     AiPlcOpusFallBack(channel, node, output);
     *frames = 1;
     return 0;

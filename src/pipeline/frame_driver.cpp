@@ -4,8 +4,8 @@
 
 #include <aiplc/aiplc.h>
 
-#include "pipeline/output_area.h"
-#include "pipeline/packet_records.h"
+#include "src/pipeline/output_area.h"
+#include "src/pipeline/packet_records.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "pipeline/silent_frame.h"
+#include "src/pipeline/silent_frame.h"
 
 namespace {
 

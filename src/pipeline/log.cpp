@@ -5,7 +5,7 @@
 #include <atomic>
 #include <cstdarg>
 
-#include "platform/platform.h"
+#include "src/platform/platform.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "pipeline/output_area.h"
+#include "src/pipeline/output_area.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -10,7 +10,6 @@ namespace aiplc::pipeline {
 namespace {
 
 constexpr char kUnit[] = "aiplc_process";
-constexpr std::ptrdiff_t kReserveBytes = 11520;  // six frames at 48 kHz
 constexpr uint32_t kFrameMs = 20;
 
 // Bytes from a position to the end of the area; negative when the position lies outside.
@@ -26,7 +25,8 @@ std::ptrdiff_t BytesLeft(const AiPlcHostStream &stream, const uint8_t *position)
 }  // namespace
 
 void CompactOutput(AiPlcHostStream &stream, uint32_t sampleRate) {
-    if (stream.outWrite == nullptr || BytesLeft(stream, stream.outWrite) >= kReserveBytes) {
+    if (stream.outWrite == nullptr ||
+        BytesLeft(stream, stream.outWrite) >= AIPLC_OUTPUT_RESERVE_BYTES) {
         return;
     }
 

@@ -4,8 +4,8 @@
 
 #include <cstdlib>
 
-#include "pipeline/node_counter.h"
-#include "platform/platform.h"
+#include "src/pipeline/node_counter.h"
+#include "src/platform/platform.h"
 
 namespace {
 

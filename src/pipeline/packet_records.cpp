@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "pipeline/packet_records.h"
+#include "src/pipeline/packet_records.h"
 
 #include <algorithm>
 #include <bit>

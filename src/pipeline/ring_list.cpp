@@ -3,18 +3,11 @@
 #include <aiplc/aiplc.h>
 
 #include <array>
-#include <atomic>
 #include <cstdlib>
-
-#include "pipeline/node_counter.h"
 
 namespace {
 
 constexpr std::array<int16_t, AIPLC_FRAME_SAMPLES_48K> kSilence{};
-constexpr uint16_t kNodeNumbers = 65535;
-
-std::atomic<uint16_t> nodeCounter{0};
-
 // Links node behind the ring's newest one and makes it the head.
 void Append(AiPlcRingList &ring, AiPlcPkt *node) {
     node->prev = ring.head;
@@ -31,13 +24,6 @@ void FreeChain(AiPlcPkt *newest) {
 }
 
 }  // namespace
-
-uint16_t aiplc::pipeline::NextNodeNumber() {
-    const uint16_t number = nodeCounter.load(std::memory_order_relaxed);
-    nodeCounter.store(static_cast<uint16_t>((number + 1) % kNodeNumbers),
-                      std::memory_order_relaxed);
-    return number;
-}
 
 AiPlcRingList *AiPlcInitRingList(uint16_t count) {
     if (count == 0) return nullptr;

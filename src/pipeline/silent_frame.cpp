@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "pipeline/silent_frame.h"
+#include "src/pipeline/silent_frame.h"
 
 #include <algorithm>
 #include <array>

@@ -3,9 +3,9 @@
 // The seam to the operating system. Nothing above knows an operating system; tests replace this
 // translation unit at link time with a scripted one.
 //
-// Named objects live in a namespace that is private to the user (see posix/namespace.h): two
-// handles of one name are one object, whoever comes first creates it, and it vanishes with its last
-// handle, also when the holder was killed. Names are plain: letters, digits, underscore, dot.
+// Named objects live in a namespace that is private to the user (see linux/namespace.h): two
+// handles of one name are one object, the first to open it creates it, and it vanishes with its
+// last handle, also when the holder was killed. Names are plain: letters, digits, underscore, dot.
 
 #ifndef AIPLC_PLATFORM_H
 #define AIPLC_PLATFORM_H
@@ -108,8 +108,8 @@ void JoinAsServer();
 // Blocks until no host process holds an object of the namespace (true), or until it cannot be
 // told (false). Returns at once when there never was a host.
 bool WaitHostsGone();
-// Keeps what the process has mapped in memory, and runs the calling thread before all that is not
-// in a hurry, as far as the system grants it; threads that it starts run as others do.
+// Requests SCHED_RR for the calling thread and locks the current pages in memory, as far as the
+// system grants it. Threads that it starts have the usual priority.
 void AskForRealTime();
 
 }  // namespace aiplc::platform

@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include "support/scripted_platform.h"
+#include "tests/support/scripted_platform.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <csignal>
 #include <string>
 
-#include "adapter/protocol.h"
-#include "platform/platform.h"
+#include "src/adapter/protocol.h"
+#include "src/platform/platform.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "disaster.h"
+#include "tests/disasters/disaster.h"
 
 #include <sys/prctl.h>
 
 #include <cstdlib>
 
-#include "support/open_descriptors.h"
+#include "tests/support/open_descriptors.h"
 
 namespace aiplc::host {
 

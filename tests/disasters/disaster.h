@@ -8,11 +8,11 @@
 #include <filesystem>
 #include <string>
 
-#include "adapter/protocol.h"
-#include "platform/platform.h"
-#include "sabotaged_call.h"
-#include "support/child_process.h"
-#include "support/logged_test.h"
+#include "src/adapter/protocol.h"
+#include "src/platform/platform.h"
+#include "tests/disasters/sabotaged_call.h"
+#include "tests/support/child_process.h"
+#include "tests/support/logged_test.h"
 
 namespace aiplc::host {
 
@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 using platform::Child;
 using platform::Line;
 
-// What real hosts and workers do to each other when something goes wrong. In each case every call
+// Real hosts and workers when something goes wrong. In each case every call
 // of the host gives a frame, none takes longer than its limit, and nothing is left behind.
 class Disaster : public LoggedTest {
   protected:
@@ -41,7 +41,7 @@ class Disaster : public LoggedTest {
     // A host in a process of its own. Returns its exit status, 0 when all was as expected.
     static int RunHost(const std::string &what, int periods, bool isPaced);
 
-    // What may be left of a namespace in the end.
+    // Objects of a namespace that may be left in the end.
     enum class Left { nothing, untilTheNextHost };
     // Expects that nobody of this namespace runs, and that nothing of it is there.
     void ExpectNothingLeft(const std::string &what, Left left = Left::nothing) const;

@@ -12,8 +12,8 @@
 #include <list>
 #include <memory>
 
-#include "disaster.h"
-#include "support/open_descriptors.h"
+#include "tests/disasters/disaster.h"
+#include "tests/support/open_descriptors.h"
 
 namespace aiplc::host {
 namespace {

@@ -5,9 +5,9 @@
 #include <fstream>
 #include <future>
 
-#include "disaster.h"
-#include "support/loud_worker.h"
-#include "support/ready_adapter.h"
+#include "tests/disasters/disaster.h"
+#include "tests/support/loud_worker.h"
+#include "tests/support/ready_adapter.h"
 
 namespace aiplc::host {
 namespace {

@@ -2,7 +2,7 @@
 //
 // A bounded copy that refuses its sizes: each caller says so and leaves alone what comes after it.
 
-#include "support/scripted_platform.h"
+#include "tests/support/scripted_platform.h"
 
 namespace {
 

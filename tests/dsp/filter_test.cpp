@@ -9,8 +9,8 @@
 #include <random>
 #include <span>
 
-#include "dsp/three_band_tables.h"
-#include "support/scripted_platform.h"
+#include "src/dsp/three_band_tables.h"
+#include "tests/support/scripted_platform.h"
 
 // The linker sends the library's calls of calloc through here.
 void *RealCalloc(size_t count, size_t size) asm("__real_calloc");

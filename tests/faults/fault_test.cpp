@@ -5,9 +5,9 @@
 
 #include <fstream>
 
-#include "faulty_call.h"
-#include "injection.h"
-#include "support/open_descriptors.h"
+#include "tests/faults/faulty_call.h"
+#include "tests/faults/injection.h"
+#include "tests/support/open_descriptors.h"
 
 namespace aiplc::faults {
 namespace {

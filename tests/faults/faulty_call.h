@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "support/logged_test.h"
-#include "support/scripted_host.h"
+#include "tests/support/logged_test.h"
+#include "tests/support/scripted_host.h"
 
 namespace aiplc::faults {
 
@@ -17,7 +17,7 @@ constexpr int64_t kStep = 7;
 constexpr int64_t kStep = 1;
 #endif
 
-// What a call with losses comes to, from the set-up to the tear-down.
+// The outcome of a call with losses, from set-up to tear-down.
 struct Outcome {
     bool isRefused = false;  // the set-up left no channel
     int failedCalls = 0;     // of AiPlcApply

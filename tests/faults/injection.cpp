@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "injection.h"
+#include "tests/faults/injection.h"
 
 #include <aiplc/aiplc.h>
 #include <dirent.h>
@@ -17,8 +17,8 @@
 #include <new>
 #include <utility>
 
-#include "platform/platform.h"
-#include "support/loud_worker.h"
+#include "src/platform/platform.h"
+#include "tests/support/loud_worker.h"
 
 namespace aiplc::faults {
 namespace {

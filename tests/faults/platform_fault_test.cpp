@@ -3,8 +3,8 @@
 // Each call of the platform fails once, one after the other, in calls over a platform without an
 // operating system whose worker answers at once.
 
-#include "faulty_call.h"
-#include "support/fake_platform.h"
+#include "tests/faults/faulty_call.h"
+#include "tests/support/fake_platform.h"
 
 namespace aiplc::faults {
 namespace {

@@ -52,7 +52,7 @@ inline Packets Speech(const SenderOptions &options, double seconds) {
     return Encode(options, SpeechLike(options.sampleRate, seconds));
 }
 
-// What a decoder makes of the packets, one after the other. One without a payload is a lost frame.
+// The packets decoded one after the other. One without a payload is a lost frame.
 inline Pcm DecodeAll(const Packets &packets, uint32_t sampleRate,
                      std::optional<int> complexity = {}) {
     const std::unique_ptr<OpusDecoder, void (*)(OpusDecoder *)> decoder(

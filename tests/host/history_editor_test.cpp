@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "host/pipeline_channel.h"
-#include "support/ready_adapter.h"
+#include "tests/support/ready_adapter.h"
 
 namespace aiplc::host {
 namespace {

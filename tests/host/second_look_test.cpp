@@ -6,8 +6,8 @@
 #include <cstring>
 #include <span>
 
-#include "support/ready_adapter.h"
 #include "tests/host/call.h"
+#include "tests/support/ready_adapter.h"
 
 namespace aiplc::host {
 namespace {

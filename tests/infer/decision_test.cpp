@@ -8,8 +8,8 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "support/ready_adapter.h"
-#include "support/scripted_platform.h"
+#include "tests/support/ready_adapter.h"
+#include "tests/support/scripted_platform.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 
 #include <gmock/gmock.h>
 
-#include "support/ready_adapter.h"
-#include "support/scripted_platform.h"
+#include "tests/support/ready_adapter.h"
+#include "tests/support/scripted_platform.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <array>
 #include <cmath>
 
-#include "signals.h"
+#include "tests/measure/signals.h"
 
 namespace aiplc::measure {
 namespace {

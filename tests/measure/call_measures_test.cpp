@@ -8,7 +8,7 @@
 
 #include "measure/intelligibility.h"
 #include "measure/interruptions.h"
-#include "signals.h"
+#include "tests/measure/signals.h"
 
 namespace aiplc::measure {
 namespace {

@@ -6,7 +6,7 @@
 
 #include "measure/joins.h"
 #include "measure/pitch.h"
-#include "signals.h"
+#include "tests/measure/signals.h"
 
 namespace aiplc::measure {
 namespace {

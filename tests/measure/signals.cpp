@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "signals.h"
+#include "tests/measure/signals.h"
 
 #include <cmath>
 #include <numbers>

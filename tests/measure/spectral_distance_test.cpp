@@ -6,7 +6,7 @@
 
 #include "measure/log_spectral_distance.h"
 #include "measure/mel_cepstral_distance.h"
-#include "signals.h"
+#include "tests/measure/signals.h"
 
 namespace aiplc::measure {
 namespace {

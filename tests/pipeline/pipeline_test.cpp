@@ -8,8 +8,8 @@
 #include <tuple>
 #include <utility>
 
-#include "support/logged_test.h"
-#include "support/scripted_host.h"
+#include "tests/support/logged_test.h"
+#include "tests/support/scripted_host.h"
 
 namespace {
 

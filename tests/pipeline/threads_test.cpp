@@ -4,7 +4,7 @@
 
 #include <thread>
 
-#include "support/losing_call.h"
+#include "tests/support/losing_call.h"
 
 // Channels have nothing in common but the log, the node counter and the tables; one of them has the
 // process's worker. For ThreadSanitizer.

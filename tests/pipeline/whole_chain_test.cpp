@@ -12,8 +12,8 @@
 #include <cstring>
 #include <tuple>
 
-#include "support/ready_adapter.h"
-#include "support/scripted_host.h"
+#include "tests/support/ready_adapter.h"
+#include "tests/support/scripted_host.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <filesystem>
 #include <thread>
 
-#include "platform/platform.h"
-#include "support/child_process.h"
+#include "src/platform/platform.h"
+#include "tests/support/child_process.h"
 
 namespace aiplc::platform {
 namespace {

@@ -12,9 +12,9 @@
 #include <span>
 #include <thread>
 
-#include "platform/platform.h"
-#include "platform/posix/named_object.h"
-#include "support/child_process.h"
+#include "src/platform/linux/named_object.h"
+#include "src/platform/platform.h"
+#include "tests/support/child_process.h"
 
 namespace aiplc::platform {
 namespace {
@@ -135,7 +135,7 @@ TEST(Wait, TimesOutWithinAMillisecond) {
 }
 
 TEST(Mutex, BelongsToAThreadThatMayTakeItAgainAndIsAbandonedWithIt) {
-    // What a forked process inherits of a thread that has used mutexes is not taken for its own.
+    // A forked process does not take the mutexes of its parent's thread for its own.
     Handle before = CreateNamedMutex("Before");
     EXPECT_EQ(Wait(before, 0), kWaitSignalled);
     EXPECT_TRUE(ReleaseMutex(before) && CloseHandle(before));

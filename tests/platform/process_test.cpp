@@ -15,8 +15,8 @@
 #include <thread>
 #include <vector>
 
-#include "platform/platform.h"
-#include "support/child_process.h"
+#include "src/platform/platform.h"
+#include "tests/support/child_process.h"
 
 namespace aiplc::platform {
 namespace {

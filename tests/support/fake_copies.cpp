@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "support/fake_platform.h"
+#include "tests/support/fake_platform.h"
 
 namespace aiplc::platform {
 

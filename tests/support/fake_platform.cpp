@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "support/fake_platform.h"
+#include "tests/support/fake_platform.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -9,8 +9,8 @@
 #include <string>
 #include <string_view>
 
-#include "adapter/protocol.h"
-#include "platform/platform.h"
+#include "src/adapter/protocol.h"
+#include "src/platform/platform.h"
 
 namespace aiplc::platform {
 
@@ -27,11 +27,10 @@ class FakePlatform {
     FakePlatform &operator=(FakePlatform &&) = default;
     virtual ~FakePlatform() = default;
 
-    // What a call of the platform comes to. about is the object's name, a path, the bytes of a copy
-    // or empty. The answer is 1 for success and 0 for failure; of MapView it is the
-    // bytes of the view (0: failure), of Wait the outcome, of FindProcess the process id (0: there
-    // is none), of ExecutablePath the length, of a clock its reading, of a
-    // copy its error (0: success).
+    // The outcome of a call of the platform. about is the object's name, a path, the bytes of a
+    // copy or empty. The answer is 1 for success and 0 for failure; of MapView it is the bytes of
+    // the view (0: failure), of Wait the outcome, of FindProcess the process id (0: there is none),
+    // of ExecutablePath the length, of a clock its reading, of a copy its error (0: success).
     virtual int64_t Answer(std::string_view call, std::string_view about, int64_t usual) = 0;
 
     // Handles and views that have not been given back.

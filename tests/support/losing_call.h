@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "support/scripted_host.h"
+#include "tests/support/scripted_host.h"
 
 // A call at either rate that loses packets in bursts, with sequence numbers that begin short of
 // their wrap.

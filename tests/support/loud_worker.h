@@ -7,8 +7,8 @@
 #include <chrono>
 #include <thread>
 
-#include "service.h"
-#include "support/child_process.h"
+#include "tests/support/child_process.h"
+#include "worker/service/service.h"
 
 namespace aiplc::worker {
 

@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "support/fake_platform.h"
-#include "support/logged_test.h"
+#include "tests/support/fake_platform.h"
+#include "tests/support/logged_test.h"
 
 constexpr int64_t kOutOfMemory = -2;  // as an answer: throws std::bad_alloc
 

@@ -2,7 +2,7 @@
 //
 // Scores of plays made by hand: what is measured against which reference, and in which frames.
 
-#include "tools/call_scores.h"
+#include "tools/compare/call_scores.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "capture_files.h"
+#include "tests/tools/capture_files.h"
 
 namespace aiplc::tools {
 

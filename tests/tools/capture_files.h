@@ -3,7 +3,7 @@
 #ifndef AIPLC_TESTS_TOOLS_CAPTURE_FILES_H
 #define AIPLC_TESTS_TOOLS_CAPTURE_FILES_H
 
-#include "test_files.h"
+#include "tests/tools/test_files.h"
 
 namespace aiplc::tools {
 

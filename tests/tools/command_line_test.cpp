@@ -7,7 +7,7 @@
 
 #include <cstdio>
 
-#include "test_files.h"
+#include "tests/tools/test_files.h"
 
 namespace aiplc::tools {
 namespace {

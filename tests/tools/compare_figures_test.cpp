@@ -2,17 +2,17 @@
 //
 // From scores to figures to gates, on scores made by hand.
 
-#include "tools/compare_figures.h"
+#include "tools/compare/compare_figures.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
 
-#include "tools/compare_format.h"
-#include "tools/compare_method.h"
-#include "tools/failure.h"
-#include "tools/figure_gate.h"
-#include "tools/flac_audio.h"
+#include "tools/compare/compare_format.h"
+#include "tools/compare/compare_method.h"
+#include "tools/compare/figure_gate.h"
+#include "tools/compare/flac_audio.h"
+#include "tools/shell/failure.h"
 
 namespace aiplc::tools {
 namespace {
@@ -144,21 +144,21 @@ TEST(LossConditionTest, GridThenTracesOrTheCallsOwn) {
     CompareOptions options;
     const auto ids = [&options] {
         std::vector<std::string> list;
-        for (const LossCondition &loss : LossConditions(options))
+        for (const LossCondition &loss : LossConditions(options.losses))
             list.push_back(loss.id + ": " + loss.name);
         return list;
     };
     EXPECT_THAT(ids(), ElementsAre("own: the call's own losses"));
-    options.lossPercents = {5.0, 12.5};
+    options.losses.percents = {5.0, 12.5};
     EXPECT_THAT(ids(), ElementsAre("loss5: 5 %", "loss12.5: 12.5 %"));
-    options.meanBursts = {1.0, 4.0};
+    options.losses.meanBursts = {1.0, 4.0};
     EXPECT_THAT(ids(),
                 ElementsAre("loss5-burst1: 5 % in bursts of 1", "loss5-burst4: 5 % in bursts of 4",
                             "loss12.5-burst1: 12.5 % in bursts of 1",
                             "loss12.5-burst4: 12.5 % in bursts of 4"));
     // In bursts of 1 no two packets in a row are lost; the seed says which ones.
     const auto draw = [&options](uint64_t seed) {
-        const auto model = LossConditions(options).front().MakeModel(seed);
+        const auto model = LossConditions(options.losses).front().MakeModel(seed);
         std::string lost;
         for (int i = 0; i < 2000; ++i)
             lost += model->NextLost() ? '1' : '0';

@@ -2,7 +2,7 @@
 //
 // Whole comparisons with the real codec and the real worker.
 
-#include "tools/compare.h"
+#include "tools/compare/compare.h"
 
 #include <gmock/gmock.h>
 
@@ -12,14 +12,14 @@
 #include <set>
 #include <sstream>
 
-#include "capture_files.h"
-#include "test_files.h"
 #include "tests/host/call.h"
-#include "tools/call_loader.h"
-#include "tools/call_recording.h"
-#include "tools/compare_method.h"
-#include "tools/conceal.h"
-#include "tools/failure.h"
+#include "tests/tools/capture_files.h"
+#include "tests/tools/test_files.h"
+#include "tools/compare/compare_method.h"
+#include "tools/conceal/conceal.h"
+#include "tools/input/call_loader.h"
+#include "tools/play/call_recording.h"
+#include "tools/shell/failure.h"
 
 namespace aiplc::tools {
 namespace {
@@ -39,7 +39,7 @@ class CompareTest : public FolderTest {
     }
 
     void Lose(const std::string &trace) {
-        m_options.tracePaths = {Write("trace.txt", Text(trace))};
+        m_options.losses.tracePaths = {Write("trace.txt", Text(trace))};
     }
 
     // Runs the comparison; leaves its report in m_report.
@@ -76,7 +76,7 @@ class CompareTest : public FolderTest {
 };
 
 TEST_F(CompareTest, WithoutLossesEveryMethodIsItsReference) {
-    m_options.lossPercents = {0.0};
+    m_options.losses.percents = {0.0};
     for (const int complexity : {5, 10}) {
         m_options.receiving.decoderComplexity = complexity;
         Run();
@@ -128,7 +128,7 @@ TEST_F(CompareTest, GapsAreThoseOfTheTraceAndDistancesThoseOfConceal) {
     ConcealOptions conceal;
     conceal.input = m_options.inputs[0];
     conceal.output = Path("out.wav");
-    conceal.loss.tracePath = m_options.tracePaths[0];
+    conceal.loss.tracePath = m_options.losses.tracePaths[0];
     conceal.noAi = conceal.quiet = true;
     for (const Json &method : m_report["methods"]) {
         const std::string id = method["id"];
@@ -225,11 +225,11 @@ TEST_F(CompareTest, CaptureHasItsOwnLosses) {
 
 TEST_F(CompareTest, LossesAreSeededAndDoNotDependOnTheNumberOfJobs) {
     m_options.inputs.push_back(Write("other.wav", WavFile(host::SpeechLike(16000, 2.0), 16000)));
-    m_options.lossPercents = {10.0, 30.0};
-    m_options.meanBursts = {2.0};
+    m_options.losses.percents = {10.0, 30.0};
+    m_options.losses.meanBursts = {2.0};
     const auto gapsAndCodec = [this](int jobs, uint64_t seed) {
         m_options.jobs = jobs;
-        m_options.seed = seed;
+        m_options.losses.seed = seed;
         Run();
         Json result = Json::array();
         for (const Json &file : m_report["files"]) {
@@ -249,7 +249,7 @@ TEST_F(CompareTest, LossesAreSeededAndDoNotDependOnTheNumberOfJobs) {
 }
 
 TEST_F(CompareTest, PageHoldsTheSoundThatFits) {
-    m_options.lossPercents = {10.0, 20.0};
+    m_options.losses.percents = {10.0, 20.0};
     Run();
     const Json page = PageReport();
     const auto size = static_cast<double>(page["files"][0]["audio"].dump().size());
@@ -294,7 +294,7 @@ TEST_F(CompareTest, PageHoldsTheSoundThatFits) {
 TEST_F(CompareTest, NothingIsWrittenWhenItFails) {
     const std::vector<std::string> before = Names();
     m_options.inputs.push_back(Write("short.wav", WavFile(Chirps(16000, 0.5), 16000)));
-    m_options.lossPercents = {5.0};
+    m_options.losses.percents = {5.0};
     // Cut short behind its header: only the process that decodes it can tell.
     const std::string wav = Read("short.wav");
     Write("short.wav", Text(wav.substr(0, 4000)));
@@ -309,7 +309,7 @@ class RecordingTest : public FolderTest {
     RecordingTest() {
         InputFile input =
             InputFile::Open(Write("in.wav", WavFile(host::SpeechLike(16000, 2.0), 16000)));
-        const ConcealOptions options = WithDefaults({}, InputKind::speechAudio);
+        const CallOptions options = WithDefaults({}, InputKind::speechAudio);
         m_call = LoadCall(input, InputKind::speechAudio, options).call;
     }
 

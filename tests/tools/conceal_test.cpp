@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "tools/conceal.h"
+#include "tools/conceal/conceal.h"
 
 #include <gmock/gmock.h>
 
@@ -12,8 +12,8 @@
 #include <numeric>
 #include <sstream>
 
-#include "test_files.h"
-#include "tools/failure.h"
+#include "tests/tools/test_files.h"
+#include "tools/shell/failure.h"
 
 namespace aiplc::tools {
 namespace {

@@ -7,11 +7,11 @@
 
 #include <nlohmann/json.hpp>
 
-#include "test_files.h"
 #include "tests/host/call.h"
-#include "tools/compare_method.h"
-#include "tools/conceal.h"
-#include "tools/decoder_facts.h"
+#include "tests/tools/test_files.h"
+#include "tools/compare/compare_method.h"
+#include "tools/conceal/conceal.h"
+#include "tools/play/decoder_facts.h"
 
 namespace aiplc::tools {
 namespace {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "tools/job_pool.h"
+#include "tools/compare/job_pool.h"
 
 #include <gmock/gmock.h>
 #include <unistd.h>
@@ -9,7 +9,7 @@
 #include <csignal>
 #include <set>
 
-#include "tools/failure.h"
+#include "tools/shell/failure.h"
 
 namespace aiplc::tools {
 namespace {

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "tools/loss_model.h"
+#include "tools/loss/loss_model.h"
 
 #include <gmock/gmock.h>
 
 #include <string>
 
-#include "tools/failure.h"
+#include "tools/shell/failure.h"
 
 namespace aiplc::tools {
 namespace {

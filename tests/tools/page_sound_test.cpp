@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "tools/page_sound.h"
+#include "tools/compare/page_sound.h"
 
 #include <gmock/gmock.h>
 
-#include "tools/call_excerpts.h"
+#include "tools/compare/call_excerpts.h"
 
 namespace aiplc::tools {
 namespace {

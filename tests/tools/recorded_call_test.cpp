@@ -8,11 +8,11 @@
 
 #include <algorithm>
 
-#include "capture_files.h"
-#include "test_files.h"
-#include "tools/conceal.h"
-#include "tools/failure.h"
-#include "tools/link_layer.h"
+#include "tests/tools/capture_files.h"
+#include "tests/tools/test_files.h"
+#include "tools/conceal/conceal.h"
+#include "tools/input/link_layer.h"
+#include "tools/shell/failure.h"
 
 namespace aiplc::tools {
 namespace {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "test_files.h"
+#include "tests/tools/test_files.h"
 
 #include <algorithm>
 #include <cmath>

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <set>
 
-#include "call_plan.h"
-#include "call_windows.h"
 #include "tests/host/call.h"
+#include "training/collect/call_plan.h"
+#include "training/collect/call_windows.h"
 
 namespace aiplc::training {
 namespace {
@@ -48,7 +48,7 @@ CallResult PlayAllModes(uint32_t outputRate, double truthShare) {
     return CollectWindows(setup, host::SpeechLike(outputRate, 3.8));
 }
 
-size_t FirstHole(const WindowRecord &record) {
+size_t FirstGap(const WindowRecord &record) {
     for (size_t slot = 0; slot < AIPLC_WINDOW_FRAMES; ++slot) {
         const int16_t *frame = &record.window[slot * kFrame];
         if (std::all_of(frame, frame + kFrame, [](int16_t s) { return s == 0; })) return slot;
@@ -64,12 +64,12 @@ TEST_P(Collect, WindowsOfAllModesLieOnTheirTarget) {
     EXPECT_EQ(result.ambiguous, 0U);
     for (const WindowRecord &record : result.windows) {
         modes.insert(record.mode);
-        const size_t hole = FirstHole(record);
-        ASSERT_LT(hole, size_t{AIPLC_WINDOW_FRAMES});
-        EXPECT_FALSE(record.received >> hole & 1);
+        const size_t gap = FirstGap(record);
+        ASSERT_LT(gap, size_t{AIPLC_WINDOW_FRAMES});
+        EXPECT_FALSE(record.received >> gap & 1);
         // Received frames are exact, and earlier answers were the truth.
         int worst = 0;
-        for (size_t i = 0; i < hole * kFrame; ++i)
+        for (size_t i = 0; i < gap * kFrame; ++i)
             worst = std::max(worst, std::abs(record.window[i] - record.target[i]));
         EXPECT_LE(worst, 8) << "mode " << int{record.mode} << ", frame " << record.newestFrame;
     }
@@ -90,7 +90,7 @@ TEST_P(Collect, EarlierAnswersAreInLaterWindows) {
 }
 
 // The second single loss of a pair is not there yet when the first one is asked for.
-TEST_P(Collect, SecondLooksAreMarkedAndHaveTheirSingleHole) {
+TEST_P(Collect, SecondLooksAreMarkedAndHaveTheirSingleGap) {
     CallSetup setup = LowDelayCall(GetParam());
     setup.lost = LossesAs({"1", "101"});
     setup.answer = MixTruth(1);
@@ -103,12 +103,12 @@ TEST_P(Collect, SecondLooksAreMarkedAndHaveTheirSingleHole) {
         const WindowRecord &record = result.windows[i];
         EXPECT_EQ(record.flags, WindowRecord::kSecondLook);
         EXPECT_EQ(record.mode, modes[i]);
-        const size_t hole = modes[i] == AIPLC_INFER_GAP1_AHEAD1 ? 6 : 5;
-        EXPECT_EQ(FirstHole(record), hole);
-        EXPECT_EQ(record.newestFrame, lost[i] + 7 - hole);
+        const size_t gap = modes[i] == AIPLC_INFER_GAP1_AHEAD1 ? 6 : 5;
+        EXPECT_EQ(FirstGap(record), gap);
+        EXPECT_EQ(record.newestFrame, lost[i] + 7 - gap);
         EXPECT_EQ(result.sources.at(lost[i]), host::FrameSource::secondLook);
-        EXPECT_FALSE(record.received >> hole & 1);
-        for (size_t at = 0; at < hole * kFrame; ++at)
+        EXPECT_FALSE(record.received >> gap & 1);
+        for (size_t at = 0; at < gap * kFrame; ++at)
             ASSERT_NEAR(record.window[at], record.target[at], 8) << i << ' ' << at;
     }
     setup.secondLook = false;

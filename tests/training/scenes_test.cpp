@@ -9,8 +9,8 @@
 #include <numbers>
 #include <span>
 
-#include "loss_plan.h"
-#include "sounds.h"
+#include "training/collect/loss_plan.h"
+#include "training/collect/sounds.h"
 
 namespace aiplc::training {
 namespace {

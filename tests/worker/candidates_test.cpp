@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "candidates.h"
+#include "worker/classical/candidates.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <random>
 #include <vector>
 
-#include "pitch_repetition.h"
+#include "worker/classical/pitch_repetition.h"
 
 namespace aiplc::worker {
 namespace {
@@ -40,9 +40,9 @@ TEST(PitchRepetition, GoesOnWithTheCycleOfWhatIsPeriodic) {
     EXPECT_EQ(made, std::vector<float>(10));
 }
 
-// The first frame after the hole is noise, as after a codec that lost its state: only what comes
-// from before the hole or from behind that frame has the tone in it.
-TEST(Candidates, LookPastTheFirstFrameAfterAHole) {
+// The first frame after the gap is noise, as after a codec that lost its state: only what comes
+// from before the gap or from behind that frame has the tone in it.
+TEST(Candidates, LookPastTheFirstFrameAfterAGap) {
     std::array<int16_t, kWindowSamples> tone{};
     for (size_t i = 0; i < tone.size(); ++i) {
         const auto t = static_cast<double>(i);
@@ -57,8 +57,8 @@ TEST(Candidates, LookPastTheFirstFrameAfterAHole) {
     Candidates candidates;
     std::array<int16_t, kWindowSamples> filled{};
     ASSERT_TRUE(candidates.Make(window, filled));
-    EXPECT_EQ(candidates.LastHole().begin, 1280U);
-    EXPECT_EQ(candidates.LastHole().end, 1920U);
+    EXPECT_EQ(candidates.LastGap().begin, 1280U);
+    EXPECT_EQ(candidates.LastGap().end, 1920U);
     const auto error = [&](Candidates::Kind kind, size_t begin, size_t end) {
         double noise = 0;
         double power = 0;
@@ -70,7 +70,7 @@ TEST(Candidates, LookPastTheFirstFrameAfterAHole) {
         return noise / power;
     };
     EXPECT_LT(error(Candidates::forward, 1280, 2240), 0.02);
-    EXPECT_LT(error(Candidates::late, 1280, 2240), 0.02);
+    EXPECT_LT(error(Candidates::distant, 1280, 2240), 0.02);
     EXPECT_GT(error(Candidates::backward, 1280, 1920), 0.2);
     for (size_t kind = 0; kind < Candidates::kCount; ++kind) {
         const auto &signal = candidates[static_cast<Candidates::Kind>(kind)];

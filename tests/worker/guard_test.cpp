@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "guard.h"
+#include "worker/network/guard.h"
 
 #include <gtest/gtest.h>
 
@@ -16,10 +16,10 @@ namespace {
 using Seen = std::array<float, kSeenSamples>;
 using Change = std::function<void(Seen &)>;
 
-constexpr size_t kBegin = 960;  // of the hole
+constexpr size_t kBegin = 960;  // of the gap
 constexpr size_t kEnd = 1296;
 
-// The verdict on what a change makes of a tone of this amplitude that has such a hole.
+// The verdict on what a change makes of a tone of this amplitude that has such a gap.
 Fault Verdict(float amplitude, const Change &change, size_t end = kEnd) {
     std::array<int16_t, kWindowSamples> window{};
     window.fill(1000);
@@ -28,18 +28,18 @@ Fault Verdict(float amplitude, const Change &change, size_t end = kEnd) {
     Seen known;
     for (size_t i = 0; i < known.size(); ++i)
         known[i] = amplitude * std::sin(0.1F * static_cast<float>(i));
-    Seen answer = known;
-    change(answer);
-    MakeHeard(answer, facts.hole);
+    Seen prediction = known;
+    change(prediction);
+    MakeHeard(prediction, facts.gap);
     ShortSpectra shortSpectra;
     const auto spectra = std::make_unique<std::array<Spectra, 2>>();
-    for (const auto &[samples, into] : {std::pair(&known, 0U), std::pair(&answer, 1U)}) {
+    for (const auto &[samples, into] : {std::pair(&known, 0U), std::pair(&prediction, 1U)}) {
         Seen scaled = *samples;
         for (float &s : scaled)
             s /= facts.scale;
         shortSpectra.Analyse(scaled, 0, (*spectra)[into]);
     }
-    return Examine({answer, (*spectra)[1]}, {known, (*spectra)[0]}, facts);
+    return Examine({prediction, (*spectra)[1]}, {known, (*spectra)[0]}, facts);
 }
 
 // Adds a tone from begin to end, after a fade of 2 ms at either end.
@@ -64,7 +64,7 @@ TEST(Guard, FindsWhatMustNotBeHeardAndNothingElse) {
     EXPECT_EQ(Verdict(3000, same), Fault::none);
     EXPECT_EQ(Verdict(3000, Tone(7600, 0.1F)), Fault::none);                // +11 dB
     EXPECT_EQ(Verdict(3000, Tone(10400, 0.1F)), Fault::level);              // +13 dB
-    EXPECT_EQ(Verdict(3000, Tone(10400, 0.1F, 1500, 1900)), Fault::level);  // behind the hole
+    EXPECT_EQ(Verdict(3000, Tone(10400, 0.1F, 1500, 1900)), Fault::level);  // behind the gap
     EXPECT_EQ(Verdict(3000, Tone(12000, 0.1F, 200, 900)), Fault::none);  // before it: not its own
     // The last 10 ms are heard in full behind a far side, else in a fade from a half: 11 dB less.
     EXPECT_EQ(Verdict(3000, Tone(20000, 0.1F, 1760, 1920)), Fault::level);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "model_file.h"
+#include "worker/model/model_file.h"
+#include "worker/model/model_path.h"
 
 #include <gmock/gmock.h>
 #include <zlib.h>
@@ -10,10 +11,10 @@
 #include <cstring>
 #include <limits>
 
-#include "../tools/test_files.h"
-#include "neural.h"
-#include "predictor_choice.h"
-#include "tensor_file.h"
+#include "tests/tools/test_files.h"
+#include "worker/model/tensor_file.h"
+#include "worker/network/neural.h"
+#include "worker/service/predictor_choice.h"
 
 namespace aiplc::worker {
 namespace {
@@ -125,8 +126,8 @@ TEST_F(ModelFile, WithoutAModelEveryRequestIsRefusedAndTheReasonSaid) {
     }
 }
 
-// A model whose gains are far too high: the autoregressive answer is heard, and it is said.
-TEST_F(ModelFile, AnswersOutOfBoundsAreReplacedAndCounted) {
+// A model whose gains are far too high: the autoregressive prediction is heard, and it is said.
+TEST_F(ModelFile, PredictionsOutOfBoundsAreReplacedAndCounted) {
     std::string fault;
     const size_t gains = Behind("leave.bias") + 6;
     Bytes bytes = good;
@@ -151,7 +152,7 @@ TEST_F(ModelFile, AnswersOutOfBoundsAreReplacedAndCounted) {
     EXPECT_EQ(out, expected);
     testing::internal::CaptureStderr();
     neural.Report();
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("1 of 1 answers"));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("1 of 1 predictions"));
 }
 
 }  // namespace aiplc::worker

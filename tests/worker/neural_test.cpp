@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "neural.h"
+#include "worker/network/neural.h"
 
 #include <gtest/gtest.h>
 #include <hwy/targets.h>
@@ -9,8 +9,8 @@
 #include <cmath>
 #include <cstring>
 
-#include "../../bench/allocations.h"
-#include "tensor_file.h"
+#include "bench/allocations.h"
+#include "worker/model/tensor_file.h"
 
 namespace aiplc::worker {
 namespace {
@@ -26,7 +26,7 @@ std::shared_ptr<const Model> LoadModel() {
 
 constexpr size_t kVectorBins[] = {0, 5, 38, 111};
 
-// What PyTorch computed, written by training/export.py.
+// Values that PyTorch computed, written by training/export.py.
 class Vectors {
   public:
     template <typename T>
@@ -47,10 +47,11 @@ class Vectors {
         Expect(name, got, 0, kSpectra, tolerance);
     }
     // The same of the second stage, whose rows' second halves count.
-    void ExpectPicture(const std::string &name, const Refiner &refiner, double tolerance) const {
+    void ExpectRefiner(const std::string &name, const Refiner &refiner, double tolerance) const {
         std::vector<Row> got;
         for (const size_t bin : kVectorBins)
-            got.insert(got.end(), refiner.Path(bin).begin(), refiner.Path(bin).end());
+            got.insert(got.end(), refiner.ResidualStream(bin).begin(),
+                       refiner.ResidualStream(bin).end());
         Expect(name, got, kColumns / 2, kColumns / 2, tolerance);
     }
     void Expect(const std::string &name, std::span<const Row> got, size_t from, size_t columns,
@@ -89,13 +90,13 @@ TEST(Neural, EveryLayerIsPyTorchs) {
     const auto features = vectors.Get<float>("features");
     for (size_t i = 0; i < features.size(); ++i)
         network.Features()[i / kSpectra].at[i % kSpectra] = features[i];
-    network.Enter();
-    vectors.ExpectLayer("enter", network.Path(), 1e-4);
+    network.ProjectInput();
+    vectors.ExpectLayer("enter", network.ResidualStream(), 1e-4);
     for (size_t i = 0; i < model->blocks.size(); ++i) {
         network.RunBlock(model->blocks[i]);
-        vectors.ExpectLayer("block" + std::to_string(i), network.Path(), 1e-4);
+        vectors.ExpectLayer("block" + std::to_string(i), network.ResidualStream(), 1e-4);
     }
-    network.Leave();
+    network.ProjectOutput();
     vectors.ExpectLayer("leave", network.Outputs(), 1e-4);
 }
 
@@ -106,7 +107,7 @@ TEST(Neural, EveryLayerOfTheSecondStageIsPyTorchs) {
     Window out;
     ASSERT_EQ(neural.Predict(vectors.Windows()[0], out), 0);
     const size_t last = model->layers.size() - 1;
-    vectors.ExpectPicture("refiner.layer" + std::to_string(last), neural.Picture(), 3e-3);
+    vectors.ExpectRefiner("refiner.layer" + std::to_string(last), neural.SecondStage(), 3e-3);
 
     Refiner refiner(model);
     Refiner::Features features{};
@@ -115,25 +116,25 @@ TEST(Neural, EveryLayerOfTheSecondStageIsPyTorchs) {
     for (size_t bin = 0; bin < kRefinedBins; ++bin) {
         for (size_t i = 0; i < kRefinerInputs; ++i)
             std::copy_n(&given[(bin * kRefinerInputs + i) * kSpectra], kSpectra, features[i].at);
-        refiner.Enter(bin, features);
+        refiner.ProjectInput(bin, features);
     }
     for (size_t i = 0; i <= last; ++i) {
         refiner.RunLayer(model->layers[i]);
-        vectors.ExpectPicture("refiner.layer" + std::to_string(i), refiner, 1e-4);
+        vectors.ExpectRefiner("refiner.layer" + std::to_string(i), refiner, 1e-4);
     }
     std::vector<Row> gains;
     for (const size_t bin : kVectorBins) {
-        const auto some = refiner.Leave(bin);
+        const auto some = refiner.ProjectOutput(bin);
         gains.insert(gains.end(), some.begin(), some.end());
     }
     vectors.Expect("refiner.leave", gains, kRefined, kSpectra - kRefined, 1e-4);
 }
 
-TEST(Neural, AnswersArePyTorchsWithoutAllocations) {
+TEST(Neural, PredictionsArePyTorchsWithoutAllocations) {
     const Vectors vectors;
     const auto windows = vectors.Windows();
     const auto signals = vectors.Get<int16_t>("signals");
-    const auto answers = vectors.Get<int16_t>("answer");
+    const auto predictions = vectors.Get<int16_t>("answer");
     ASSERT_EQ(windows.size(), 10U);
     Candidates candidates;
     Neural neural(LoadModel());
@@ -154,28 +155,29 @@ TEST(Neural, AnswersArePyTorchsWithoutAllocations) {
         EXPECT_EQ(neural.Predict(windows[w], again), 0);
         EXPECT_EQ(bench::Allocations(), before);
         EXPECT_EQ(out, again);
-        const size_t hole = candidates.LastHole().begin;
+        const size_t gap = candidates.LastGap().begin;
         int worst = 0;
         for (size_t i = 0; i < kWindowSamples; ++i) {
-            const int expected = i < hole ? classic[i] : answers[w * kSeenSamples + i - kSeenBegin];
+            const int expected =
+                i < gap ? classic[i] : predictions[w * kSeenSamples + i - kSeenBegin];
             const int error = std::abs(out[i] - expected);
-            worst = std::max(worst, i < hole ? 10 * error : error);
+            worst = std::max(worst, i < gap ? 10 * error : error);
         }
         EXPECT_LE(worst, 2) << w;
         EXPECT_NE(out, classic) << w;
     }
-    EXPECT_EQ(neural.Counted().answers, 20U);
+    EXPECT_EQ(neural.Counted().predictions, 20U);
     EXPECT_EQ(neural.Counted().replaced, 0U);
 }
 
-// No hole, an old one, nothing before it, nothing at all.
+// No gap, an old one, nothing before it, nothing at all.
 TEST(Neural, LeavesToTheAutoregressiveWhatItCannotDo) {
     Neural neural(LoadModel());
     Autoregressive autoregressive;
     const Window window = Vectors().Windows()[0];
     for (const auto &[begin, end] : {std::pair<size_t, size_t>{0, 0}, {2, 3}, {0, 7}, {0, 8}}) {
         Window in = window;
-        std::fill_n(in.begin() + 1600, 320, int16_t{9});  // where the vector's own hole is
+        std::fill_n(in.begin() + 1600, 320, int16_t{9});  // where the vector's own gap is
         std::fill(&in[begin * kFrameSamples], in.data() + end * kFrameSamples, int16_t{0});
         Window out;
         Window expected;
@@ -183,7 +185,7 @@ TEST(Neural, LeavesToTheAutoregressiveWhatItCannotDo) {
         autoregressive.Predict(in, expected);
         EXPECT_EQ(out, expected) << begin << ' ' << end;
     }
-    EXPECT_EQ(neural.Counted().answers, 0U);
+    EXPECT_EQ(neural.Counted().predictions, 0U);
 }
 
 TEST(Neural, ContinuesASteadySoundWithoutTheNetwork) {
@@ -200,7 +202,7 @@ TEST(Neural, ContinuesASteadySoundWithoutTheNetwork) {
     for (size_t i = 0; i < out.size(); ++i)
         ASSERT_NEAR(out[i], tone[i], 100) << i;
     EXPECT_EQ(neural.Counted().steady, 1U);
-    EXPECT_EQ(neural.Counted().answers, 0U);
+    EXPECT_EQ(neural.Counted().predictions, 0U);
     neural.ForgetLast();
     EXPECT_EQ(neural.Counted().steady, 0U);
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "outage.h"
+#include "worker/classical/outage.h"
 
 #include <gtest/gtest.h>
 
@@ -66,13 +66,13 @@ class Call {
         m_time += frames * kFrameSamples;
     }
     // Asks for the window that ends at the newest frame, and keeps the first two frames of the
-    // answer's hole, which begins there.
-    void Ask(size_t hole) {
+    // prediction's gap, which begins there.
+    void Ask(size_t gap) {
         const std::span window = std::span(m_history).last<kWindowSamples>();
         const auto before = bench::Allocations();
         ASSERT_EQ(m_outage.Predict(window, m_out), 0);
         ASSERT_EQ(bench::Allocations(), before);
-        std::copy_n(m_out.begin() + long(hole), 2 * kFrameSamples, window.begin() + long(hole));
+        std::copy_n(m_out.begin() + long(gap), 2 * kFrameSamples, window.begin() + long(gap));
     }
     // Two frames of a loss that goes on, one of which the prediction limit fades out.
     std::span<const int16_t> GoOn(bool isFaded) {
@@ -84,7 +84,7 @@ class Call {
             made[320 + i] = static_cast<int16_t>(made[320 + i] * (320 - int(i)) / 320);
         return heard;
     }
-    const auto &Answer() const { return m_out; }
+    const auto &Prediction() const { return m_out; }
     Outage &Worker() { return m_outage; }
 
   private:
@@ -98,7 +98,7 @@ class Call {
     std::array<int16_t, kWindowSamples> m_out{};
 };
 
-TEST(Outage, EndsInTheBackgroundAndNotInItsOwnAnswers) {
+TEST(Outage, EndsInTheBackgroundAndNotInItsOwnPredictions) {
     Call call;
     for (int gap = 0; gap < 20; ++gap) {
         call.Receive(9);
@@ -129,11 +129,11 @@ TEST(Outage, EndsInTheBackgroundAndNotInItsOwnAnswers) {
     for (size_t lag = 60; lag < 2000; ++lag)
         ASSERT_LT(std::abs(Correlation(quiet, lag)), 0.15) << lag;
 
-    // Received audio again: the other predictor's answers are heard at once.
+    // Received audio again: the other predictor's predictions are heard at once.
     call.Receive(1);
     call.Ask(6 * kFrameSamples);
     EXPECT_EQ(Buzz::requests, requests + 1);
-    EXPECT_EQ(std::abs(call.Answer()[6 * kFrameSamples]), kBuzz);
+    EXPECT_EQ(std::abs(call.Prediction()[6 * kFrameSamples]), kBuzz);
 }
 
 // Speech alone is no background.

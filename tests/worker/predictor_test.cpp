@@ -7,8 +7,8 @@
 #include <numeric>
 #include <vector>
 
-#include "autoregressive.h"
-#include "../../bench/allocations.h"
+#include "bench/allocations.h"
+#include "worker/classical/autoregressive.h"
 
 namespace {
 
@@ -61,7 +61,7 @@ double SnrDb(const Window &truth, Window got, size_t begin, size_t count) {
 }  // namespace
 
 // A sum of sinusoids obeys a linear recursion exactly, so its missing frames can be computed.
-TEST(Autoregressive, RestoresTonesAcrossHolesAndFadesWhereAHoleHasNoEnd) {
+TEST(Autoregressive, RestoresTonesAcrossGapsAndFadesWhereAGapHasNoEnd) {
     const Window chord = Make(kChord, {});
     for (const Frames &lost : {Frames{4, 5}, Frames{5, 6}, Frames{6}, Frames{2, 5}}) {
         for (const size_t frame : lost)
@@ -75,7 +75,7 @@ TEST(Autoregressive, RestoresTonesAcrossHolesAndFadesWhereAHoleHasNoEnd) {
     EXPECT_NEAR(PowerDb(faded, 2400, 160) - PowerDb(chord, 2400, 160), -12, 4);
 }
 
-// A hole is whole frames, and the 16 cleared samples after them; no other zeros are missing audio.
+// A gap is whole frames, and the 16 cleared samples after them; no other zeros are missing audio.
 TEST(Autoregressive, ChangesNothingReceivedBeyondTheJoin) {
     for (const size_t cleared : {0U, 15U, 16U}) {
         for (const Frames &lost : {Frames{}, Frames{0}, Frames{3, 4}, Frames{1, 3, 5}}) {

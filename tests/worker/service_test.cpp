@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "service.h"
+#include "worker/service/service.h"
 
 #include <gtest/gtest.h>
 
 #include <thread>
 
-#include "support/child_process.h"
+#include "tests/support/child_process.h"
 
 using namespace aiplc::platform;
 using namespace aiplc::protocol;
@@ -59,7 +59,7 @@ struct Library {
         return Signalled(answer);
     }
     // Sends until the worker has taken it.
-    void Leave(uint32_t message) const {
+    void ProjectOutput(uint32_t message) const {
         for (Send(message); Signalled(receiver, 0); Sleep(1))
             SetEvent(receiver.get());
     }
@@ -85,10 +85,10 @@ TEST(Service, AnswersEveryMessageAndServesEachRequestOnce) {
     Child worker(Serve);
     const Library library;
     worker.line.Tell();
-    library.Leave(AIPLC_DELETE);  // for a worker before this one
+    library.ProjectOutput(AIPLC_DELETE);  // for a worker before this one
     EXPECT_TRUE(library.Ask(AIPLC_CHECK_READY));
     for (const uint32_t unknown : {0U, 5U, 0xFFFFFFFFU})
-        library.Leave(unknown);
+        library.ProjectOutput(unknown);
     std::thread([&] { Signalled(library.mutex); }).join();  // leaves it abandoned
     EXPECT_TRUE(library.Ask(AIPLC_INIT));                   // makes the first prediction
     library.block.retCode = 7;
@@ -98,7 +98,7 @@ TEST(Service, AnswersEveryMessageAndServesEachRequestOnce) {
     worker.line.Tell();
     library.End(199);
     for (int16_t i = 3; i <= 20; ++i) {
-        library.Leave(AIPLC_PROCESS);  // of a request that was given up
+        library.ProjectOutput(AIPLC_PROCESS);  // of a request that was given up
         library.Begin(i);
         library.End(101 * i);
     }
@@ -106,7 +106,7 @@ TEST(Service, AnswersEveryMessageAndServesEachRequestOnce) {
     library.End(101 * 20, 77);  // the answer before it stays
     EXPECT_TRUE(Signalled(library.mutex));
     SetEvent(library.inputReady.get());
-    library.Leave(AIPLC_PROCESS);  // cannot be served
+    library.ProjectOutput(AIPLC_PROCESS);  // cannot be served
     library.Send(AIPLC_DELETE);
     EXPECT_EQ(worker.Join(), 0);
     EXPECT_FALSE(Signalled(library.started, 0));
@@ -128,7 +128,7 @@ TEST(Service, AnswersAgainForAWhileAndLeavesNoAnswerBehind) {
     while (Signalled(library.answer, 500))
         ++answers;
     EXPECT_LE(answers, 50);
-    library.Leave(AIPLC_CHECK_READY);
+    library.ProjectOutput(AIPLC_CHECK_READY);
     library.Send(AIPLC_DELETE);
     EXPECT_EQ(worker.Join(), 0);
     EXPECT_FALSE(Signalled(library.answer, 0));

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "steady_sound.h"
+#include "worker/classical/steady_sound.h"
 
 #include <gtest/gtest.h>
 
@@ -32,21 +32,21 @@ Window Make(const Sound &sound, double noise = 0) {
     return window;
 }
 
-struct Answer {
+struct Continuation {
     bool isSteady = false;
     Window classic{};  // before
     Window out{};
 };
 
-Answer Continue(Window window, size_t holeBegin, size_t holeEnd) {
-    std::fill(window.begin() + holeBegin, window.begin() + holeEnd, int16_t{0});
+Continuation Continue(Window window, size_t gapBegin, size_t gapEnd) {
+    std::fill(window.begin() + gapBegin, window.begin() + gapEnd, int16_t{0});
     static Candidates candidates;
     static SteadySound steady;
-    Answer answer;
-    EXPECT_TRUE(candidates.Make(window, answer.classic));
-    answer.out = answer.classic;
-    answer.isSteady = steady.Continue(candidates, answer.out);
-    return answer;
+    Continuation prediction;
+    EXPECT_TRUE(candidates.Make(window, prediction.classic));
+    prediction.out = prediction.classic;
+    prediction.isSteady = steady.Continue(candidates, prediction.out);
+    return prediction;
 }
 
 double Power(const Window &samples, const Sound &less, size_t begin, size_t end) {
@@ -59,22 +59,22 @@ double Power(const Window &samples, const Sound &less, size_t begin, size_t end)
 }  // namespace
 
 // As a SILK decoder does it: the first frame is at a quarter, in another phase.
-TEST(SteadySound, GoesOnWhateverTheDecoderMakesOfTheFrameBehindTheHole) {
+TEST(SteadySound, GoesOnWhateverTheDecoderMakesOfTheFrameBehindTheGap) {
     for (const size_t end : {kBegin + 320, kBegin + 336, kBegin + 640}) {
         Window window = Make(Digit);
         const size_t broken = end / 320 * 320;
         for (size_t i = broken; i < broken + 320; ++i)
             window[i] = static_cast<int16_t>(std::lround(Digit(double(i) + 40) / 4));
-        const Answer answer = Continue(window, kBegin, end);
-        EXPECT_TRUE(answer.isSteady) << end;
+        const Continuation prediction = Continue(window, kBegin, end);
+        EXPECT_TRUE(prediction.isSteady) << end;
         const double power = Power(
             window, [](double) { return 0; }, 0, kBegin);
-        EXPECT_LT(Power(answer.out, Digit, kBegin, end), 0.003 * power) << end;  // -25 dB
-        EXPECT_GT(Power(answer.classic, Digit, kBegin, end), 0.1 * power) << end;
-        // Before the hole and behind the join everything is as received.
-        EXPECT_TRUE(std::equal(window.begin(), window.begin() + kBegin, answer.out.begin()));
+        EXPECT_LT(Power(prediction.out, Digit, kBegin, end), 0.003 * power) << end;  // -25 dB
+        EXPECT_GT(Power(prediction.classic, Digit, kBegin, end), 0.1 * power) << end;
+        // Before the gap and behind the join everything is as received.
+        EXPECT_TRUE(std::equal(window.begin(), window.begin() + kBegin, prediction.out.begin()));
         EXPECT_TRUE(std::equal(window.begin() + end + kJoin, window.end(),
-                               answer.out.begin() + end + kJoin));
+                               prediction.out.begin() + end + kJoin));
     }
 }
 
@@ -83,9 +83,9 @@ TEST(SteadySound, GoesOnWhateverTheDecoderMakesOfTheFrameBehindTheHole) {
 TEST(SteadySound, KeepsItsNoise) {
     const double rms = std::sqrt((4000.0 * 4000 + 5000.0 * 5000) / 2);
     const double noise = rms * std::pow(10, -25.0 / 20);
-    const Answer answer = Continue(Make(Digit, noise), kBegin, kBegin + 640);
-    EXPECT_TRUE(answer.isSteady);
-    const double made = Power(answer.out, Digit, kBegin, kBegin + 640) / (noise * noise);
+    const Continuation prediction = Continue(Make(Digit, noise), kBegin, kBegin + 640);
+    EXPECT_TRUE(prediction.isSteady);
+    const double made = Power(prediction.out, Digit, kBegin, kBegin + 640) / (noise * noise);
     EXPECT_GT(made, 0.7);
     EXPECT_LT(made, 8);
     EXPECT_FALSE(Continue(Make(Digit, 3 * noise), kBegin, kBegin + 320).isSteady);
@@ -99,9 +99,9 @@ TEST(SteadySound, LeavesWhatIsNotSteadyAsItIs) {
         return 8000 * std::exp(-std::fmod(i * (1 + i / 30000), 120) / 20) * std::sin(0.3 * i);
     };
     for (const Sound &sound : {Sound(gliding), Sound(settingIn), Sound(quiet), Sound(speech)}) {
-        const Answer answer = Continue(Make(sound), kBegin, kBegin + 320);
-        EXPECT_FALSE(answer.isSteady);
-        EXPECT_EQ(answer.out, answer.classic);
+        const Continuation prediction = Continue(Make(sound), kBegin, kBegin + 320);
+        EXPECT_FALSE(prediction.isSteady);
+        EXPECT_EQ(prediction.out, prediction.classic);
     }
     // Without a far side a steady sound may end any moment.
     EXPECT_FALSE(Continue(Make(Digit), kBegin, kWindowSamples).isSteady);

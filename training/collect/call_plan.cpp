@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "call_plan.h"
+#include "training/collect/call_plan.h"
 
 #include <opus.h>
 
@@ -8,8 +8,8 @@
 #include <array>
 #include <cmath>
 
-#include "holes.h"
-#include "loss_plan.h"
+#include "training/collect/loss_plan.h"
+#include "worker/window/gaps.h"
 
 namespace aiplc::training {
 namespace {
@@ -108,9 +108,9 @@ CallSetup DrawCall(Scene scene, int speechRate, double seconds, Random &random) 
 
 CallSetup::Answer MixTruth(double share) {
     return [share](const WindowRecord &request, Window &answer) {
-        std::array<worker::Hole, worker::kMaxHoles> holes;
-        if (worker::FindHoles(request.window, holes) == 0) return;
-        for (size_t i = holes[0].begin; i < answer.size(); ++i) {
+        std::array<worker::Gap, worker::kMaxGaps> gaps;
+        if (worker::FindGaps(request.window, gaps) == 0) return;
+        for (size_t i = gaps[0].begin; i < answer.size(); ++i) {
             const double mixed = share * request.target[i] + (1 - share) * answer[i];
             answer[i] = static_cast<int16_t>(std::lrint(mixed));
         }

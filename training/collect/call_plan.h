@@ -9,9 +9,9 @@
 #include <span>
 #include <vector>
 
-#include "call_windows.h"
-#include "random.h"
-#include "scene.h"
+#include "training/collect/call_windows.h"
+#include "training/collect/random.h"
+#include "training/collect/scene.h"
 
 namespace aiplc::training {
 
@@ -24,7 +24,7 @@ bool MixScene(std::vector<int16_t> &speech, std::span<const int16_t> background,
 // drawn, encoder and receiver are fixed, the latter at 16 kHz.
 CallSetup DrawCall(Scene scene, int speechRate, double seconds, Random &random);
 
-// Answers with share of the target and the rest of the autoregressive answer, from the first hole
+// Answers with share of the target and the rest of the autoregressive answer, from the first gap
 // on: what earlier answers of a good model leave in later windows.
 CallSetup::Answer MixTruth(double share);
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "call_windows.h"
+#include "training/collect/call_windows.h"
 
 #include <aiplc/adapter.h>
 
@@ -9,7 +9,7 @@
 #include <cstring>
 
 #include "host/receiver.h"
-#include "loss_free_decode.h"
+#include "training/collect/loss_free_decode.h"
 
 namespace aiplc::training {
 namespace {
@@ -22,23 +22,23 @@ std::span<const int16_t> Frame(const Window &window, size_t slot) {
     return std::span(window).subspan(slot * AIPLC_BAND_SAMPLES, AIPLC_BAND_SAMPLES);
 }
 
-bool IsHole(const Window &window, size_t slot) {
+bool IsGap(const Window &window, size_t slot) {
     return std::ranges::all_of(Frame(window, slot), [](int16_t s) { return s == 0; });
 }
 
-// The mode that requests a window with such holes at its end; 0: none does. Wrong only where a
+// The mode that requests a window with such gaps at its end; 0: none does. Wrong only where a
 // received frame is digital silence.
-int ModeOfHoles(const Window &window) {
-    if (IsHole(window, 7)) return AIPLC_INFER_BURST;
-    if (IsHole(window, 6)) {
-        return IsHole(window, 5) ? AIPLC_INFER_GAP2_AHEAD1 : AIPLC_INFER_GAP1_AHEAD1;
+int ModeOfGaps(const Window &window) {
+    if (IsGap(window, 7)) return AIPLC_INFER_BURST;
+    if (IsGap(window, 6)) {
+        return IsGap(window, 5) ? AIPLC_INFER_GAP2_AHEAD1 : AIPLC_INFER_GAP1_AHEAD1;
     }
-    if (!IsHole(window, 5)) return AIPLC_INFER_NONE;
-    return IsHole(window, 4) ? AIPLC_INFER_GAP2_AHEAD2 : AIPLC_INFER_GAP1_AHEAD2;
+    if (!IsGap(window, 5)) return AIPLC_INFER_NONE;
+    return IsGap(window, 4) ? AIPLC_INFER_GAP2_AHEAD2 : AIPLC_INFER_GAP1_AHEAD2;
 }
 
 // Frames by which a window of the mode ends before the newest frame handed in, or about to be: a
-// request is for the frame about to be played, three before that one, whoever makes it.
+// request is for the frame about to be played, three before that one, by library or host.
 int64_t FramesBehind(int mode) {
     switch (mode) {
         case AIPLC_INFER_GAP1_AHEAD1:
@@ -83,7 +83,7 @@ int RequestCollector::Process(InoutDetail &record, int /*timeoutMs*/) {
     const bool usable = m_candidates.Make(request.window, answer);
     for (size_t kind = 0; usable && kind < worker::Candidates::kCount; ++kind)
         request.candidates[kind] = m_candidates[static_cast<worker::Candidates::Kind>(kind)];
-    request.mode = usable ? static_cast<uint8_t>(ModeOfHoles(request.window)) : uint8_t{0};
+    request.mode = usable ? static_cast<uint8_t>(ModeOfGaps(request.window)) : uint8_t{0};
     const int64_t newest = m_tick - FramesBehind(request.mode);
     request.newestFrame = static_cast<uint32_t>(newest);
     for (int64_t slot = 0; slot < kFrames; ++slot)

@@ -10,11 +10,11 @@
 
 #include "host/output_frame.h"
 #include "host/sender.h"
-#include "window_record.h"
+#include "training/collect/window_record.h"
 
 namespace aiplc::training {
 
-// A call to play: what its sender does, which packets arrive, who answers.
+// A call to play: what its sender does, which packets arrive, the source of predictions.
 struct CallSetup {
     // Answers a request in the worker's place: everything in the record is set but received. The
     // answer holds the autoregressive one.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "loss_free_decode.h"
+#include "training/collect/loss_free_decode.h"
 
 #include <aiplc/aiplc.h>
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "loss_plan.h"
+#include "training/collect/loss_plan.h"
 
-#include "loss_model.h"
+#include "tools/loss/loss_model.h"
 
 namespace aiplc::training {
 namespace {

@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <vector>
 
-#include "random.h"
-#include "scene.h"
+#include "training/collect/random.h"
+#include "training/collect/scene.h"
 
 namespace aiplc::training {
 
@@ -15,7 +15,8 @@ namespace aiplc::training {
 // - single: one at a time with 8 to 17 received ones between them, 7.4 %;
 // - random: 10 %, each independent of the others;
 // - shortBursts, longBursts: 2 to 3 and 4 to 6 at a time with 8 to 20 received ones between them;
-// - mixed: a two-state Markov chain (tools/loss_model.h) of 10 to 20 % with bursts of 1.3 to 6 on
+// - mixed: a two-state Markov chain (tools/loss/loss_model.h) of 10 to 20 % with bursts of 1.3 to 6
+// on
 //   average;
 // - recorded: as in loss traces of the Internet, 12 % on average. A path is good for seconds with a
 //   stray loss and then congested for seconds, in which losses come thick and in short bursts. One

@@ -12,14 +12,14 @@
 #include <numeric>
 #include <optional>
 
-#include "call_plan.h"
-#include "failure.h"
 #include "host/receiver.h"
-#include "neural.h"
-#include "outage.h"
-#include "sounds.h"
-#include "speech_collection.h"
-#include "window_file.h"
+#include "tools/shell/failure.h"
+#include "training/collect/call_plan.h"
+#include "training/collect/sounds.h"
+#include "training/collect/speech_collection.h"
+#include "training/collect/window_file.h"
+#include "worker/classical/outage.h"
+#include "worker/network/neural.h"
 
 namespace aiplc::training {
 namespace {
@@ -94,7 +94,7 @@ void Declare(CLI::App &app, Options &options) {
                         {"codec", Answers::codec},
                         {"ask", Answers::ask},
                         {"model", Answers::model}},
-                       "who answers requests; ask: whoever reads requests from standard output "
+                       "what predicts; ask: the program that reads requests from standard output "
                        "and writes answers of 2560 samples to standard input; model: the network "
                        "as in the worker");
     app.add_option("--output-rate", options.outputRate,
@@ -129,7 +129,7 @@ void Declare(CLI::App &app, Options &options) {
 void Ask(const WindowRecord &request, Window &answer) {
     if (std::fwrite(&request, sizeof request, 1, stdout) != 1 || std::fflush(stdout) != 0 ||
         std::fread(answer.data(), sizeof answer, 1, stdin) != 1) {
-        throw std::runtime_error("whoever answers the requests has gone");
+        throw std::runtime_error("the program that answers the requests has ended");
     }
 }
 
@@ -163,10 +163,10 @@ void WriteAudio(const Options &options, uint32_t call, const CallSetup &setup,
                 const CallResult &result) {
     char name[64];
     std::snprintf(name, sizeof name, "/%06u_%u", call, setup.outputRate);
-    tools::OutputFile audio(options.audio + name + ".pcm", nullptr);
+    tools::OutputFile audio(options.audio + name + ".pcm", tools::OutputFile::kNoInput);
     audio.Write({reinterpret_cast<const char *>(result.output.data()), 2 * result.output.size()});
     audio.Commit();
-    tools::OutputFile sources(options.audio + name + ".sources", nullptr);
+    tools::OutputFile sources(options.audio + name + ".sources", tools::OutputFile::kNoInput);
     for (const host::FrameSource source : result.sources)
         sources.Write(std::string(host::FrameSourceName(source)) + '\n');
     sources.Commit();
@@ -312,7 +312,7 @@ void Run(const Options &options) {
                      "%llu of %llu answers of the model were replaced as out of bounds; %llu more "
                      "requests were for steady sounds, which go on without it\n",
                      static_cast<unsigned long long>(neural->Counted().replaced),
-                     static_cast<unsigned long long>(neural->Counted().answers),
+                     static_cast<unsigned long long>(neural->Counted().predictions),
                      static_cast<unsigned long long>(neural->Counted().steady));
     }
 }

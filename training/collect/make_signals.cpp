@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: BSD-2-Clause
 //
 // aiplc_make_signals: for each window of 2560 samples on standard input (16 bits, this machine's
-// byte order), the signals of worker/candidates.h on standard output; zeros where there are none.
-// Training asks it about windows that the network's own answers have changed.
+// byte order), the signals of worker/classical/candidates.h on standard output; zeros where there
+// are none. Training asks it about windows that the network's own answers have changed.
 
 #include <cstdio>
 
-#include "candidates.h"
-#include "window_record.h"
+#include "training/collect/window_record.h"
+#include "worker/classical/candidates.h"
 
 int main() {
     using aiplc::worker::Candidates;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "sounds.h"
+#include "training/collect/sounds.h"
 
 #include <algorithm>
 #include <array>

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "random.h"
-#include "scene.h"
-#include "speech_collection.h"
+#include "training/collect/random.h"
+#include "training/collect/scene.h"
+#include "training/collect/speech_collection.h"
 
 namespace aiplc::training {
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "speech_collection.h"
+#include "training/collect/speech_collection.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -9,9 +9,9 @@
 #include <set>
 #include <sstream>
 
-#include "failure.h"
-#include "input_file.h"
-#include "speech_audio.h"
+#include "tools/input/input_file.h"
+#include "tools/input/speech_audio.h"
+#include "tools/shell/failure.h"
 
 namespace aiplc::training {
 namespace {

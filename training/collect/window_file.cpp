@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "window_file.h"
+#include "training/collect/window_file.h"
 
 #include <cstdio>
 
@@ -11,7 +11,8 @@ void WindowFiles::Write(std::span<const WindowRecord> records) {
         if (!m_shard) {
             char number[16];
             std::snprintf(number, sizeof number, "_%03d.windows", m_shards++);
-            m_shard = std::make_unique<tools::OutputFile>(m_prefix + number, nullptr);
+            m_shard =
+                std::make_unique<tools::OutputFile>(m_prefix + number, tools::OutputFile::kNoInput);
         }
         m_shard->Write({reinterpret_cast<const char *>(&record), sizeof record});
         ++m_records;

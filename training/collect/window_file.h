@@ -8,8 +8,8 @@
 #include <span>
 #include <string>
 
-#include "output_file.h"
-#include "window_record.h"
+#include "tools/shell/output_file.h"
+#include "training/collect/window_record.h"
 
 namespace aiplc::training {
 

@@ -8,7 +8,7 @@
 #include <array>
 #include <cstdint>
 
-#include "candidates.h"
+#include "worker/classical/candidates.h"
 
 namespace aiplc::training {
 
@@ -27,7 +27,7 @@ struct WindowRecord {
 
     Window window;  // as requested
     Window target;  // the loss-free decode of the same packets
-    // The signals that worker/candidates.h makes from the window.
+    // The signals that worker/classical/candidates.h makes from the window.
     std::array<worker::Candidates::Signal, worker::Candidates::kCount> candidates;
     uint8_t mode;       // AiPlcInferMode, 1..5
     uint8_t rateKhz;    // of the channel: 16 or 48

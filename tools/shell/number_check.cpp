@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: BSD-2-Clause
+
+#include "tools/shell/number_check.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <system_error>
+
+namespace aiplc::tools {
+
+CLI::Validator IsNumber(const std::string &right) {
+    const auto check = [right](const std::string &text) -> std::string {
+        char *end = nullptr;
+        const double number = std::strtod(text.c_str(), &end);
+        if (!text.empty() && *end == '\0' && std::isfinite(number)) return {};
+        return "'" + text + "' is no number; give " + right;
+    };
+    return {check, ""};
+}
+
+CLI::Validator IsWholeNumber(const std::string &right) {
+    const auto check = [right](const std::string &text) -> std::string {
+        const bool isHex = text.starts_with("0x") || text.starts_with("0X");
+        const char *end = text.data() + text.size();
+        uint64_t number = 0;
+        const auto [rest, error] =
+            std::from_chars(text.data() + (isHex ? 2 : 0), end, number, isHex ? 16 : 10);
+        if (error == std::errc{} && rest == end) return {};
+        return "'" + text + "' is no whole number; give " + right;
+    };
+    return {check, ""};
+}
+
+}  // namespace aiplc::tools
