@@ -14,7 +14,7 @@
 # make test-32   the library and its tests for 32-bit x86, in an emulator where the machine runs no such programs
 # make mutation  changes the library in 114 places, one at a time, and fails when its tests do not notice a change
 # make coverage  which lines and branches of src/ the tests reach, also in build/coverage/report.html
-# make train-data, loop-data, train, export, model-report   the neural model again; see docs/model.md
+# make train-data, loop-data, train, export, model-report   the neural model again; see docs/model-experiments.md
 # make report, report-test  the page of aiplc compare, see report/README.md
 # Each target first installs the Debian or Ubuntu packages it lacks.
 

@@ -24,9 +24,10 @@ struct ReceiverOptions {
     // packets were lost. false: only behind a packet of at most 2 bytes, which announces it.
     bool expectPauses = true;
     bool codecConceals = true;  // false: silence in place of what the codec would conceal
-    // 0..10, of the decoder of libopus 1.5 and later. From 5 on it conceals with a network; from 6
-    // on it may also enhance what was received, which the worker's model has not been trained with.
-    int decoderComplexity = 5;
+    // 0..10, of the decoder of libopus 1.5 and later. From 5 on it conceals with a network, from 6
+    // on it also enhances received wideband speech, which is rated higher (docs/model.md) and costs
+    // the audio thread more time.
+    int decoderComplexity = 10;
     // Takes the worker's place when not null; useWorker is then ignored. The caller's, and it
     // outlives the receiver. Only Process is called.
     AiplcAdapterInterface *adapter = nullptr;

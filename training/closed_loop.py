@@ -175,15 +175,15 @@ def main(arguments=None):
     a.add_argument("--pytorch", action="store_true", help="PyTorch runs weights too")
     a.add_argument("--rate", type=int, default=16000, choices=(16000, 48000))
     a.add_argument("--full-band", action="store_true", help="full-band calls of full-band recordings")
-    a.add_argument("--decoder-complexity", type=int, default=5, choices=range(11), metavar="0..10",
+    a.add_argument("--decoder-complexity", type=int, default=10, choices=range(11), metavar="0..10",
                    help="of the decoder that classic, model, one-look and target play on")
     a.add_argument("--application", default="voip", choices=("voip", "audio", "low-delay"),
                    help="of the encoder: low-delay codes with CELT alone, audio what is no speech")
     a.add_argument("--collector", default="build/release/bin/aiplc_collect_windows")
     a.add_argument("--calls", type=int, default=24, help="of 10 s each, per scene")
-    a.add_argument("--scenes", nargs="+", default=["bursts2-3", "bursts4-6", "mixed"],
+    a.add_argument("--scenes", nargs="+", default=SPEECH,
                    choices=SPEECH + SOUNDS)
-    a.add_argument("--methods", nargs="+", default=["codec", "classic", "model", "target"],
+    a.add_argument("--methods", nargs="+", default=["codec", "one-look", "model", "target"],
                    choices=METHODS)
     a.add_argument("--seed", type=int, default=11)
     a.add_argument("--plcmos", help="Python file with a class Plcmos: score(samples, rate)")

@@ -22,7 +22,7 @@ struct CallSetup {
 
     host::SenderOptions sender;
     uint32_t outputRate = 16000;  // of the receiver: 16000 or 48000
-    int decoderComplexity = 5;    // of the receiver, 0..10; the target is decoded with the same
+    int decoderComplexity = 10;   // of the receiver, 0..10; the target is decoded with the same
     bool secondLook = true;       // the receiver asks for single losses too
     std::vector<bool> lost;       // by packet; packets beyond its end arrive
     Answer answer;                // may be empty: the autoregressive answer
