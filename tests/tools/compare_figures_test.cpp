@@ -5,10 +5,14 @@
 #include "tools/compare/compare_figures.h"
 
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <memory>
 
 #include "tools/compare/compare_format.h"
+#include "tools/compare/compare_job.h"
 #include "tools/compare/compare_method.h"
 #include "tools/compare/figure_gate.h"
 #include "tools/compare/flac_audio.h"
@@ -105,12 +109,22 @@ TEST(CompareFiguresTest, MeansByKindAndPairedIntervals) {
     EXPECT_EQ(UnitFor(10), ResampledUnit::calls);
 }
 
-TEST(CompareFiguresTest, ScoresSurviveTheirWayBetweenProcesses) {
-    const CallScores scores = TwoCalls()[0];
-    const std::vector<double> numbers = PackScores(scores);
-    EXPECT_EQ(UnpackScores(numbers, CompareMethods().size()), scores);
-    EXPECT_THROW(UnpackScores(std::span(numbers).first(40), CompareMethods().size()),
-                 std::runtime_error);
+TEST(CompareFiguresTest, ResultsSurviveTheirWayBetweenProcesses) {
+    CompareResult sent;
+    sent.scores = TwoCalls()[0];
+    sent.rows = "a,\"b\"\n";
+    sent.requests = 3;
+    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(std::tmpfile(), std::fclose);
+    const int descriptor = fileno(file.get());
+    WriteResult(sent, descriptor);
+    lseek(descriptor, 0, SEEK_SET);
+    const CompareResult received = ReadResult(descriptor);
+    EXPECT_EQ(received.scores, sent.scores);
+    EXPECT_EQ(received.rows, sent.rows);
+    EXPECT_EQ(received.requests, 3);
+    ASSERT_EQ(ftruncate(descriptor, lseek(descriptor, 0, SEEK_END) - 1), 0);
+    lseek(descriptor, 0, SEEK_SET);
+    EXPECT_THROW(ReadResult(descriptor), Failure);
 }
 
 TEST(CompareFiguresTest, CsvQuotesNamesAndLeavesMissingFieldsEmpty) {

@@ -223,33 +223,6 @@ class CallScorer {
     std::vector<double> m_referencePower;
 };
 
-void Put(std::vector<double> &numbers, std::span<const measure::Term> terms) {
-    for (const measure::Term &term : terms) {
-        numbers.push_back(term.sum);
-        numbers.push_back(term.count);
-    }
-}
-
-class NumberReader {
-  public:
-    explicit NumberReader(std::span<const double> numbers) : m_numbers(numbers) {}
-
-    double Take() {
-        if (m_next == m_numbers.size()) throw std::runtime_error("scores: cut short");
-        return m_numbers[m_next++];
-    }
-    void Take(std::span<measure::Term> terms) {
-        for (measure::Term &term : terms) {
-            term.sum = Take();
-            term.count = Take();
-        }
-    }
-
-  private:
-    std::span<const double> m_numbers;
-    size_t m_next = 0;
-};
-
 }  // namespace
 
 CallScores ScoreCall(std::span<const ScoredPlay> plays, size_t gapsOf, int sampleRate) {
@@ -257,52 +230,6 @@ CallScores ScoreCall(std::span<const ScoredPlay> plays, size_t gapsOf, int sampl
     CallScores scores;
     scores.gaps = scorer.Gaps();
     scores.stretches = scorer.Stretches();
-    return scores;
-}
-
-std::vector<double> PackScores(const CallScores &scores) {
-    std::vector<double> numbers{static_cast<double>(scores.gaps.size())};
-    for (const GapScores &gap : scores.gaps) {
-        numbers.push_back(static_cast<double>(gap.first));
-        numbers.push_back(static_cast<double>(gap.frames));
-        for (const GapTerms &terms : gap.methods) {
-            Put(numbers, terms.inside);
-            Put(numbers, terms.after);
-        }
-    }
-    numbers.push_back(static_cast<double>(scores.stretches.size()));
-    for (const StretchScores &stretch : scores.stretches) {
-        for (const StretchTerms &terms : stretch.methods) {
-            Put(numbers, {&terms.intelligibility, 1});
-            Put(numbers, {&terms.interruptions, 1});
-            Put(numbers, terms.shares);
-        }
-    }
-    return numbers;
-}
-
-CallScores UnpackScores(std::span<const double> numbers, size_t methods) {
-    NumberReader reader(numbers);
-    CallScores scores;
-    scores.gaps.resize(static_cast<size_t>(reader.Take()));
-    for (GapScores &gap : scores.gaps) {
-        gap.first = static_cast<int64_t>(reader.Take());
-        gap.frames = static_cast<int64_t>(reader.Take());
-        gap.methods.resize(methods);
-        for (GapTerms &terms : gap.methods) {
-            reader.Take(terms.inside);
-            reader.Take(terms.after);
-        }
-    }
-    scores.stretches.resize(static_cast<size_t>(reader.Take()));
-    for (StretchScores &stretch : scores.stretches) {
-        stretch.methods.resize(methods);
-        for (StretchTerms &terms : stretch.methods) {
-            reader.Take({&terms.intelligibility, 1});
-            reader.Take({&terms.interruptions, 1});
-            reader.Take(terms.shares);
-        }
-    }
     return scores;
 }
 

@@ -60,10 +60,6 @@ struct ScoredPlay {
 // nothing is measured.
 CallScores ScoreCall(std::span<const ScoredPlay> plays, size_t gapsOf, int sampleRate);
 
-// The scores as plain numbers, to be handed from one process to another, and back.
-std::vector<double> PackScores(const CallScores &scores);
-CallScores UnpackScores(std::span<const double> numbers, size_t methods);
-
 }  // namespace aiplc::tools
 
 #endif

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
+//
+// Results travel between processes as MessagePack.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -6,12 +8,26 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 #include "tools/compare/compare_job.h"
-#include "tools/compare/compare_method.h"
 #include "tools/shell/failure.h"
 
+namespace aiplc::measure {
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Term, sum, count)
+}  // namespace aiplc::measure
+
 namespace aiplc::tools {
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(GapTerms, inside, after)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(GapScores, first, frames, methods)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(StretchTerms, intelligibility, interruptions, shares)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(StretchScores, methods)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CallScores, gaps, stretches)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CallSound, whole, excerpts, wholeBytes)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CompareResult, scores, entry, rows, sound, notes, requests,
+                                   requestsFailed)
+
 namespace {
 
 struct CloseFile {
@@ -26,57 +42,25 @@ File Open(int descriptor, const char *mode) {
     return file;
 }
 
-// A block: its length in bytes, then its bytes.
-void WriteBlock(std::FILE *file, const void *bytes, uint64_t length) {
-    const bool done = std::fwrite(&length, sizeof length, 1, file) == 1 &&
-                      std::fwrite(bytes, 1, length, file) == length;
-    if (!done) {
+}  // namespace
+
+void WriteResult(const CompareResult &result, int descriptor) {
+    const File file = Open(descriptor, "wb");
+    const std::vector<uint8_t> bytes = nlohmann::json::to_msgpack(result);
+    if (std::fwrite(bytes.data(), 1, bytes.size(), file.get()) != bytes.size() ||
+        std::fflush(file.get()) != 0) {
         throw Failure(std::string("a call's result cannot be kept: ") + strerror(errno) +
                       "; set TMPDIR to a folder with more room");
     }
 }
 
-template <typename Container>
-void ReadBlock(std::FILE *file, Container &container) {
-    uint64_t length = 0;
-    bool done = std::fread(&length, sizeof length, 1, file) == 1;
-    if (done) {
-        container.resize(length / sizeof(typename Container::value_type));
-        done = std::fread(container.data(), 1, length, file) == length;
-    }
-    if (!done) throw Failure("a call's result is cut short");
-}
-
-}  // namespace
-
-void WriteResult(const CompareResult &result, int descriptor) {
-    const File file = Open(descriptor, "wb");
-    std::vector<double> numbers = PackScores(result.scores);
-    numbers.push_back(static_cast<double>(result.requests));
-    numbers.push_back(static_cast<double>(result.requestsFailed));
-    numbers.push_back(static_cast<double>(result.sound.wholeBytes));
-    WriteBlock(file.get(), numbers.data(), numbers.size() * sizeof(double));
-    for (const std::string *text :
-         {&result.entry, &result.rows, &result.sound.whole, &result.sound.excerpts, &result.notes})
-        WriteBlock(file.get(), text->data(), text->size());
-    if (std::fflush(file.get()) != 0)
-        throw Failure(std::string("a call's result cannot be kept: ") + strerror(errno));
-}
-
 CompareResult ReadResult(int descriptor) {
     const File file = Open(descriptor, "rb");
-    CompareResult result;
-    std::vector<double> numbers;
-    ReadBlock(file.get(), numbers);
-    for (std::string *text :
-         {&result.entry, &result.rows, &result.sound.whole, &result.sound.excerpts, &result.notes})
-        ReadBlock(file.get(), *text);
-    result.scores = UnpackScores(numbers, CompareMethods().size());
-    const size_t last = numbers.size() - 1;
-    result.requests = static_cast<uint64_t>(numbers[last - 2]);
-    result.requestsFailed = static_cast<uint64_t>(numbers[last - 1]);
-    result.sound.wholeBytes = static_cast<int64_t>(numbers[last]);
-    return result;
+    try {
+        return nlohmann::json::from_msgpack(file.get()).get<CompareResult>();
+    } catch (const nlohmann::json::exception &) {
+        throw Failure("a call's result is cut short");
+    }
 }
 
 }  // namespace aiplc::tools
