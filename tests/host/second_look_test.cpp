@@ -42,7 +42,7 @@ class MarkingWorker : public ReadyAdapter {
 };
 
 ReceiverOptions With(MarkingWorker &worker, uint32_t sampleRate = 16000) {
-    return {.sampleRate = sampleRate, .adapter = &worker};
+    return {.sampleRate = sampleRate, .decoderComplexity = 5, .adapter = &worker};
 }
 
 bool IsMarked(const PlayedCall &call, size_t frame) {

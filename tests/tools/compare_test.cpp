@@ -173,8 +173,11 @@ TEST_F(CompareTest, SingleLossesAreTheWorkersUnlessItIsNotAskedForThem) {
     EXPECT_FALSE(m_report["secondLook"]);
     EXPECT_EQ(without["secondLooks"], 0);
     EXPECT_EQ(without["sources"]["aiplc"], without["sources"]["codec"]);
-    const char *codec = DecoderFactsAt(5).neuralConcealment ? "neural.gap1" : "codec.gap1";
-    EXPECT_EQ(Values("lsd").at("aiplc.gap1"), Values("lsd").at(codec));
+    const DecoderFacts &decoder = DecoderFactsAt(host::ReceiverOptions{}.decoderComplexity);
+    const std::string codec = decoder.enhancement         ? "enhanced"
+                              : decoder.neuralConcealment ? "neural"
+                                                          : "codec";
+    EXPECT_EQ(Values("lsd").at("aiplc.gap1"), Values("lsd").at(codec + ".gap1"));
 }
 
 TEST_F(CompareTest, At48KhzTheSameGapsAreMeasured) {
