@@ -2,6 +2,8 @@
 //
 // A bounded copy that refuses its sizes: each caller says so and leaves alone what comes after it.
 
+#include <algorithm>
+
 #include "tests/support/scripted_platform.h"
 
 namespace {

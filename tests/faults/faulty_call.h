@@ -3,6 +3,7 @@
 #ifndef AIPLC_TESTS_FAULTY_CALL_H
 #define AIPLC_TESTS_FAULTY_CALL_H
 
+#include <algorithm>
 #include <string>
 
 #include "tests/support/logged_test.h"

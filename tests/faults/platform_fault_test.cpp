@@ -3,6 +3,8 @@
 // Each call of the platform fails once, one after the other, in calls over a platform without an
 // operating system whose worker answers at once.
 
+#include <algorithm>
+
 #include "tests/faults/faulty_call.h"
 #include "tests/support/fake_platform.h"
 

@@ -3,6 +3,7 @@
 #ifndef AIPLC_TESTS_LOSING_CALL_H
 #define AIPLC_TESTS_LOSING_CALL_H
 
+#include <algorithm>
 #include <random>
 #include <stdexcept>
 #include <string>
