@@ -12,6 +12,11 @@ install(TARGETS aiplc_worker RUNTIME DESTINATION ${AIPLC_WORKER_DIR})
 install(FILES training/weights/model.bin DESTINATION ${AIPLC_WORKER_DIR}
         RENAME xanu_audio_aiplc.model)
 
+if(TARGET aiplc_receiver)
+  set_target_properties(aiplc_receiver PROPERTIES INSTALL_RPATH "$ORIGIN")
+  install(TARGETS aiplc_receiver EXPORT aiplcTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endif()
+
 if(TARGET aiplc)
   file(RELATIVE_PATH to_lib /${AIPLC_LIBEXEC_DIR} /${CMAKE_INSTALL_LIBDIR})
   set_target_properties(aiplc PROPERTIES INSTALL_RPATH "$ORIGIN/${to_lib}")
@@ -38,6 +43,10 @@ file(RELATIVE_PATH to_prefix /${pkgconfig_dir} /)
 string(REGEX REPLACE "/$" "" to_prefix ${to_prefix})
 configure_file(cmake/aiplc.pc.in ${PROJECT_BINARY_DIR}/aiplc.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/aiplc.pc DESTINATION ${pkgconfig_dir})
+if(TARGET aiplc_receiver)
+  configure_file(cmake/aiplc-receiver.pc.in ${PROJECT_BINARY_DIR}/aiplc-receiver.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/aiplc-receiver.pc DESTINATION ${pkgconfig_dir})
+endif()
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 # The files of this installation, relative to the prefix, for cmake/Uninstall.cmake. Last of all rules.

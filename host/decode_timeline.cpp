@@ -93,7 +93,7 @@ DecodedFrame DecodeTimeline::Next() {
             DecodePacket(*packet);
         } else if (!FillGap(end)) {
             return {
-                FrameSource::lost, m_state.bandwidth, static_cast<uint32_t>(m_frameSamples), {}};
+                AIPLC_SOURCE_LOST, m_state.bandwidth, static_cast<uint32_t>(m_frameSamples), {}};
         }
     }
     return TakeFrame();
@@ -118,7 +118,7 @@ bool DecodeTimeline::FillGap(int64_t end) {
     }
     const bool wholeFrame = m_state.cursor == end - kFrameUnits && gapEnd == end;
     if (wholeFrame && !pause) return false;
-    ConcealUntil(gapEnd, pause ? FrameSource::dtx : FrameSource::codec);
+    ConcealUntil(gapEnd, pause ? AIPLC_SOURCE_DTX : AIPLC_SOURCE_CODEC);
     return true;
 }
 
@@ -173,10 +173,10 @@ void DecodeTimeline::DecodePacket(BufferedPacket &packet) {
 
     const int64_t from = m_state.cursor;
     const int64_t lateUntil = std::min(packet.lateUntil, packet.End());
-    const FrameSource onTime = packet.info.pause ? FrameSource::dtx : FrameSource::decoded;
+    const AiPlcFrameSource onTime = packet.info.pause ? AIPLC_SOURCE_DTX : AIPLC_SOURCE_DECODED;
     Append(from - packet.start, packet.End(), onTime);
     if (lateUntil > from) {
-        m_state.segments.back() = {lateUntil, FrameSource::late, packet.info.bandwidth};
+        m_state.segments.back() = {lateUntil, AIPLC_SOURCE_LATE, packet.info.bandwidth};
         if (lateUntil < packet.End())
             m_state.segments.push_back({packet.End(), onTime, packet.info.bandwidth});
     }
@@ -195,21 +195,21 @@ void DecodeTimeline::DecodeFec(BufferedPacket &packet) {
     m_state.pausing = false;
     m_state.packetEnd = packet.start;
     m_state.bandwidth = packet.info.bandwidth;
-    Append(m_state.cursor - packet.FecStart(), packet.start, FrameSource::fec);
+    Append(m_state.cursor - packet.FecStart(), packet.start, AIPLC_SOURCE_FEC);
     m_state.audioEnd = m_state.cursor;
 }
 
-void DecodeTimeline::ConcealUntil(int64_t end, FrameSource source) {
+void DecodeTimeline::ConcealUntil(int64_t end, AiPlcFrameSource source) {
     const int64_t units = end - m_state.cursor;
-    const bool silent = !m_codecConceals && source == FrameSource::codec;
+    const bool silent = !m_codecConceals && source == AIPLC_SOURCE_CODEC;
     if (silent || DecodeInto(nullptr, units, false) != static_cast<int>(Samples(units)))
         std::fill_n(m_scratch.begin(), Samples(units), int16_t{0});
     Append(0, end, source);
-    if (source == FrameSource::dtx) m_state.audioEnd = m_state.cursor;
+    if (source == AIPLC_SOURCE_DTX) m_state.audioEnd = m_state.cursor;
 }
 
 // Takes the scratch audio over, less what lies before the cursor.
-void DecodeTimeline::Append(int64_t skippedUnits, int64_t end, FrameSource source) {
+void DecodeTimeline::Append(int64_t skippedUnits, int64_t end, AiPlcFrameSource source) {
     const auto begin = m_scratch.begin() + static_cast<std::ptrdiff_t>(Samples(skippedUnits));
     m_state.pcm.insert(m_state.pcm.end(), begin,
                        begin + static_cast<std::ptrdiff_t>(Samples(end - m_state.cursor)));
@@ -218,14 +218,14 @@ void DecodeTimeline::Append(int64_t skippedUnits, int64_t end, FrameSource sourc
 }
 
 void DecodeTimeline::Conceal(std::span<int16_t> frame) {
-    ConcealUntil(m_state.cursor + kFrameUnits, FrameSource::codec);
+    ConcealUntil(m_state.cursor + kFrameUnits, AIPLC_SOURCE_CODEC);
     std::ranges::copy(TakeFrame().samples, frame.begin());
 }
 
 // Cuts the finished frame off and tells what it was made of.
 DecodedFrame DecodeTimeline::TakeFrame() {
     const int64_t end = (m_state.frame + 1) * kFrameUnits;
-    std::array<int64_t, kFrameSources> units{};
+    std::array<int64_t, AIPLC_FRAME_SOURCES> units{};
     DecodedFrame frame;
     int64_t position = end - kFrameUnits;
     for (const Segment &segment : m_state.segments) {
@@ -237,19 +237,21 @@ DecodedFrame DecodeTimeline::TakeFrame() {
     }
     std::erase_if(m_state.segments, [end](const Segment &segment) { return segment.end <= end; });
 
-    const auto length = [&units](FrameSource source) { return units[static_cast<size_t>(source)]; };
-    frame.concealed = static_cast<uint32_t>(Samples(length(FrameSource::codec)));
-    frame.source = FrameSource::decoded;
+    const auto length = [&units](AiPlcFrameSource source) {
+        return units[static_cast<size_t>(source)];
+    };
+    frame.concealed = static_cast<uint32_t>(Samples(length(AIPLC_SOURCE_CODEC)));
+    frame.source = AIPLC_SOURCE_DECODED;
     if (frame.concealed == m_frameSamples) {
-        frame.source = FrameSource::codec;
+        frame.source = AIPLC_SOURCE_CODEC;
     } else if (frame.concealed > 0) {
-        frame.source = FrameSource::partial;
-    } else if (length(FrameSource::fec) > 0) {
-        frame.source = FrameSource::fec;
-    } else if (length(FrameSource::late) > 0) {
-        frame.source = FrameSource::late;
-    } else if (length(FrameSource::decoded) == 0) {
-        frame.source = FrameSource::dtx;
+        frame.source = AIPLC_SOURCE_PARTIAL;
+    } else if (length(AIPLC_SOURCE_FEC) > 0) {
+        frame.source = AIPLC_SOURCE_FEC;
+    } else if (length(AIPLC_SOURCE_LATE) > 0) {
+        frame.source = AIPLC_SOURCE_LATE;
+    } else if (length(AIPLC_SOURCE_DECODED) == 0) {
+        frame.source = AIPLC_SOURCE_DTX;
     }
 
     const auto cut = m_state.pcm.begin() + static_cast<std::ptrdiff_t>(m_frameSamples);

@@ -21,12 +21,12 @@ namespace aiplc::host {
 
 // One 20 ms frame as the decoder gave it.
 struct DecodedFrame {
-    FrameSource source = FrameSource::lost;  // decoded, late, fec, dtx, partial, codec or lost
-    uint32_t bandwidth = 0;                  // OPUS_BANDWIDTH_*
-    uint32_t concealed = 0;                  // samples that the codec concealed
-    std::span<const int16_t> samples;        // valid until the timeline's next call
+    AiPlcFrameSource source = AIPLC_SOURCE_LOST;  // decoded, late, fec, dtx, partial, codec or lost
+    uint32_t bandwidth = 0;                       // OPUS_BANDWIDTH_*
+    uint32_t concealed = 0;                       // samples that the codec concealed
+    std::span<const int16_t> samples;             // valid until the timeline's next call
 
-    bool IsLost() const { return source == FrameSource::lost; }
+    bool IsLost() const { return source == AIPLC_SOURCE_LOST; }
 };
 
 // Decodes the packets of a buffer into a gapless run of 20 ms frames and can go back to any of the
@@ -83,7 +83,7 @@ class DecodeTimeline {
     // A run of audio of one origin.
     struct Segment {
         int64_t end;  // it begins where the one before it ends
-        FrameSource source;
+        AiPlcFrameSource source;
         uint32_t bandwidth;
     };
     // How the sender treats pauses in speech.
@@ -119,8 +119,8 @@ class DecodeTimeline {
     void DecodeFec(BufferedPacket &packet);
     int DecodeInto(const BufferedPacket *packet, int64_t units, bool fec);
     void LearnPauseHabit(const BufferedPacket &packet);
-    void ConcealUntil(int64_t end, FrameSource source);
-    void Append(int64_t skippedUnits, int64_t end, FrameSource source);
+    void ConcealUntil(int64_t end, AiPlcFrameSource source);
+    void Append(int64_t skippedUnits, int64_t end, AiPlcFrameSource source);
     DecodedFrame TakeFrame();
 
     int64_t m_unitsPerSample;

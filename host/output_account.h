@@ -13,7 +13,7 @@ namespace aiplc::host {
 
 // The result of the channel's last call. handedIn and concealed tell what the frame was made of
 // when it was handed to the library, which matters where the library plays it as received.
-OutputFrame DescribeOutput(const PipelineChannel &channel, int64_t frame, FrameSource handedIn,
+OutputFrame DescribeOutput(const PipelineChannel &channel, int64_t frame, AiPlcFrameSource handedIn,
                            uint32_t concealed);
 
 // Adds output frames up.
@@ -24,6 +24,8 @@ class OutputAccount {
         : m_sampleRate(sampleRate), m_statistics(statistics) {}
 
     void Count(const OutputFrame &frame);
+    // Writes how long the requests took.
+    void FillInTimes(Statistics &statistics) const;
 
   private:
     void CountDecision(const OutputFrame &frame);
@@ -31,6 +33,7 @@ class OutputAccount {
 
     uint32_t m_sampleRate;
     Statistics &m_statistics;
+    RequestTimes m_requestTimes;
     bool m_concealing = false;  // the last frame had concealed samples
 };
 

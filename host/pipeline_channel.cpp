@@ -6,6 +6,7 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "host/worker_namespace.h"
 
@@ -58,6 +59,7 @@ void PipelineChannel::Deleter::operator()(StAiPlcChannel *channel) const {
 PipelineChannel::PipelineChannel(const Options &options)
     : m_frameSamples(options.sampleRate / 50),
       m_useSecondLook(options.useSecondLook),
+      m_hasAdapter(options.adapter != nullptr),
       m_record(kRecordHeaderWords + m_frameSamples),
       m_outputArea(m_frameSamples + AIPLC_OUTPUT_RESERVE_BYTES / sizeof(int16_t)) {
     auto block = std::make_unique<StAiPlcChannel>();
@@ -90,6 +92,20 @@ PipelineChannel::PipelineChannel(const Options &options)
 }
 
 PipelineChannel::~PipelineChannel() = default;
+
+void PipelineChannel::UseAdapter(std::unique_ptr<AiplcAdapterInterface> adapter) noexcept {
+    m_adapter = std::move(adapter);
+    m_channel->adapter = m_adapter.get();
+    m_hasAdapter = true;
+}
+
+void PipelineChannel::TakePredictorFrom(PipelineChannel &other) noexcept {
+    m_adapter = std::move(other.m_adapter);
+    m_hasAdapter = std::exchange(other.m_hasAdapter, false);
+    m_channel->adapter = std::exchange(other.m_channel->adapter, nullptr);
+    m_channel->sEnableAIPLC = std::exchange(other.m_channel->sEnableAIPLC, int16_t{0});
+    m_channel->initTimeMs = other.m_channel->initTimeMs;
+}
 
 // Calls the library. Each frame is taken at once, so the output area is always empty before.
 void PipelineChannel::Apply(bool isReceived) {

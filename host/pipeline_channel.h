@@ -3,6 +3,7 @@
 #ifndef AIPLC_HOST_PIPELINE_CHANNEL_H
 #define AIPLC_HOST_PIPELINE_CHANNEL_H
 
+#include <aiplc/adapter.h>
 #include <aiplc/aiplc.h>
 
 #include <cstdint>
@@ -64,8 +65,15 @@ class PipelineChannel {
     std::span<const int16_t> OutputSamples() const { return {m_outputArea.data(), m_frameSamples}; }
     const Decision &LastDecision() const { return m_decision; }
 
+    // Asks this one from now on, in place of a worker or of the adapter before it.
+    void UseAdapter(std::unique_ptr<AiplcAdapterInterface> adapter) noexcept;
+    // Takes over the worker or the adapter of a channel, which then leaves all to the codec. This
+    // channel has none yet.
+    void TakePredictorFrom(PipelineChannel &other) noexcept;
+
     HistoryEditor &History() { return *m_history; }
-    bool WorkerRunning() const { return m_channel->sEnableAIPLC == 1; }
+    // Whether there is a worker or an adapter to ask.
+    bool PredictorRunning() const { return m_channel->sEnableAIPLC == 1 || m_hasAdapter; }
     float InitTimeMs() const { return m_channel->initTimeMs; }
 
   private:
@@ -79,6 +87,8 @@ class PipelineChannel {
 
     uint32_t m_frameSamples;
     bool m_useSecondLook;
+    bool m_hasAdapter;                                 // another one than the library's
+    std::unique_ptr<AiplcAdapterInterface> m_adapter;  // outlives the channel, which may use it
     std::unique_ptr<StAiPlcChannel, Deleter> m_channel;
     std::optional<HistoryEditor> m_history;  // of m_channel
     Decision m_decision;

@@ -10,11 +10,14 @@
 #include <utility>
 
 #include "host/decode_timeline.h"
+#include "host/in_process_adapter.h"
+#include "host/model_location.h"
 #include "host/opus_packet.h"
 #include "host/output_account.h"
 #include "host/packet_buffer.h"
 #include "host/pipeline_channel.h"
 #include "host/stream_clock.h"
+#include "worker/predictor/predictor_factory.h"
 
 namespace aiplc::host {
 namespace {
@@ -38,6 +41,17 @@ const ReceiverOptions &Checked(const ReceiverOptions &options) {
     return options;
 }
 
+std::unique_ptr<AiplcAdapterInterface> MakeInProcessAdapter(const std::string &modelPath) {
+    const std::string path = modelPath.empty() ? ModelLocation() : modelPath;
+    std::shared_ptr<const worker::Model> model;
+    if (!path.empty()) {
+        std::string fault;
+        model = worker::SharedModel(path, fault);
+        if (model == nullptr) throw ModelFault(fault);
+    }
+    return std::make_unique<InProcessAdapter>(worker::MakePredictor(std::move(model)));
+}
+
 size_t Slot(int64_t frame) {
     return static_cast<size_t>(frame) % static_cast<size_t>(kHistory);
 }
@@ -46,29 +60,43 @@ size_t Slot(int64_t frame) {
 
 class Receiver::Engine {
   public:
-    explicit Engine(const ReceiverOptions &options)
+    Engine(const ReceiverOptions &options, AiPlcPredictor predictor)
         : m_options(Checked(options)),
           m_timeline(options.sampleRate, options.decoderComplexity, options.useFec, m_buffer,
                      options.codecConceals),
           m_channel({.sampleRate = options.sampleRate,
-                     .useWorker = options.useWorker,
+                     .useWorker = predictor == AIPLC_PREDICTOR_WORKER,
                      .useSecondLook = options.useSecondLook,
                      .adapter = options.adapter}),
           m_frame(options.sampleRate / 50),
           m_account(options.sampleRate, m_statistics) {
         m_statistics.initTimeMs = m_channel.InitTimeMs();
+        if (predictor == AIPLC_PREDICTOR_IN_PROCESS && options.adapter == nullptr)
+            m_channel.UseAdapter(MakeInProcessAdapter(options.modelPath));
+    }
+    // The same call from its beginning.
+    std::unique_ptr<Engine> Renewed() {
+        auto engine = std::make_unique<Engine>(m_options, AIPLC_PREDICTOR_NONE);
+        engine->m_channel.TakePredictorFrom(m_channel);
+        return engine;
     }
 
     void Push(const RtpPacket &packet);
+    void ExpectNewSource() { m_clock.ExpectNewSource(); }
     const OutputFrame &Pull();
 
-    const Statistics &GetStatistics() const { return m_statistics; }
-    bool WorkerRunning() const { return m_channel.WorkerRunning(); }
+    Statistics GetStatistics() const {
+        Statistics statistics = m_statistics;
+        statistics.structSize = sizeof statistics;
+        m_account.FillInTimes(statistics);
+        return statistics;
+    }
+    bool PredictorRunning() const { return m_channel.PredictorRunning(); }
 
   private:
     // Facts about a frame that was handed to the library.
     struct FrameRecord {
-        FrameSource source = FrameSource::lost;
+        AiPlcFrameSource source = AIPLC_SOURCE_LOST;
         uint32_t concealed = 0;
         HistoryEditor::Memories before{};  // of the channel, before the frame
     };
@@ -92,7 +120,7 @@ class Receiver::Engine {
     void Account(int64_t frame);
 
     ReceiverOptions m_options;
-    Statistics m_statistics;
+    Statistics m_statistics{};
     StreamClock m_clock;
     PacketBuffer m_buffer;
     DecodeTimeline m_timeline;
@@ -256,7 +284,7 @@ bool Receiver::Engine::CanRecoverByFec(const BufferedPacket &packet) const {
         const int64_t frame = position / kFrameUnits;
         if (frame >= m_timeline.NextFrame()) break;
         const FrameRecord &record = m_records[Slot(frame)];
-        if (record.concealed > 0 || (record.source == FrameSource::dtx && !paused)) return true;
+        if (record.concealed > 0 || (record.source == AIPLC_SOURCE_DTX && !paused)) return true;
         position = (frame + 1) * kFrameUnits;
     }
     return false;
@@ -306,7 +334,7 @@ DecodedFrame Receiver::Engine::NextFrame() {
     m_timeline.Conceal(m_frame);
     decoded.samples = m_frame;
     // The library takes no lost frames while it starts up.
-    if (startUp) decoded.source = FrameSource::codec;
+    if (startUp) decoded.source = AIPLC_SOURCE_CODEC;
     return decoded;
 }
 
@@ -337,20 +365,28 @@ void Receiver::Engine::Account(int64_t frame) {
 
 // ---- The interface ------------------------------------------------------------------------------
 
-Receiver::Receiver(const ReceiverOptions &options) : m_engine(std::make_unique<Engine>(options)) {}
+Receiver::Receiver(const ReceiverOptions &options)
+    : m_engine(std::make_unique<Engine>(
+          options, options.adapter == nullptr ? options.predictor : AIPLC_PREDICTOR_NONE)) {}
 Receiver::~Receiver() = default;
 
 void Receiver::Push(const RtpPacket &packet) {
     m_engine->Push(packet);
 }
+void Receiver::ExpectNewSource() {
+    m_engine->ExpectNewSource();
+}
 const OutputFrame &Receiver::Pull() {
     return m_engine->Pull();
 }
-const Statistics &Receiver::GetStatistics() const {
+void Receiver::Reset() {
+    m_engine = m_engine->Renewed();
+}
+Statistics Receiver::GetStatistics() const {
     return m_engine->GetStatistics();
 }
-bool Receiver::WorkerRunning() const {
-    return m_engine->WorkerRunning();
+bool Receiver::PredictorRunning() const {
+    return m_engine->PredictorRunning();
 }
 
 }  // namespace aiplc::host

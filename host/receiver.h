@@ -5,6 +5,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <stdexcept>
+#include <string>
 
 #include "host/output_frame.h"
 #include "host/rtp_packet.h"
@@ -16,10 +18,12 @@ namespace aiplc::host {
 
 struct ReceiverOptions {
     uint32_t sampleRate = 48000;  // of the output: 16000 or 48000
-    bool useWorker = true;        // ask the worker for lost frames; false: the codec conceals all
-    bool useSecondLook = true;    // ask it for single lost frames too, which the library would not
-    bool useFec = true;           // recover from the redundancy of the packet after a loss
-    bool useLatePackets = true;   // take packets that come up to 60 ms after their frame was due
+    // Who fills the gaps: AIPLC_PREDICTOR_NONE leaves them all to the codec.
+    AiPlcPredictor predictor = AIPLC_PREDICTOR_WORKER;
+    std::string modelPath{};       // of AIPLC_PREDICTOR_IN_PROCESS; empty: ModelLocation()
+    bool useSecondLook = true;   // ask it for single lost frames too, which the library would not
+    bool useFec = true;          // recover from the redundancy of the packet after a loss
+    bool useLatePackets = true;  // take packets that come up to 60 ms after their frame was due
     // Silence on the wire behind audio without speech is a pause until a sequence number says that
     // packets were lost. false: only behind a packet of at most 2 bytes, which announces it.
     bool expectPauses = true;
@@ -28,9 +32,15 @@ struct ReceiverOptions {
     // on it also enhances received wideband speech, which is rated higher (docs/model.md) and costs
     // the audio thread more time.
     int decoderComplexity = 10;
-    // Takes the worker's place when not null; useWorker is then ignored. The caller's, and it
-    // outlives the receiver. Only Process is called.
+    // Takes the predictor's place when not null. The caller's, and it outlives the receiver. Only
+    // Process is called.
     AiplcAdapterInterface *adapter = nullptr;
+};
+
+// The network's weights are missing or damaged.
+class ModelFault : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
 };
 
 // The receiving end of one Opus call: packets in, in any order, one 20 ms frame out per Pull, three
@@ -39,11 +49,11 @@ struct ReceiverOptions {
 // only: in a shared namespace receivers play each other's audio.
 class Receiver {
   public:
-    // Starts the worker when asked to, which may block for up to 8 s, and as long for each receiver
-    // that another thread starts before; AIPLC_NAMESPACE is changed meanwhile, so that no other
-    // thread may use the environment (setenv(3)). A worker that does not start is no error. Throws
-    // std::runtime_error for a rate or complexity out of range, or when decoder or channel cannot
-    // be made.
+    // Starts the worker or loads the weights when asked to. Starting a worker may block for up to
+    // 8 s, and as long for each receiver that another thread starts before; AIPLC_NAMESPACE is
+    // changed meanwhile, so that no other thread may use the environment (setenv(3)). A worker that
+    // does not start is no error. Throws std::runtime_error for a rate or complexity out of range,
+    // or when decoder or channel cannot be made, ModelFault, or std::bad_alloc.
     explicit Receiver(const ReceiverOptions &options);
     ~Receiver();
     Receiver(const Receiver &) = delete;
@@ -52,16 +62,25 @@ class Receiver {
     // The packet arrives now. Any content, any order, any number of times.
     void Push(const RtpPacket &packet);
 
+    // The next packet is the first one of another sender, which goes on with the call.
+    void ExpectNewSource();
+
     // The next 20 ms of output; to be called every 20 ms. The first call that finds a packet starts
     // the call's timeline; before it the output is silence. The result is overwritten by the next
-    // Pull. Blocks at most 26 ms, and only when the worker is late.
+    // Pull. Blocks at most 26 ms, and only when the worker is late; a predictor in this process
+    // takes the time that it needs.
     const OutputFrame &Pull();
+
+    // Begins a new call with the same options and the same predictor. When it throws, as the
+    // constructor does, the old call goes on.
+    void Reset();
 
     // Output trails the packets by this many frames.
     static constexpr int kLookAheadFrames = AIPLC_LOOK_AHEAD_FRAMES;
 
-    const Statistics &GetStatistics() const;
-    bool WorkerRunning() const;
+    Statistics GetStatistics() const;
+    // Whether the predictor can be asked.
+    bool PredictorRunning() const;
 
   private:
     class Engine;

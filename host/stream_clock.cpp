@@ -67,9 +67,11 @@ void StreamClock::Realign(const RtpPacket &packet, int64_t now) {
 }
 
 StreamClock::Arrival StreamClock::Arrive(const RtpPacket &packet, int64_t now) {
-    if (!m_running) Begin(packet, now);
+    const bool isNewSource = m_running && m_nextIsNewSource;
+    if (!m_running || isNewSource) Begin(packet, now);
+    m_nextIsNewSource = false;
     Place place = PlaceOf(packet, now);
-    Verdict verdict = Verdict::placed;
+    Verdict verdict = isNewSource ? Verdict::restarted : Verdict::placed;
     if (place.start > now && IsNear(place, m_newestStart)) {
         m_newestStart = std::max(m_newestStart, place.start);
         if (!IsNear(place, now)) return {Verdict::misplaced, place};

@@ -39,6 +39,10 @@ class StreamClock {
     // now: start of the frame that is due next. A restarted packet is placed there.
     Arrival Arrive(const RtpPacket &packet, int64_t now);
 
+    // Another sender goes on with the call: its numbers have nothing to do with those before. The
+    // next packet is the first of them; where packets came before, it restarts the timeline.
+    void ExpectNewSource() { m_nextIsNewSource = true; }
+
     // Moves all positions by units, before the first frame was played.
     void Shift(int64_t units) { m_origin -= static_cast<uint32_t>(units); }
 
@@ -58,6 +62,7 @@ class StreamClock {
     Place PlaceOf(const RtpPacket &packet, int64_t now) const;
 
     bool m_running = false;
+    bool m_nextIsNewSource = false;
     uint32_t m_origin = 0;         // timestamp of position 0
     int64_t m_newestStart = 0;     // furthest position that the sender has reached without a jump
     int64_t m_highest = 0;         // newest sequence number

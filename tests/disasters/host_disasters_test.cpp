@@ -77,7 +77,7 @@ TEST_F(HostDisaster, ChannelsOfOneProcessHaveAWorkerEach) {
     unsetenv("AIPLC_NAMESPACE");
     auto first = std::make_unique<SabotagedCall>();
     SabotagedCall second;
-    EXPECT_TRUE(first->WorkerRunning() && second.WorkerRunning());
+    EXPECT_TRUE(first->PredictorRunning() && second.PredictorRunning());
     EXPECT_TRUE(first->PlayUntilPredicted());
     first.reset();
     EXPECT_TRUE(second.PlayUntilPredicted());
@@ -99,7 +99,7 @@ TEST_F(HostDisaster, WorkerOfAKilledHostEndsAndTheNextHostPlays) {
     }
     ExpectSound("straight after a killed host, whose worker still ends", [] {
         SabotagedCall call;
-        EXPECT_TRUE(call.WorkerRunning());
+        EXPECT_TRUE(call.PredictorRunning());
         EXPECT_TRUE(call.PlayUntilPredicted());
         return call.Result();
     });

@@ -90,7 +90,7 @@ class SabotagedCall {
         int secondLooks = 0;  // among the predicted
     };
     const Figures &Result() const { return m_result; }
-    bool WorkerRunning() const { return m_channel.WorkerRunning(); }
+    bool PredictorRunning() const { return m_channel.PredictorRunning(); }
 
   private:
     void Tick() {

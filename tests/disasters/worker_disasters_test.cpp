@@ -2,6 +2,8 @@
 //
 // Workers that are killed, crash, stop, are slow or are no workers.
 
+#include <dlfcn.h>
+
 #include <fstream>
 #include <future>
 
@@ -36,14 +38,22 @@ class WorkerDisaster : public Disaster {
             Send(worker, signal);
         });
     }
-    // Runs a test in a copy of this program in another folder, as another user where given. Returns
-    // its exit status.
+    // The concealment library that this program has loaded.
+    static fs::path LoadedLibrary() {
+        Dl_info info{};
+        return dladdr(reinterpret_cast<void *>(&AiPlcCreate), &info) != 0 ? info.dli_fname : "";
+    }
+    // Runs a test in a copy of this program and its library in another folder, as another user
+    // where given. Returns its exit status.
     static int RunElsewhere(const fs::path &folder, const char *test, uid_t user = geteuid()) {
         const fs::path host = folder / "host";
         fs::copy_file("/proc/self/exe", host, fs::copy_options::skip_existing);
+        const fs::path library = LoadedLibrary();
+        fs::copy_file(library, folder / library.filename(), fs::copy_options::skip_existing);
         Child child([&](Line) {
             if (user != geteuid()) {
                 unsetenv("XDG_RUNTIME_DIR");
+                setenv("LD_LIBRARY_PATH", folder.c_str(), 1);
                 if (setuid(user) != 0) return 99;
             }
             const std::string filter =
@@ -77,7 +87,7 @@ TEST_F(WorkerDisaster, SignalledAtAnyPointOfARequest) {
             ExpectSound(what, [&, number = number] {
                 TakeLog();
                 auto call = std::make_unique<SabotagedCall>();
-                EXPECT_TRUE(call->WorkerRunning()) << log;
+                EXPECT_TRUE(call->PredictorRunning()) << log;
                 const pid_t worker = Worker();
                 int requests = 0;
                 std::jthread saboteur;
@@ -195,7 +205,7 @@ TEST_F(WorkerDisaster, GoneIsAskedSeldomAndThenAgain) {
 TEST_F(WorkerDisaster, DISABLED_PlaysWithoutAWorker) {
     ExpectSound("an executable that is no worker", [] {
         SabotagedCall call;
-        EXPECT_FALSE(call.WorkerRunning());
+        EXPECT_FALSE(call.PredictorRunning());
         call.Play(4);
         EXPECT_EQ(call.Result().predicted, 0);
         return call.Result();
@@ -229,7 +239,7 @@ TEST_F(WorkerDisaster, ExecutableIsWrong) {
 // Run by the test below.
 TEST_F(WorkerDisaster, DISABLED_PlaysWithAWorker) {
     SabotagedCall call;
-    EXPECT_TRUE(call.WorkerRunning());
+    EXPECT_TRUE(call.PredictorRunning());
     EXPECT_TRUE(call.PlayUntilPredicted());
 }
 

@@ -73,7 +73,7 @@ inline Pcm DecodeAll(const Packets &packets, uint32_t sampleRate,
 
 // The decoder changes no received audio, so that it can be told from a plain decoder's.
 inline ReceiverOptions NoWorker(uint32_t sampleRate) {
-    return {.sampleRate = sampleRate, .useWorker = false, .decoderComplexity = 5};
+    return {.sampleRate = sampleRate, .predictor = AIPLC_PREDICTOR_NONE, .decoderComplexity = 5};
 }
 
 // The tick at which a packet arrives, in time when it is the one that it is due; nothing: lost.
@@ -108,8 +108,8 @@ struct PlayedCall {
             if (frame.frame < 0) continue;
             std::ranges::copy(frame.samples, std::back_inserter(pcm));
             // Decoded, late, fec, x = dtx, partial, interpolated, extrapolated, 2 = second look,
-            // codec, muted, o = lost.
-            sources += "sdlfxpie2cmo"[static_cast<size_t>(frame.source)];
+            // codec, muted, o = lost, redundant.
+            sources += "sdlfxpie2cmor"[static_cast<size_t>(frame.source)];
             frame.samples = {};
             frames.push_back(frame);
         }

@@ -68,7 +68,7 @@ TEST(LossFree, PausesAreSentAsOnePacketAndAreNoLosses) {
         EXPECT_LT(packets.size(), 120U);
         const PlayedCall call(packets, NoWorker(rate));
         EXPECT_EQ(call.statistics.packetsLost, 0);
-        EXPECT_GE(call.statistics.Frames(FrameSource::dtx), 150 - packets.size());
+        EXPECT_GE(call.statistics.framesBySource[AIPLC_SOURCE_DTX], 150 - packets.size());
         EXPECT_EQ(call.sources.find_first_not_of("dx"), std::string::npos);
     }
 }
@@ -102,7 +102,7 @@ TEST(LossFree, ALongPauseBehindAudioWithoutSpeechIsNotConcealed) {
         for (size_t i = 0; i < packets.size(); ++i)
             packets[i].sequenceNumber = static_cast<uint16_t>(i);
         const PlayedCall call(packets, NoWorker(rate));
-        EXPECT_EQ(call.statistics.Frames(FrameSource::dtx), dropped) << call.sources;
+        EXPECT_EQ(call.statistics.framesBySource[AIPLC_SOURCE_DTX], dropped) << call.sources;
         EXPECT_EQ(call.statistics.concealedSamples, 0U);
         // The first packet behind the second pause is lost, and three amid speech.
         const PlayedCall losses(packets, NoWorker(rate), Losing({20, 21, 22, 23, 90}));
@@ -220,7 +220,7 @@ TEST(Fec, RecoversTheFramesBeforeThePacketThatCarriesIt) {
         EXPECT_LT(errorOfFec, errorOfCodec / 2) << rate << ", " << perPacket;
         const Statistics &counted = fec.statistics;
         EXPECT_EQ(counted.fecPacketsReceived - counted.fecPacketsDiscarded, recoverable.size());
-        EXPECT_EQ(counted.Frames(FrameSource::codec), pairs ? recoverable.size() : 0);
+        EXPECT_EQ(counted.framesBySource[AIPLC_SOURCE_CODEC], pairs ? recoverable.size() : 0);
         EXPECT_EQ(counted.packetsLost, static_cast<int64_t>(lost.size()));
     }
 }

@@ -79,8 +79,8 @@ TEST(Statistics, CountAScriptedCallExactly) {
     EXPECT_EQ(counted.concealedSamples, 4160U);
     EXPECT_EQ(counted.silentConcealedSamples, 0U);
     EXPECT_EQ(counted.concealmentEvents, 5U);
-    EXPECT_EQ(counted.Frames(FrameSource::startup), 3U);
-    EXPECT_EQ(counted.Frames(FrameSource::decoded), 67U);
+    EXPECT_EQ(counted.framesBySource[AIPLC_SOURCE_STARTUP], 3U);
+    EXPECT_EQ(counted.framesBySource[AIPLC_SOURCE_DECODED], 67U);
     EXPECT_EQ(counted.decisionsByMode[AIPLC_INFER_GAP1_AHEAD2_OPUSPLC], 2U);  // 20 and 62
     EXPECT_EQ(counted.decisionsByMode[AIPLC_INFER_GAP1_AHEAD1_OPUSPLC], 1U);  // 60
     double energy = 0;
@@ -89,35 +89,86 @@ TEST(Statistics, CountAScriptedCallExactly) {
     EXPECT_NEAR(counted.totalAudioEnergy, energy, energy * 1e-9);
 }
 
-TEST(Statistics, TakePercentilesByNearestRank) {
-    Statistics statistics;
-    EXPECT_EQ(statistics.RequestTimeMs(0.5), 0);
-    statistics.requestTimesMs = {4, 1, 3, 2};
-    EXPECT_EQ(statistics.RequestTimeMs(0.5), 2);
-    EXPECT_EQ(statistics.RequestTimeMs(0.51), 3);
-    EXPECT_EQ(statistics.RequestTimeMs(1), 4);
+TEST(RequestTimesTest, GivesQuantilesByNearestRankOfTheLastOnes) {
+    RequestTimes times;
+    EXPECT_EQ(times.Quantile(0.5), 0);
+    for (const float time : {9.0F, 4.0F, 1.0F, 3.0F, 2.0F})
+        times.Add(time);
+    EXPECT_EQ(times.Quantile(0.6), 3);
+    EXPECT_EQ(times.Quantile(0.61), 4);
+    for (size_t i = 0; i < RequestTimes::kRemembered; ++i)
+        times.Add(i < 10 ? 5.0F : 6.0F);
+    EXPECT_EQ(times.Quantile(0), 5);
+    EXPECT_EQ(times.Quantile(1), 6);
+    EXPECT_EQ(times.Longest(), 9);
 }
 
-TEST(Worker, FillsPairsOfLostFramesOrLeavesThemToTheCodec) {
-    const Packets packets = Speech({.sampleRate = 16000}, 8);
+// The pairs' first frames.
+std::vector<size_t> Pairs() {
+    std::vector<size_t> pairs;
+    for (size_t first = 20; first < 390; first += 10)
+        pairs.push_back(first);
+    return pairs;
+}
+
+Arrival LosingPairs() {
     std::vector<size_t> lost;
-    for (size_t i = 20; i < 390; i += 10)
-        lost.insert(lost.end(), {i, i + 1});
-    const PlayedCall call(packets, {.sampleRate = 16000}, Losing(lost));
+    for (const size_t first : Pairs())
+        lost.insert(lost.end(), {first, first + 1});
+    return Losing(lost);
+}
+
+TEST(Predictor, FillsPairsOfLostFrames) {
+    const Packets packets = Speech({.sampleRate = 16000}, 8);
+    const ReceiverOptions options{.sampleRate = 16000, .predictor = AIPLC_PREDICTOR_IN_PROCESS};
+    const PlayedCall call(packets, options, LosingPairs());
     const Statistics &counted = call.statistics;
-    // Each pair is one request; a busy machine may be late for some, not for all.
-    EXPECT_EQ(counted.decisionsByMode[AIPLC_INFER_GAP2_AHEAD2], lost.size() / 2);
-    EXPECT_EQ(counted.Requests(), lost.size() / 2);
-    EXPECT_LT(counted.requestsFailed, lost.size() / 2);
-    EXPECT_GT(counted.RequestTimeMs(1), 0);
-    EXPECT_GT(counted.initTimeMs, 0);
-    for (size_t i = 0; i < lost.size(); i += 2) {
-        const bool failed = call.frames[lost[i]].requestFailed;
-        EXPECT_EQ(call.sources.substr(lost[i] - 1, 4), failed ? "dccd" : "diid") << lost[i];
-        EXPECT_EQ(call.frames[lost[i]].fusedIntoPredict, !failed);
+    EXPECT_EQ(counted.decisionsByMode[AIPLC_INFER_GAP2_AHEAD2], Pairs().size());
+    EXPECT_EQ(counted.requests, Pairs().size());
+    EXPECT_EQ(counted.requestsFailed + counted.decisionsHeldOff, 0U);
+    EXPECT_GT(counted.requestTimeP50Ms, 0);
+    EXPECT_GE(counted.requestTimeMaxMs, counted.requestTimeP99Ms);
+    for (const size_t first : Pairs()) {
+        EXPECT_EQ(call.sources.substr(first - 1, 4), "diid") << first;
+        EXPECT_EQ(call.frames[first].fusedIntoPredict, 1);
     }
-    EXPECT_EQ(counted.concealedSamples, lost.size() * 320);
-    EXPECT_TRUE(counted.requestsFailed > 0 || counted.decisionsHeldOff == 0);
+    EXPECT_EQ(counted.concealedSamples, 2 * Pairs().size() * 320);
+}
+
+TEST(Predictor, IsTheSameInAWorkerAndInThisProcess) {
+    for (const uint32_t rate : {16000U, 48000U}) {
+        const Packets packets = Speech({.sampleRate = rate}, 8);
+        const auto play = [&](AiPlcPredictor predictor) {
+            return PlayedCall(packets, {.sampleRate = rate, .predictor = predictor}, LosingPairs());
+        };
+        PlayedCall worker = play(AIPLC_PREDICTOR_WORKER);
+        // A busy machine may be late for a prediction.
+        for (int retries = 19; retries > 0 && worker.statistics.requestsFailed > 0; --retries)
+            worker = play(AIPLC_PREDICTOR_WORKER);
+        ASSERT_EQ(worker.statistics.requestsFailed, 0U);
+        EXPECT_GT(worker.statistics.initTimeMs, 0);
+        EXPECT_TRUE(worker.pcm == play(AIPLC_PREDICTOR_IN_PROCESS).pcm) << rate;
+    }
+}
+
+TEST(Predictor, StaysWhenACallBeginsAnew) {
+    const Packets packets = Speech({.sampleRate = 16000}, 1);
+    Receiver receiver({.sampleRate = 16000, .predictor = AIPLC_PREDICTOR_IN_PROCESS});
+    const auto play = [&] {
+        Pcm pcm;
+        for (size_t i = 0; i < packets.size(); ++i) {
+            if (i % 10 != 5 && i % 10 != 6) receiver.Push(packets[i]);
+            std::ranges::copy(receiver.Pull().samples, std::back_inserter(pcm));
+        }
+        return pcm;
+    };
+    const Pcm first = play();
+    const uint64_t requests = receiver.GetStatistics().requests;
+    EXPECT_GT(requests, 0U);
+    receiver.Reset();
+    EXPECT_EQ(receiver.GetStatistics().packetsReceived, 0U);
+    EXPECT_TRUE(play() == first);
+    EXPECT_EQ(receiver.GetStatistics().requests, requests);
 }
 
 // The sound is turned over at frame 19, so that the prediction made for it and the packet

@@ -69,7 +69,7 @@ TEST(SecondLook, FillsEverySingleLossBetweenReceivedFrames) {
 
     const Statistics &counted = call.statistics;
     EXPECT_EQ(counted.secondLooks, 7U);
-    EXPECT_EQ(counted.Requests(), 10U);  // and two for 50 to 53, one for 40 and 41
+    EXPECT_EQ(counted.requests, 10U);  // and two for 50 to 53, one for 40 and 41
     EXPECT_EQ(worker.requests, 10);
     EXPECT_EQ(counted.decisionsByMode[AIPLC_INFER_GAP1_AHEAD2], 0U);
     EXPECT_EQ(counted.decisionsByMode[AIPLC_INFER_GAP1_AHEAD2_OPUSPLC], 0U);
@@ -93,7 +93,7 @@ TEST(SecondLook, IsMadeOnceAPullAndHoldsOffWhenItFails) {
     const std::vector<size_t> asked = {20, 30, 50, 80, 130, 230, 330, 430};
     for (const size_t frame : lost) {
         const OutputFrame &played = call.frames[frame];
-        EXPECT_EQ(played.source, FrameSource::codec) << frame;
+        EXPECT_EQ(played.source, AIPLC_SOURCE_CODEC) << frame;
         EXPECT_EQ(played.requestFailed, std::ranges::count(asked, frame) == 1) << frame;
         EXPECT_EQ(played.heldOff, !played.requestFailed) << frame;
     }
@@ -125,7 +125,7 @@ TEST(SecondLook, LeavesToLatePacketsWhatTheyBring) {
     for (size_t i = 20; i < 26; ++i) {
         MarkingWorker worker;
         const PlayedCall call(withFec, With(worker), Losing({i}, i + 1, i + 1, 2));
-        const bool isRecovered = call.statistics.Frames(FrameSource::fec) == 1;
+        const bool isRecovered = call.statistics.framesBySource[AIPLC_SOURCE_FEC] == 1;
         EXPECT_EQ(call.sources.substr(i, 2), isRecovered ? "fl" : "2l") << i;
         EXPECT_EQ(worker.requests, isRecovered ? 0 : 1) << i;
     }
@@ -161,7 +161,7 @@ TEST(SecondLook, KnowsPacketsOfAnyLengthAndPauses) {
     pcm.resize(32000);
     const Packets pausing = Encode({.sampleRate = 16000, .dtx = true}, pcm);
     const PlayedCall paused(pausing, With(worker));
-    EXPECT_GT(paused.statistics.Frames(FrameSource::dtx), 20U);
+    EXPECT_GT(paused.statistics.framesBySource[AIPLC_SOURCE_DTX], 20U);
     EXPECT_EQ(worker.requests, 3);
 }
 

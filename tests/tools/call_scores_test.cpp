@@ -28,7 +28,7 @@ CallRecording Noise(int step) {
         const int random = static_cast<int>(state >> 22) - 512;
         recording.samples.push_back(static_cast<int16_t>(random * step));
     }
-    recording.sources.assign(kFrames, host::FrameSource::decoded);
+    recording.sources.assign(kFrames, AIPLC_SOURCE_DECODED);
     return recording;
 }
 
@@ -42,7 +42,7 @@ void Scale(CallRecording &recording, int64_t frame, double factor) {
 // The same with three lost frames, made up at the given share of their amplitude.
 CallRecording WithGaps(CallRecording recording, double share) {
     for (const int64_t frame : {kGap, kGap + 1, kQuiet}) {
-        recording.sources[static_cast<size_t>(frame)] = host::FrameSource::codec;
+        recording.sources[static_cast<size_t>(frame)] = AIPLC_SOURCE_CODEC;
         Scale(recording, frame, share);
     }
     return recording;
@@ -117,8 +117,7 @@ TEST_F(CallScoresTest, NothingIsMeasuredWhereTheReferenceWasLostToo) {
     CallRecording captured = m_enhanced;
     CallRecording other = captured;
     for (int64_t frame = kGap; frame < kGap + 12; ++frame) {
-        if (frame < kGap + 10)
-            captured.sources[static_cast<size_t>(frame)] = host::FrameSource::codec;
+        if (frame < kGap + 10) captured.sources[static_cast<size_t>(frame)] = AIPLC_SOURCE_CODEC;
         Scale(other, frame, 0.0);
     }
     other.sources = captured.sources;
@@ -150,7 +149,7 @@ TEST_F(CallScoresTest, MeasuresOfTheWholeCallHaveTheOwnReferenceToo) {
     EXPECT_EQ(methods[2].interruptions.sum, 1.0);
     EXPECT_NEAR(Mean(methods[1].intelligibility), 1.0, 1e-5);
     EXPECT_LT(Mean(methods[2].intelligibility), 0.99);
-    const auto codec = static_cast<size_t>(host::FrameSource::codec);
+    const auto codec = static_cast<size_t>(AIPLC_SOURCE_CODEC);
     EXPECT_EQ(methods[0].shares.at(codec).sum, 300.0);
     EXPECT_EQ(methods[0].shares.at(codec).count, 60.0);
 }

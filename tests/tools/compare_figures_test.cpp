@@ -50,7 +50,7 @@ CallScores Call(const std::vector<GapScores> &gaps, double correlation) {
         terms.interruptions = {1.0, 1.0 / 30.0};
         for (measure::Term &share : terms.shares)
             share.count = 100.0;
-        terms.shares[static_cast<size_t>(host::FrameSource::codec)].sum = 2500.0;
+        terms.shares[static_cast<size_t>(AIPLC_SOURCE_CODEC)].sum = 2500.0;
     }
     return call;
 }
@@ -101,8 +101,8 @@ TEST(CompareFiguresTest, MeansByKindAndPairedIntervals) {
         EXPECT_NEAR(whole(CompareMeasure::estoi).value, 0.8, 1e-12);
         EXPECT_EQ(whole(CompareMeasure::estoi).count, 2.0);
         EXPECT_NEAR(whole(CompareMeasure::interruptions).value, 30.0, 1e-9);
-        EXPECT_NEAR(whole(ShareOf(host::FrameSource::codec)).value, 25.0, 1e-12);
-        EXPECT_EQ(FindFigure(figures, kCodec, CompareKind::call, ShareOf(host::FrameSource::fec)),
+        EXPECT_NEAR(whole(ShareOf(AIPLC_SOURCE_CODEC)).value, 25.0, 1e-12);
+        EXPECT_EQ(FindFigure(figures, kCodec, CompareKind::call, ShareOf(AIPLC_SOURCE_FEC)),
                   nullptr);
     }
     EXPECT_EQ(UnitFor(9), ResampledUnit::gaps);

@@ -129,7 +129,8 @@ TEST_F(CompareTest, GapsAreThoseOfTheTraceAndDistancesThoseOfConceal) {
     conceal.input = m_options.inputs[0];
     conceal.output = Path("out.wav");
     conceal.loss.tracePath = m_options.losses.tracePaths[0];
-    conceal.noAi = conceal.quiet = true;
+    conceal.receiving.predictor = AIPLC_PREDICTOR_NONE;
+    conceal.quiet = true;
     for (const Json &method : m_report["methods"]) {
         const std::string id = method["id"];
         if (id != "codec" && id != "neural" && id != "enhanced") continue;

@@ -35,7 +35,7 @@ class ConcealTest : public FolderTest {
   protected:
     ConcealTest() {
         m_options.output = Path("out.wav");
-        m_options.noAi = true;
+        m_options.receiving.predictor = AIPLC_PREDICTOR_NONE;
         m_options.quiet = true;
     }
 
@@ -125,7 +125,7 @@ TEST_F(ConcealTest, CountsLossesAndMeasuresTheDistance) {
     // 4 s and the encoder's delay are 201 packets, of which the 10th, 20th, ... are lost.
     EXPECT_EQ(m_report.packets, 201U);
     EXPECT_EQ(m_report.packetsDropped, 20U);
-    EXPECT_EQ(m_report.statistics.Frames(host::FrameSource::codec), 20U);
+    EXPECT_EQ(m_report.statistics.framesBySource[AIPLC_SOURCE_CODEC], 20U);
     EXPECT_EQ(m_report.statistics.concealmentEvents, 20U);
     const double distance = m_report.logSpectralDistanceDb.value_or(0.0);
     EXPECT_TRUE(distance > 1.0 && distance < 20.0) << distance;
@@ -153,11 +153,11 @@ TEST_F(ConcealTest, SecondLooksAreConcealedAudioAndHaveAnAccountOfTheirOwn) {
     Lose("0000000001");
     m_options.framesPath = Path("frames.csv");
     m_options.jsonPath = Path("report.json");
-    m_options.noAi = false;
+    m_options.receiving.predictor = AIPLC_PREDICTOR_WORKER;
     Run();
-    const host::Statistics &statistics = m_report.statistics;
+    const AiPlcReceiverStatistics &statistics = m_report.statistics;
     const auto report = nlohmann::json::parse(Read("report.json"));
-    const uint64_t filled = statistics.Frames(host::FrameSource::secondLook);
+    const uint64_t filled = statistics.framesBySource[AIPLC_SOURCE_SECOND_LOOK];
     EXPECT_GT(filled, 0U);
     EXPECT_EQ(statistics.concealmentEvents, 20U);
     EXPECT_GT(m_report.logSpectralDistanceDb.value_or(0.0), 1.0);
@@ -187,8 +187,8 @@ TEST_F(ConcealTest, SecondLooksAreConcealedAudioAndHaveAnAccountOfTheirOwn) {
 
     m_options.receiving.noSecondLook = true;
     Run();
-    EXPECT_EQ(m_report.statistics.Requests(), 0U);
-    EXPECT_EQ(m_report.statistics.Frames(host::FrameSource::codec), 20U);
+    EXPECT_EQ(m_report.statistics.requests, 0U);
+    EXPECT_EQ(m_report.statistics.framesBySource[AIPLC_SOURCE_CODEC], 20U);
 }
 
 TEST_F(ConcealTest, RedundancyAndPausesReachTheEncoder) {
@@ -196,7 +196,7 @@ TEST_F(ConcealTest, RedundancyAndPausesReachTheEncoder) {
     Lose("0001");
     m_options.encoding.fec = true;
     Run();
-    EXPECT_GT(m_report.statistics.Frames(host::FrameSource::fec), 10U);
+    EXPECT_GT(m_report.statistics.framesBySource[AIPLC_SOURCE_FEC], 10U);
     SetInput(WavFile(Samples(32000, 0), 16000));
     m_options.encoding.dtx = true;
     Run();

@@ -12,6 +12,7 @@
 #include "tools/compare/compare_method.h"
 #include "tools/conceal/conceal.h"
 #include "tools/play/decoder_facts.h"
+#include "tools/play/receiver_handle.h"
 
 namespace aiplc::tools {
 namespace {
@@ -68,15 +69,15 @@ TEST(CompareMethodTest, ComplexityIsThatOfAiplcAndOfEnhancedAlone) {
         const auto complexity = [&](Id id) {
             return setups[MethodIndex(id)].receiver.decoderComplexity;
         };
-        EXPECT_EQ(complexity(Id::aiplc), asked.value_or(host::ReceiverOptions{}.decoderComplexity));
+        EXPECT_EQ(complexity(Id::aiplc), asked.value_or(DefaultReceiver().decoderComplexity));
         for (const Id id : {Id::silence, Id::codec, Id::ideal}) {
             EXPECT_EQ(complexity(id), 4);
             EXPECT_FALSE(setups[MethodIndex(id)].decoder.enhancement);
         }
         for (size_t i = 0; i < setups.size(); ++i) {
             const Id id = CompareMethods()[i].id;
-            EXPECT_EQ(setups[i].receiver.useWorker, id == Id::aiplc);
-            EXPECT_EQ(setups[i].receiver.codecConceals, id != Id::silence);
+            EXPECT_EQ(setups[i].receiver.predictor != AIPLC_PREDICTOR_NONE, id == Id::aiplc);
+            EXPECT_EQ(setups[i].receiver.codecConceals, id != Id::silence ? 1 : 0);
             if (id == Id::neural) {
                 EXPECT_EQ(complexity(id), 5);
             }
@@ -97,7 +98,8 @@ class ConcealAtComplexityTest : public FolderTest {
         options.input = Write("in", WavFile(host::SpeechLike(16000, 2.0), 16000));
         options.output = Path("out.wav");
         options.jsonPath = Path("report.json");
-        options.noAi = options.quiet = true;
+        options.receiving.predictor = AIPLC_PREDICTOR_NONE;
+        options.quiet = true;
         options.receiving.decoderComplexity = complexity;
         testing::internal::CaptureStderr();
         Conceal(options);

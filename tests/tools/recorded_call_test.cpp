@@ -36,7 +36,8 @@ class RecordedCallTest : public FolderTest {
         options.input = Write("call", file);
         options.output = Path("out.wav");
         options.jitterBufferMs = jitterBufferMs;
-        options.noAi = options.quiet = true;
+        options.receiving.predictor = AIPLC_PREDICTOR_NONE;
+        options.quiet = true;
         return Conceal(options);
     }
 
@@ -386,18 +387,18 @@ TEST(ParseRtpTest, LeavesOutSourcesExtensionAndPadding) {
     Bytes packet = Rtp(0x11223344, 0x80 | 111, 5, 6, Bytes(8, 0xCC));  // two sources
     packet = Join({packet, Big(0xBEDE000110FF0000, 8), Big(0xABCD000003, 5)});
     packet[0] = 0xB2;  // padding, extension, two contributing sources
-    const auto view = ParseRtp(packet);
+    const auto view = host::ParseRtp(packet);
     ASSERT_TRUE(view.has_value());
     EXPECT_EQ(view->payloadType, 111);
     EXPECT_EQ(view->ssrc, 0x11223344U);
     EXPECT_EQ(Bytes(view->payload.begin(), view->payload.end()), Bytes({0xAB, 0xCD}));
 
-    EXPECT_FALSE(ParseRtp({packet.data(), 22}).has_value());    // in the extension
-    EXPECT_FALSE(ParseRtp(Rtp(1, 200, 0, 0, {})).has_value());  // an RTCP sender report
+    EXPECT_FALSE(host::ParseRtp({packet.data(), 22}).has_value());    // in the extension
+    EXPECT_FALSE(host::ParseRtp(Rtp(1, 200, 0, 0, {})).has_value());  // an RTCP sender report
     packet.back() = 200;
-    EXPECT_FALSE(ParseRtp(packet).has_value());
+    EXPECT_FALSE(host::ParseRtp(packet).has_value());
     packet[0] = 0x40;
-    EXPECT_FALSE(ParseRtp(packet).has_value());
+    EXPECT_FALSE(host::ParseRtp(packet).has_value());
 }
 
 }  // namespace

@@ -106,7 +106,7 @@ TEST_P(Collect, SecondLooksAreMarkedAndHaveTheirSingleGap) {
         const size_t gap = modes[i] == AIPLC_INFER_GAP1_AHEAD1 ? 6 : 5;
         EXPECT_EQ(FirstGap(record), gap);
         EXPECT_EQ(record.newestFrame, lost[i] + 7 - gap);
-        EXPECT_EQ(result.sources.at(lost[i]), host::FrameSource::secondLook);
+        EXPECT_EQ(result.sources.at(lost[i]), AIPLC_SOURCE_SECOND_LOOK);
         EXPECT_FALSE(record.received >> gap & 1);
         for (size_t at = 0; at < gap * kFrame; ++at)
             ASSERT_NEAR(record.window[at], record.target[at], 8) << i << ' ' << at;

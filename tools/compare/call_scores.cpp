@@ -128,7 +128,7 @@ class CallScorer {
         return reference;
     }
 
-    static host::FrameSource Source(const CallRecording &recording, int64_t frame) {
+    static AiPlcFrameSource Source(const CallRecording &recording, int64_t frame) {
         return recording.sources[static_cast<size_t>(frame)];
     }
     std::span<const int16_t> Frame(const CallRecording &recording, int64_t frame) const {

@@ -32,7 +32,7 @@ struct GapScores {
 struct StretchTerms {
     measure::Term intelligibility;
     measure::Term interruptions;  // counted per minute
-    std::array<measure::Term, host::kFrameSources> shares;
+    std::array<measure::Term, AIPLC_FRAME_SOURCES> shares;
     bool operator==(const StretchTerms &) const = default;
 };
 

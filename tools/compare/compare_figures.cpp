@@ -158,7 +158,7 @@ void AppendStretches(std::vector<CompareFigure> &figures, std::span<const CallSc
                      ResampledUnit unit, size_t methods) {
     std::vector<Column> columns = {{CompareKind::call, CompareMeasure::estoi},
                                    {CompareKind::call, CompareMeasure::interruptions}};
-    for (size_t i = 0; i < host::kFrameSources; ++i)
+    for (size_t i = 0; i < AIPLC_FRAME_SOURCES; ++i)
         columns.push_back({CompareKind::call, ShareOf(i)});
     Table table(columns, methods);
     for (const CallScores &call : calls) {

@@ -15,6 +15,7 @@
 #include "tools/input/call_loader.h"
 #include "tools/loss/packet_losses.h"
 #include "tools/play/call_recording.h"
+#include "tools/play/receiver_handle.h"
 #include "tools/shell/failure.h"
 #include "tools/shell/interrupt.h"
 
@@ -112,19 +113,17 @@ class CallPlayers {
             if (id == CompareMethod::Id::silence) NameSilence(plays.methods.back());
         }
         for (const int complexity : enhancing) {
-            const host::ReceiverOptions receiver{.useWorker = false,
-                                                 .decoderComplexity = complexity};
-            plays.enhanced.emplace(complexity, PlayChecked(receiver, m_lossFree));
+            plays.enhanced.emplace(complexity, PlayChecked(CodecAlone(complexity), m_lossFree));
         }
         return plays;
     }
 
   private:
-    static double Cost(const host::ReceiverOptions &receiver) {
-        return receiver.useWorker ? kWorkerCost : kPlayCost;
+    static double Cost(const AiPlcReceiverOptions &receiver) {
+        return receiver.predictor != AIPLC_PREDICTOR_NONE ? kWorkerCost : kPlayCost;
     }
 
-    CallRecording PlayChecked(const host::ReceiverOptions &receiver, const CallTimeline &timeline) {
+    CallRecording PlayChecked(const AiPlcReceiverOptions &receiver, const CallTimeline &timeline) {
         CallRecording recording = PlayBest(receiver, timeline);
         m_spent += Cost(receiver);
         const int64_t firstFrame = m_firstFrame.value_or(recording.firstFrame);
@@ -139,7 +138,7 @@ class CallPlayers {
 
     // Late answers say how busy this machine is, nothing about a method: such a play is repeated,
     // and the one with the fewest counts.
-    CallRecording PlayBest(const host::ReceiverOptions &receiver, const CallTimeline &timeline) {
+    CallRecording PlayBest(const AiPlcReceiverOptions &receiver, const CallTimeline &timeline) {
         const auto frames = static_cast<double>(std::max<int64_t>(timeline.CallFrames(), 1));
         std::optional<CallRecording> best;
         for (int play = 0; play < kPlays; ++play) {
@@ -156,8 +155,8 @@ class CallPlayers {
 
     // The frames that the receiver counts as concealed by the codec are silence here.
     static void NameSilence(CallRecording &recording) {
-        std::replace(recording.sources.begin(), recording.sources.end(), host::FrameSource::codec,
-                     host::FrameSource::lost);
+        std::replace(recording.sources.begin(), recording.sources.end(), AIPLC_SOURCE_CODEC,
+                     AIPLC_SOURCE_LOST);
     }
 
     const CompareJob &m_job;

@@ -118,13 +118,13 @@ Json GapJson(const GapScores &gap) {
 }
 
 Json SourcesJson(const CallRecording &recording) {
-    std::array<uint64_t, host::kFrameSources> counts{};
-    for (const host::FrameSource source : recording.sources)
+    std::array<uint64_t, AIPLC_FRAME_SOURCES> counts{};
+    for (const AiPlcFrameSource source : recording.sources)
         ++counts[static_cast<size_t>(source)];
     Json json = Json::object();
     for (size_t i = 0; i < counts.size(); ++i) {
-        const auto source = static_cast<host::FrameSource>(i);
-        if (counts[i] > 0) json[std::string(host::FrameSourceName(source))] = counts[i];
+        const auto source = static_cast<AiPlcFrameSource>(i);
+        if (counts[i] > 0) json[std::string(AiPlcFrameSourceName(source))] = counts[i];
     }
     return json;
 }
@@ -141,7 +141,8 @@ std::string ReportHead(const CompareOptions &options, std::span<const MethodSetu
     json["libopus"] = opus_get_version_string();
     json["model"] = ModelLine();
     json["decoderComplexity"] = ReceiverFor(options.receiving).decoderComplexity;
-    json["secondLook"] = ReceiverFor(options.receiving).useSecondLook;
+    json["secondLook"] = !options.receiving.noSecondLook;
+    json["predictor"] = options.receiving.PredictorName();
     json["rateHz"] = options.sampleRate;
     json["frameMs"] = 20;
     json["resampled"] = unit == ResampledUnit::calls ? "calls" : "gaps";

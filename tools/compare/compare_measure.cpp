@@ -5,8 +5,8 @@
 namespace aiplc::tools {
 namespace {
 
-// In the order of host::FrameSource.
-constexpr std::array<const char *, host::kFrameSources> kShareNames = {
+// In the order of AiPlcFrameSource.
+constexpr std::array<const char *, AIPLC_FRAME_SOURCES> kShareNames = {
     "Frames before the first packet",
     "Frames decoded in time",
     "Frames decoded from late packets",
@@ -18,7 +18,8 @@ constexpr std::array<const char *, host::kFrameSources> kShareNames = {
     "Single lost frames by the network (second look)",
     "Frames concealed by the codec",
     "Frames faded out",
-    "Frames of silence"};
+    "Frames of silence",
+    "Frames from copies in later packets (redundant audio)"};
 
 std::vector<MeasureInfo> MakeMeasures() {
     std::vector<MeasureInfo> measures = {
@@ -29,8 +30,8 @@ std::vector<MeasureInfo> MakeMeasures() {
         {"joinPitch", "Pitch step at the joins", "semitones", "lower", 2},
         {"click", "Clicks at the joins", "dB", "lower", 2},
         {"interruptions", "Interruptions of 150 ms or more", "per minute", "lower", 2}};
-    for (size_t i = 0; i < host::kFrameSources; ++i) {
-        const std::string id(host::FrameSourceName(static_cast<host::FrameSource>(i)));
+    for (size_t i = 0; i < AIPLC_FRAME_SOURCES; ++i) {
+        const std::string id(AiPlcFrameSourceName(static_cast<AiPlcFrameSource>(i)));
         measures.push_back({"share." + id, kShareNames.at(i), "%", "none", 1});
     }
     return measures;
@@ -55,7 +56,7 @@ CompareKind KindOfGap(int64_t frames) {
     return frames <= 6 ? CompareKind::gap4to6 : CompareKind::gap7up;
 }
 
-CompareMeasure ShareOf(host::FrameSource source) {
+CompareMeasure ShareOf(AiPlcFrameSource source) {
     return static_cast<CompareMeasure>(kNamedMeasures + static_cast<size_t>(source));
 }
 

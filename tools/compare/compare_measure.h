@@ -3,13 +3,13 @@
 #ifndef AIPLC_TOOLS_COMPARE_MEASURE_H
 #define AIPLC_TOOLS_COMPARE_MEASURE_H
 
+#include <aiplc/receiver.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
-
-#include "host/output_frame.h"
 
 namespace aiplc::tools {
 
@@ -27,13 +27,13 @@ const KindInfo &Info(CompareKind kind);
 CompareKind KindOfGap(int64_t frames);
 
 // The measures, which docs/measures.md defines. Behind the named ones: the share of frames of
-// each source, in the order of host::FrameSource.
+// each source, in the order of AiPlcFrameSource.
 enum class CompareMeasure : size_t { lsd, mcd, estoi, joinLevel, joinPitch, click, interruptions };
 inline constexpr size_t kNamedMeasures = 7;
-inline constexpr size_t kCompareMeasures = kNamedMeasures + host::kFrameSources;
-CompareMeasure ShareOf(host::FrameSource source);
+inline constexpr size_t kCompareMeasures = kNamedMeasures + AIPLC_FRAME_SOURCES;
+CompareMeasure ShareOf(AiPlcFrameSource source);
 inline CompareMeasure ShareOf(size_t source) {
-    return ShareOf(static_cast<host::FrameSource>(source));
+    return ShareOf(static_cast<AiPlcFrameSource>(source));
 }
 
 struct MeasureInfo {

@@ -4,6 +4,8 @@
 
 #include <stdexcept>
 
+#include "tools/play/receiver_handle.h"
+
 namespace aiplc::tools {
 namespace {
 
@@ -20,11 +22,11 @@ std::vector<CompareMethod> MakeMethods() {
     return methods;
 }
 
-std::string AboutWorker(const host::ReceiverOptions &receiver, const DecoderFacts &decoder) {
+std::string AboutWorker(const AiPlcReceiverOptions &receiver, const DecoderFacts &decoder) {
     std::string about =
-        receiver.useSecondLook
-            ? "This library with its worker, which the host asks for single lost frames as well."
-            : "This library with its worker; single lost frames are left to the codec.";
+        receiver.useSecondLook == 1
+            ? "This library with its network, which is asked for single lost frames as well."
+            : "This library with its network; single lost frames are left to the codec.";
     if (decoder.neuralConcealment)
         about += " Frames without an answer are concealed by the decoder's network.";
     if (decoder.enhancement) about += " Received speech is enhanced by another.";
@@ -42,17 +44,16 @@ std::string AboutIdeal() {
 }
 
 MethodSetup WithDecoder(int complexity, const char *about) {
-    return {
-        {.useWorker = false, .decoderComplexity = complexity}, DecoderFactsAt(complexity), about};
+    return {CodecAlone(complexity), DecoderFactsAt(complexity), about};
 }
 
-MethodSetup SetupOf(CompareMethod::Id id, const host::ReceiverOptions &wanted) {
+MethodSetup SetupOf(CompareMethod::Id id, const AiPlcReceiverOptions &wanted) {
     using Id = CompareMethod::Id;
     MethodSetup setup;
     switch (id) {
         case Id::silence:
             setup = WithDecoder(kClassicComplexity, "Nothing is played in place of a lost frame.");
-            setup.receiver.codecConceals = false;
+            setup.receiver.codecConceals = 0;
             break;
         case Id::codec:
             setup = WithDecoder(kClassicComplexity, "The concealment of the Opus decoder.");
@@ -95,7 +96,7 @@ size_t MethodIndex(CompareMethod::Id id) {
 }
 
 std::vector<MethodSetup> MethodSetups(const ReceivingOptions &options) {
-    const host::ReceiverOptions wanted = ReceiverFor(options);
+    const AiPlcReceiverOptions wanted = ReceiverFor(options);
     std::vector<MethodSetup> setups;
     for (const CompareMethod &method : CompareMethods())
         setups.push_back(SetupOf(method.id, wanted));

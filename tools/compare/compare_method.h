@@ -3,11 +3,12 @@
 #ifndef AIPLC_TOOLS_COMPARE_METHOD_H
 #define AIPLC_TOOLS_COMPARE_METHOD_H
 
+#include <aiplc/receiver.h>
+
 #include <cstddef>
 #include <string>
 #include <vector>
 
-#include "host/receiver.h"
 #include "tools/play/decoder_facts.h"
 #include "tools/play/receiving_options.h"
 
@@ -31,7 +32,7 @@ size_t MethodIndex(CompareMethod::Id id);
 
 // How one method plays.
 struct MethodSetup {
-    host::ReceiverOptions receiver;  // all but the rate
+    AiPlcReceiverOptions receiver{};  // all but the rate
     // The abilities of the decoder. One that enhances changes what was received, so that the call
     // without losses that the method is measured against is played by the same decoder.
     DecoderFacts decoder;

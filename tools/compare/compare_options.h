@@ -19,7 +19,9 @@ inline constexpr double kMaxAudioLimitMb = 2000.0;
 struct CompareOptions {
     std::vector<std::string> inputs;
     EncodingOptions encoding;
-    ReceivingOptions receiving;  // of aiplc, and of enhanced where it enhances
+    // Of aiplc, and of enhanced where it enhances. In this process: the load of the machine, which
+    // compare itself makes, must not change a figure.
+    ReceivingOptions receiving{.predictor = AIPLC_PREDICTOR_IN_PROCESS};
     StreamChoice stream;
     std::optional<int> jitterBufferMs;  // captures only
     int sampleRate = 16000;             // 16000 or 48000

@@ -76,12 +76,12 @@ class TableWriter {
         std::string rows;
         for (size_t loss = 0; loss < m_losses.size(); ++loss) {
             std::string cells;
-            for (size_t source = 0; source < host::kFrameSources; ++source) {
+            for (size_t source = 0; source < AIPLC_FRAME_SOURCES; ++source) {
                 const CompareFigure *figure =
                     FindFigure(m_figures[loss], method, CompareKind::call, ShareOf(source));
                 if (figure == nullptr || figure->estimate.value == 0.0) continue;
                 std::array<char, 64> text{};
-                const auto name = host::FrameSourceName(static_cast<host::FrameSource>(source));
+                const std::string_view name = AiPlcFrameSourceName(static_cast<AiPlcFrameSource>(source));
                 std::snprintf(text.data(), text.size(), "%s%.*s %.1f", cells.empty() ? "" : ", ",
                               static_cast<int>(name.size()), name.data(), figure->estimate.value);
                 cells += text.data();

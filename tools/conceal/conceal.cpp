@@ -59,7 +59,7 @@ void CheckOptions(const ConcealOptions &options) {
     CheckDistinct(
         {{"-o", options.output}, {"--json", options.jsonPath}, {"--frames", options.framesPath}});
     CheckOutputName(options.output);
-    if (options.noAi && options.requireAi) {
+    if (!options.receiving.UsesNetwork() && options.requireAi) {
         throw UsageError("--no-ai and --require-ai contradict each other; give one of them");
     }
 }
@@ -85,26 +85,22 @@ struct Outputs {
     std::unique_ptr<OutputFile> json;
 };
 
-host::ReceiverOptions ReceiverOf(const ConcealOptions &options) {
-    host::ReceiverOptions receiver = ReceiverFor(options.receiving);
-    receiver.useWorker = !options.noAi;
-    return receiver;
-}
-
 // One run of a call through the receiver, with its loss-free twin where the distance is asked for.
 class Run {
   public:
     Run(const CallTimeline &timeline, const CallTimeline *lossFree, const ConcealOptions &options)
-        : m_timeline(timeline), m_options(options), m_player(timeline, ReceiverOf(options)) {
+        : m_timeline(timeline),
+          m_options(options),
+          m_player(timeline, ReceiverFor(options.receiving)) {
         if (lossFree == nullptr) return;
         // The same decoder: what its enhancer does to received speech is no damage.
-        host::ReceiverOptions reference = ReceiverOf(options);
-        reference.useWorker = false;
+        AiPlcReceiverOptions reference = ReceiverFor(options.receiving);
+        reference.predictor = AIPLC_PREDICTOR_NONE;
         m_reference = std::make_unique<CallPlayer>(*lossFree, reference);
         m_distance = std::make_unique<measure::LogSpectralDistance>(timeline.SampleRate());
     }
 
-    [[nodiscard]] bool WorkerRunning() const { return m_player.Receiver().WorkerRunning(); }
+    [[nodiscard]] bool PredictorRunning() const { return m_player.Receiver().PredictorRunning(); }
 
     void Play(Outputs &outputs, ConcealReport &report) {
         const int64_t ticks = m_timeline.Ticks();
@@ -125,10 +121,10 @@ class Run {
 
   private:
     void Step(int64_t tick, Outputs &outputs, ConcealReport &report) {
-        const host::OutputFrame &frame = m_player.Next();
+        const PlayedFrame &frame = m_player.Next();
         outputs.wav.Write(frame.samples);
-        const host::OutputFrame *reference = m_reference ? &m_reference->Next() : nullptr;
-        const int64_t callFrame = tick - host::Receiver::kLookAheadFrames;
+        const PlayedFrame *reference = m_reference ? &m_reference->Next() : nullptr;
+        const int64_t callFrame = tick - kLookAheadFrames;
         // Frames behind the call's last exist only to push it through the filters.
         if (callFrame < 0 || callFrame >= m_timeline.CallFrames()) return;
         if (outputs.frames) {
@@ -138,10 +134,10 @@ class Run {
                                 frame);
         }
         if (reference != nullptr) {
-            m_distance->Add(frame.samples, reference->samples, IsConcealed(frame.source));
+            m_distance->Add(frame.samples, reference->samples, IsConcealed(frame.Source()));
         }
         if (callFrame == m_timeline.CallFrames() - 1) {
-            report.statistics = m_player.Receiver().GetStatistics();
+            report.statistics = m_player.Receiver().Statistics();
         }
     }
 
@@ -153,7 +149,7 @@ class Run {
 };
 
 void CheckWorker(const ConcealOptions &options, bool running) {
-    if (options.noAi || running) return;
+    if (!options.receiving.UsesNetwork() || running) return;
     if (options.requireAi) {
         throw Failure(
             "the worker did not start, and --require-ai asks for it; it belongs in x64/ "
@@ -211,9 +207,9 @@ ConcealReport Conceal(const ConcealOptions &given) {
 
     Outputs outputs(options, input, timeline);
     Run run(timeline, comparable ? &lossFree : nullptr, options);
-    report.workerRunning = run.WorkerRunning();
-    report.decoder = DecoderFactsAt(ReceiverOf(options).decoderComplexity);
-    CheckWorker(options, report.workerRunning);
+    report.predictorRunning = run.PredictorRunning();
+    report.decoder = DecoderFactsAt(ReceiverFor(options.receiving).decoderComplexity);
+    CheckWorker(options, report.predictorRunning);
     PrintDecoderNote("conceal", options.receiving);
     run.Play(outputs, report);
 

@@ -74,7 +74,9 @@ CLI::App *AddConceal(CLI::App &program, ConcealOptions &options) {
                     "of processing and output, 16 or 48 kHz (48 when the input carries more)")
         ->transform(CLI::Validator(TakeRate, ""))
         ->type_name("KHZ");
-    app->add_flag("--no-ai", options.noAi, "the codec's own concealment only");
+    app->add_flag_callback(
+        "--no-ai", [&options] { options.receiving.predictor = AIPLC_PREDICTOR_NONE; },
+        "the codec's own concealment only: --predictor none");
     app->add_flag("--require-ai", options.requireAi, "fail when the worker does not start");
     app->add_flag("--keep-delay", options.keepDelay, "leave look-ahead and codec delay in OUT.wav");
     app->add_flag("--realtime", options.realtime, "one frame every 20 ms; count missed ticks");

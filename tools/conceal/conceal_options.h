@@ -27,7 +27,6 @@ struct ConcealOptions : CallOptions {
     LossOptions loss;
     ReceivingOptions receiving;
     bool keepDelay = false;
-    bool noAi = false;
     bool requireAi = false;
     bool realtime = false;
     std::string jsonPath;    // empty: no report

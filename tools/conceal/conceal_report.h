@@ -3,11 +3,12 @@
 #ifndef AIPLC_TOOLS_CONCEAL_REPORT_H
 #define AIPLC_TOOLS_CONCEAL_REPORT_H
 
+#include <aiplc/receiver.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
 
-#include "host/statistics.h"
 #include "tools/conceal/conceal_options.h"
 #include "tools/input/call_loader.h"
 #include "tools/play/decoder_facts.h"
@@ -26,8 +27,8 @@ struct ConcealReport {
     uint64_t packetsDropped = 0;  // lost by simulation
 
     DecoderFacts decoder;  // at the complexity asked for
-    bool workerRunning = false;
-    host::Statistics statistics;
+    bool predictorRunning = false;
+    AiPlcReceiverStatistics statistics{};
     std::optional<double> logSpectralDistanceDb;
     double playedSeconds = 0.0;          // of audio
     double receiverSeconds = 0.0;        // that the receiver worked for it

@@ -48,16 +48,16 @@ FrameTable::FrameTable(const std::string &target, int input)
           "look,"
           "fused_into_predict,fused_from_predict,opus_plc,concealed_samples,level_dbfs\n") {}
 
-void FrameTable::Add(int64_t callFrame, double seconds, const host::OutputFrame &frame) {
+void FrameTable::Add(int64_t callFrame, double seconds, const PlayedFrame &frame) {
     std::array<char, 256> row{};
-    const std::string_view source = host::FrameSourceName(frame.source);
+    const std::string_view source = AiPlcFrameSourceName(frame.source);
     std::snprintf(
         row.data(), row.size(), "%lld,%.4f,%.*s,%s,%u,%d,%d,%.3f,%d,%d,%d,%d,%d,%u,%.2f\n",
         static_cast<long long>(callFrame), seconds, static_cast<int>(source.size()), source.data(),
-        TypeName(frame.type), frame.bandwidth, frame.inferMode, frame.requested ? 1 : 0,
-        static_cast<double>(frame.inferTimeMs), frame.requestFailed ? 1 : 0,
-        frame.secondLook ? 1 : 0, frame.fusedIntoPredict ? 1 : 0, frame.fusedFromPredict ? 1 : 0,
-        frame.opusPlcApplied ? 1 : 0, frame.concealedSamples, LevelDb(frame.samples));
+        TypeName(static_cast<AiPlcPktType>(frame.packetType)), frame.bandwidth, frame.inferMode,
+        int{frame.requested}, static_cast<double>(frame.requestTimeMs), int{frame.requestFailed},
+        int{frame.secondLook}, int{frame.fusedIntoPredict}, int{frame.fusedFromPredict},
+        int{frame.opusPlcApplied}, frame.concealedSamples, LevelDb(frame.samples));
     m_pending += row.data();
     if (m_pending.size() >= kBlockBytes) {
         m_file.Write(m_pending);

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-#include "host/output_frame.h"
+#include "tools/play/receiver_handle.h"
 #include "tools/shell/output_file.h"
 
 namespace aiplc::tools {
@@ -19,7 +19,7 @@ class FrameTable {
     FrameTable(const std::string &target, int input);
 
     // callFrame: 0 = the call's first; seconds: where the frame begins in the WAV file.
-    void Add(int64_t callFrame, double seconds, const host::OutputFrame &frame);
+    void Add(int64_t callFrame, double seconds, const PlayedFrame &frame);
     void Commit();
 
   private:

@@ -50,8 +50,9 @@ Json OptionsJson(const ConcealOptions &options) {
     json["jitterBufferMs"] = OrNull(options.jitterBufferMs);
     json["decoderComplexity"] = ReceiverFor(options.receiving).decoderComplexity;
     json["keepDelay"] = options.keepDelay;
-    json["ai"] = !options.noAi;
-    json["secondLook"] = ReceiverFor(options.receiving).useSecondLook;
+    json["ai"] = options.receiving.UsesNetwork();
+    json["secondLook"] = !options.receiving.noSecondLook;
+    json["predictor"] = options.receiving.PredictorName();
     json["realtime"] = options.realtime;
     return json;
 }
@@ -87,7 +88,7 @@ Json InputJson(const ConcealReport &report) {
 }
 
 // Names and meanings of the W3C's "Identifiers for WebRTC's Statistics API" first, then our own.
-Json StatisticsJson(const host::Statistics &statistics) {
+Json StatisticsJson(const AiPlcReceiverStatistics &statistics) {
     Json json;
     json["packetsReceived"] = statistics.packetsReceived;
     json["packetsLost"] = statistics.packetsLost;
@@ -105,13 +106,13 @@ Json StatisticsJson(const host::Statistics &statistics) {
     json["packetsUndecodable"] = statistics.packetsUndecodable;
     json["timelineRestarts"] = statistics.timelineRestarts;
     Json sources = Json::object();
-    for (size_t i = 0; i < statistics.framesBySource.size(); ++i) {
-        const auto source = static_cast<host::FrameSource>(i);
-        sources[std::string(host::FrameSourceName(source))] = statistics.framesBySource[i];
+    for (size_t i = 0; i < AIPLC_FRAME_SOURCES; ++i) {
+        const auto source = static_cast<AiPlcFrameSource>(i);
+        sources[std::string(AiPlcFrameSourceName(source))] = statistics.framesBySource[i];
     }
     json["framesBySource"] = sources;
     Json modes = Json::object();
-    for (size_t i = 0; i < statistics.decisionsByMode.size(); ++i) {
+    for (size_t i = 0; i < kModeNames.size(); ++i) {
         if (i != 6) modes[kModeNames[i]] = statistics.decisionsByMode[i];
     }
     json["decisionsByMode"] = modes;
@@ -131,24 +132,24 @@ Json DecoderJson(const ConcealOptions &options, const DecoderFacts &decoder) {
 }
 
 Json WorkerJson(const ConcealReport &report) {
-    const host::Statistics &statistics = report.statistics;
+    const AiPlcReceiverStatistics &statistics = report.statistics;
     Json json;
-    json["running"] = report.workerRunning;
+    json["running"] = report.predictorRunning;
     json["initTimeMs"] = Rounded(statistics.initTimeMs);
-    json["requests"] = statistics.Requests();
+    json["requests"] = statistics.requests;
     json["requestsFailed"] = statistics.requestsFailed;
     json["requestsByKind"] = {
         {"library",
-         {{"made", statistics.Requests() - statistics.secondLooks},
+         {{"made", statistics.requests - statistics.secondLooks},
           {"failed", statistics.requestsFailed - statistics.secondLooksFailed}}},
         {"secondLook",
          {{"made", statistics.secondLooks}, {"failed", statistics.secondLooksFailed}}}};
-    if (statistics.Requests() == 0) {
+    if (statistics.requests == 0) {
         json["requestTimeMs"] = nullptr;
     } else {
-        json["requestTimeMs"] = {{"p50", Rounded(statistics.RequestTimeMs(0.50))},
-                                 {"p99", Rounded(statistics.RequestTimeMs(0.99))},
-                                 {"max", Rounded(statistics.RequestTimeMs(1.0))}};
+        json["requestTimeMs"] = {{"p50", Rounded(statistics.requestTimeP50Ms)},
+                                 {"p99", Rounded(statistics.requestTimeP99Ms)},
+                                 {"max", Rounded(statistics.requestTimeMaxMs)}};
     }
     return json;
 }

@@ -56,13 +56,13 @@ void AddPackets(std::string &text, const ConcealReport &report) {
     text += '\n';
 }
 
-void AddSources(std::string &text, const host::Statistics &statistics) {
+void AddSources(std::string &text, const AiPlcReceiverStatistics &statistics) {
     text += "frames   ";
-    for (size_t i = 0; i < statistics.framesBySource.size(); ++i) {
-        const auto source = static_cast<host::FrameSource>(i);
+    for (size_t i = 0; i < AIPLC_FRAME_SOURCES; ++i) {
+        const auto source = static_cast<AiPlcFrameSource>(i);
         const uint64_t frames = statistics.framesBySource[i];
-        if (frames == 0 || source == host::FrameSource::startup) continue;
-        const std::string_view name = host::FrameSourceName(source);
+        if (frames == 0 || source == AIPLC_SOURCE_STARTUP) continue;
+        const std::string_view name = AiPlcFrameSourceName(source);
         Add(text, " %.*s %llu", static_cast<int>(name.size()), name.data(),
             static_cast<unsigned long long>(frames));
     }
@@ -70,23 +70,23 @@ void AddSources(std::string &text, const host::Statistics &statistics) {
 }
 
 void AddWorker(std::string &text, const ConcealOptions &options, const ConcealReport &report) {
-    const host::Statistics &statistics = report.statistics;
-    if (options.noAi) {
-        text += "worker    not used (--no-ai)\n";
-    } else if (!report.workerRunning) {
+    const AiPlcReceiverStatistics &statistics = report.statistics;
+    if (!options.receiving.UsesNetwork()) {
+        text += "network   not used\n";
+    } else if (!report.predictorRunning) {
         text += "worker    not running: the codec concealed everything\n";
     } else {
         Add(text,
             "worker    %llu request%s, %llu of them second looks at single losses; %llu failed",
-            static_cast<unsigned long long>(statistics.Requests()),
-            statistics.Requests() == 1 ? "" : "s",
+            static_cast<unsigned long long>(statistics.requests),
+            statistics.requests == 1 ? "" : "s",
             static_cast<unsigned long long>(statistics.secondLooks),
             static_cast<unsigned long long>(statistics.requestsFailed));
-        if (statistics.Requests() > 0) {
+        if (statistics.requests > 0) {
             Add(text, "; request time p50 %.2f ms, p99 %.2f ms, max %.2f ms",
-                static_cast<double>(statistics.RequestTimeMs(0.50)),
-                static_cast<double>(statistics.RequestTimeMs(0.99)),
-                static_cast<double>(statistics.RequestTimeMs(1.0)));
+                static_cast<double>(statistics.requestTimeP50Ms),
+                static_cast<double>(statistics.requestTimeP99Ms),
+                static_cast<double>(statistics.requestTimeMaxMs));
         }
         text += '\n';
     }
@@ -95,7 +95,7 @@ void AddWorker(std::string &text, const ConcealOptions &options, const ConcealRe
 }  // namespace
 
 std::string ReportSummary(const ConcealOptions &options, const ConcealReport &report) {
-    const host::Statistics &statistics = report.statistics;
+    const AiPlcReceiverStatistics &statistics = report.statistics;
     std::string text;
     AddInput(text, report);
     AddPackets(text, report);

@@ -53,7 +53,7 @@ class PacketCapture : public RtpRecording {
             }
             const auto udp = FindUdpPayload(m_linkType, {bytes, header->caplen});
             if (!udp) continue;
-            const auto rtp = ParseRtp(udp->bytes);
+            const auto rtp = host::ParseRtp(udp->bytes);
             if (!rtp) continue;
             packet.rtp = *rtp;
             packet.cut = udp->cut || header->caplen < header->len;

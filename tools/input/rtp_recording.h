@@ -6,15 +6,15 @@
 #include <cstdint>
 #include <memory>
 
+#include "host/rtp_view.h"
 #include "tools/input/input_file.h"
 #include "tools/input/link_layer.h"
-#include "tools/input/rtp_view.h"
 
 namespace aiplc::tools {
 
 // An RTP packet as a recording holds it.
 struct RecordedPacket {
-    RtpView rtp;  // points into the recording's buffer, valid until the next packet is read
+    host::RtpView rtp;  // points into the recording's buffer, valid until the next packet is read
     int64_t timeNs =
         0;             // of its arrival, 0 or later, from any origin; clocks are set back at times
     bool cut = false;  // the recording holds less of it than was sent

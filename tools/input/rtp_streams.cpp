@@ -55,7 +55,7 @@ bool IsEvenlySpread(const RtpStream &stream) {
 class StreamCounter {
   public:
     void Add(const RecordedPacket &packet) {
-        const RtpView &rtp = packet.rtp;
+        const host::RtpView &rtp = packet.rtp;
         if (m_stream.packets == 0) {
             m_stream.ssrc = rtp.ssrc;
             m_stream.payloadType = rtp.payloadType;

@@ -60,7 +60,7 @@ class RtpDump : public RtpRecording {
             m_stopsEarly =
                 std::fread(m_bytes.data(), 1, m_bytes.size(), m_file.get()) < m_bytes.size();
             if (m_stopsEarly) return false;
-            const auto rtp = ParseRtp(m_bytes);
+            const auto rtp = host::ParseRtp(m_bytes);
             if (rtpLength == 0 || !rtp) continue;
             packet.rtp = *rtp;
             packet.cut = rtpLength > m_bytes.size();

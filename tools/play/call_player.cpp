@@ -24,10 +24,10 @@ int64_t OffsetOfFirstArrival(const OpusCall &call, const std::vector<bool> &lost
     return 0;
 }
 
-host::ReceiverOptions ReceiverOf(const CallTimeline &timeline, host::ReceiverOptions options) {
+AiPlcReceiverOptions ReceiverOf(const CallTimeline &timeline, AiPlcReceiverOptions options) {
     options.sampleRate = static_cast<uint32_t>(timeline.SampleRate());
     // Calls that were not captured come from senders that announce their pauses.
-    options.expectPauses = timeline.Call().hasArrivalTimes;
+    options.expectPauses = timeline.Call().hasArrivalTimes ? 1 : 0;
     return options;
 }
 
@@ -50,7 +50,7 @@ CallTimeline::CallTimeline(const OpusCall &call, std::vector<bool> lost, int sam
     if (!call.hasArrivalTimes) {
         m_startOffset = OffsetOfFirstArrival(call, m_lost) * sampleRate / kOpusClock;
     }
-    m_delay = host::Receiver::kLookAheadFrames * m_frameSamples - m_startOffset +
+    m_delay = kLookAheadFrames * m_frameSamples - m_startOffset +
               call.delaySamples * sampleRate / kOpusClock;
     if (is48K) m_delay += kBankDelay48K;
     if (WidestBandwidth(call) == OPUS_BANDWIDTH_NARROWBAND) {
@@ -64,13 +64,13 @@ int64_t CallTimeline::DeadlineUs(int64_t tick) const {
 
 int64_t CallTimeline::Ticks() const {
     const int64_t forAudio = (m_delay + m_samples + m_frameSamples - 1) / m_frameSamples;
-    return std::max(forAudio, m_callFrames + host::Receiver::kLookAheadFrames);
+    return std::max(forAudio, m_callFrames + kLookAheadFrames);
 }
 
-CallPlayer::CallPlayer(const CallTimeline &timeline, host::ReceiverOptions options)
+CallPlayer::CallPlayer(const CallTimeline &timeline, AiPlcReceiverOptions options)
     : m_timeline(timeline), m_receiver(ReceiverOf(timeline, options)) {}
 
-const host::OutputFrame &CallPlayer::Next() {
+const PlayedFrame &CallPlayer::Next() {
     const auto start = std::chrono::steady_clock::now();
     const std::vector<CallPacket> &packets = m_timeline.Call().packets;
     const int64_t deadlineUs = m_timeline.DeadlineUs(m_tick);
@@ -78,26 +78,24 @@ const host::OutputFrame &CallPlayer::Next() {
         const CallPacket &packet = packets[m_nextPacket];
         if (packet.arrivalUs > deadlineUs) break;
         if (m_timeline.Lost(m_nextPacket)) continue;
-        m_packet.sequenceNumber = packet.sequence;
-        m_packet.timestamp = packet.timestamp;
-        m_packet.payload = packet.payload;
-        m_receiver.Push(m_packet);
+        m_receiver.Push(packet.payload, packet.sequence, packet.timestamp,
+                        m_timeline.Call().hasArrivalTimes ? packet.arrivalUs : -1);
     }
     ++m_tick;
-    const host::OutputFrame &frame = m_receiver.Pull();
+    const PlayedFrame &frame = m_receiver.Pull();
     m_spent += std::chrono::steady_clock::now() - start;
     return frame;
 }
 
-bool IsConcealed(host::FrameSource source) {
+bool IsConcealed(AiPlcFrameSource source) {
     switch (source) {
-        case host::FrameSource::partial:
-        case host::FrameSource::interpolated:
-        case host::FrameSource::extrapolated:
-        case host::FrameSource::secondLook:
-        case host::FrameSource::codec:
-        case host::FrameSource::muted:
-        case host::FrameSource::lost:
+        case AIPLC_SOURCE_PARTIAL:
+        case AIPLC_SOURCE_INTERPOLATED:
+        case AIPLC_SOURCE_EXTRAPOLATED:
+        case AIPLC_SOURCE_SECOND_LOOK:
+        case AIPLC_SOURCE_CODEC:
+        case AIPLC_SOURCE_MUTED:
+        case AIPLC_SOURCE_LOST:
             return true;
         default:
             return false;

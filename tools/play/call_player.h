@@ -8,8 +8,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "host/receiver.h"
 #include "tools/input/opus_call.h"
+#include "tools/play/receiver_handle.h"
 
 namespace aiplc::tools {
 
@@ -57,29 +57,28 @@ class CallTimeline {
 class CallPlayer {
   public:
     // timeline must outlive this object, and its rate is the receiver's. Starting the worker may
-    // block for up to 8 s. Throws std::runtime_error.
-    CallPlayer(const CallTimeline &timeline, host::ReceiverOptions options);
+    // block for up to 8 s. Throws Failure.
+    CallPlayer(const CallTimeline &timeline, AiPlcReceiverOptions options);
 
     // The next tick: packets that have arrived by now go in, one frame comes out; frame 0 of the
     // call in tick 3. Valid until the next call.
-    const host::OutputFrame &Next();
+    const PlayedFrame &Next();
 
-    [[nodiscard]] const host::Receiver &Receiver() const { return m_receiver; }
+    [[nodiscard]] const ReceiverHandle &Receiver() const { return m_receiver; }
     // Time spent in the receiver so far.
     [[nodiscard]] std::chrono::nanoseconds Spent() const { return m_spent; }
 
   private:
     const CallTimeline &m_timeline;
-    host::Receiver m_receiver;
+    ReceiverHandle m_receiver;
     size_t m_nextPacket = 0;
     int64_t m_tick = 0;
-    host::RtpPacket m_packet;
     std::chrono::nanoseconds m_spent{0};
 };
 
 // Whether the frame has audio that was lost and made up. Start-up, a sender's pause and audio that
 // came late or as redundancy are none of that.
-bool IsConcealed(host::FrameSource source);
+bool IsConcealed(AiPlcFrameSource source);
 
 }  // namespace aiplc::tools
 

@@ -9,10 +9,10 @@
 
 namespace aiplc::tools {
 
-CallRecording RecordCall(const CallTimeline &timeline, const host::ReceiverOptions &options,
+CallRecording RecordCall(const CallTimeline &timeline, const AiPlcReceiverOptions &options,
                          const std::function<void(int64_t)> &report) {
     CallPlayer player(timeline, options);
-    if (options.useWorker && !player.Receiver().WorkerRunning()) {
+    if (options.predictor == AIPLC_PREDICTOR_WORKER && !player.Receiver().PredictorRunning()) {
         throw Failure(
             "the worker did not start; it belongs in x64/ beside this program, --verbose tells "
             "what went wrong");
@@ -21,20 +21,19 @@ CallRecording RecordCall(const CallTimeline &timeline, const host::ReceiverOptio
     const auto frames = static_cast<size_t>(timeline.CallFrames());
     recording.samples.reserve(frames * static_cast<size_t>(timeline.FrameSamples()));
     recording.sources.reserve(frames);
-    for (int64_t tick = 0; tick < timeline.CallFrames() + host::Receiver::kLookAheadFrames;
-         ++tick) {
+    for (int64_t tick = 0; tick < timeline.CallFrames() + kLookAheadFrames; ++tick) {
         ThrowIfInterrupted();
-        const host::OutputFrame &frame = player.Next();
-        if (tick < host::Receiver::kLookAheadFrames) continue;
+        const PlayedFrame &frame = player.Next();
+        if (tick < kLookAheadFrames) continue;
         if (recording.sources.empty()) recording.firstFrame = frame.frame;
         recording.samples.insert(recording.samples.end(), frame.samples.begin(),
                                  frame.samples.end());
-        recording.sources.push_back(frame.source);
+        recording.sources.push_back(frame.Source());
         report(recording.Frames());
     }
-    const host::Statistics &statistics = player.Receiver().GetStatistics();
+    const AiPlcReceiverStatistics statistics = player.Receiver().Statistics();
     recording.restarted = statistics.timelineRestarts > 0;
-    recording.requests = statistics.Requests();
+    recording.requests = statistics.requests;
     recording.requestsFailed = statistics.requestsFailed;
     recording.secondLooks = statistics.secondLooks;
     return recording;

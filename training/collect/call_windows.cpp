@@ -109,9 +109,9 @@ void RequestCollector::Settle(const host::OutputFrame &frame) {
     }
 }
 
-bool IsReceived(host::FrameSource source) {
-    return source == host::FrameSource::decoded || source == host::FrameSource::late ||
-           source == host::FrameSource::fec || source == host::FrameSource::dtx;
+bool IsReceived(AiPlcFrameSource source) {
+    return source == AIPLC_SOURCE_DECODED || source == AIPLC_SOURCE_LATE ||
+           source == AIPLC_SOURCE_FEC || source == AIPLC_SOURCE_DTX;
 }
 
 }  // namespace
@@ -141,7 +141,7 @@ CallResult CollectWindows(const CallSetup &setup, std::span<const int16_t> pcm) 
         const host::OutputFrame &frame = receiver.Pull();
         collector.Settle(frame);
         if (frame.frame < 0) continue;
-        result.sources.push_back(frame.source);
+        result.sources.push_back(static_cast<AiPlcFrameSource>(frame.source));
         result.output.insert(result.output.end(), frame.samples.begin(), frame.samples.end());
     }
     result.windows = std::move(collector.windows);

@@ -32,8 +32,8 @@ struct CallSetup {
 
 struct CallResult {
     std::vector<WindowRecord> windows;
-    std::vector<int16_t> output;             // at outputRate, from frame 0 on
-    std::vector<host::FrameSource> sources;  // of its frames
+    std::vector<int16_t> output;            // at outputRate, from frame 0 on
+    std::vector<AiPlcFrameSource> sources;  // of its frames
     uint64_t ambiguous = 0;  // requests left out because silence hid which frames were lost
 };
 

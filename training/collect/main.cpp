@@ -167,8 +167,8 @@ void WriteAudio(const Options &options, uint32_t call, const CallSetup &setup,
     audio.Write({reinterpret_cast<const char *>(result.output.data()), 2 * result.output.size()});
     audio.Commit();
     tools::OutputFile sources(options.audio + name + ".sources", tools::OutputFile::kNoInput);
-    for (const host::FrameSource source : result.sources)
-        sources.Write(std::string(host::FrameSourceName(source)) + '\n');
+    for (const AiPlcFrameSource source : result.sources)
+        sources.Write(std::string(AiPlcFrameSourceName(source)) + '\n');
     sources.Commit();
 }
 

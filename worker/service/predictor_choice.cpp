@@ -5,13 +5,12 @@
 #include <cstdio>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "src/adapter/protocol.h"
 #include "src/platform/platform.h"
-#include "worker/classical/autoregressive.h"
-#include "worker/classical/outage.h"
 #include "worker/model/model_path.h"
-#include "worker/network/neural.h"
+#include "worker/predictor/predictor_factory.h"
 
 namespace aiplc::worker {
 
@@ -35,10 +34,10 @@ std::string OwnFolder() {
 
 std::unique_ptr<Predictor> ChoosePredictor() {
     const std::string path = ModelPath(OwnFolder());
-    if (path.empty()) return std::make_unique<Outage>(std::make_unique<Autoregressive>());
+    if (path.empty()) return MakePredictor(nullptr);
     std::string fault;
-    auto model = Model::Load(path, fault);
-    if (model) return std::make_unique<Outage>(std::make_unique<Neural>(std::move(model)));
+    std::shared_ptr<const Model> model = Model::Load(path, fault);
+    if (model) return MakePredictor(std::move(model));
     std::fprintf(stderr,
                  "%s: %s. All requests are refused and the codec conceals, until a worker is "
                  "started with a model beside it or in %s\n",

@@ -8,9 +8,7 @@
 #include <system_error>
 #include <thread>
 
-#if defined(__SSE__)
-#include <xmmintrin.h>
-#endif
+#include "worker/window/denormals.h"
 
 namespace aiplc::worker {
 
@@ -31,15 +29,6 @@ constexpr int64_t kReplyAgainMs = 20;
 constexpr int64_t kRepliesMs = 1000;
 // How long a worker that is told to quit within that time stays.
 constexpr int64_t kLingerMs = 300;
-
-// Decaying filters run into denormal numbers, which cost a hundred times a normal one.
-void FlushDenormals() {
-#if defined(__SSE__)
-    constexpr unsigned kFlushToZero = 0x8000;
-    constexpr unsigned kDenormalsAreZero = 0x0040;
-    _mm_setcsr(_mm_getcsr() | kFlushToZero | kDenormalsAreZero);
-#endif
-}
 
 bool Refuse(const char *name) {
     std::fprintf(stderr, "%s: cannot create or open \"%s\": error %u\n",
@@ -94,7 +83,7 @@ bool Service::Open() {
 }
 
 int Service::Run() {
-    FlushDenormals();
+    const DenormalsAreZero mode;
     if (m_startedByHost) StartHostWatch();
     while (!m_quits || m_repliesUntilMs > 0) {
         const uint32_t outcome = WaitForMessage();

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include "tools/input/rtp_view.h"
+#include "host/rtp_view.h"
 
-namespace aiplc::tools {
+namespace aiplc::host {
 namespace {
 
 uint16_t Word(std::span<const uint8_t> bytes, size_t at) {
@@ -39,4 +39,4 @@ std::optional<RtpView> ParseRtp(std::span<const uint8_t> datagram) {
     return packet;
 }
 
-}  // namespace aiplc::tools
+}  // namespace aiplc::host

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#ifndef AIPLC_TOOLS_RTP_VIEW_H
-#define AIPLC_TOOLS_RTP_VIEW_H
+#ifndef AIPLC_HOST_RTP_VIEW_H
+#define AIPLC_HOST_RTP_VIEW_H
 
 #include <cstdint>
 #include <optional>
 #include <span>
 
-namespace aiplc::tools {
+namespace aiplc::host {
 
 // Header and payload of an RTP packet (RFC 3550, section 5.1).
 struct RtpView {
@@ -21,6 +21,6 @@ struct RtpView {
 // Nothing when the datagram is no RTP: wrong version, RTCP, lengths that do not add up.
 std::optional<RtpView> ParseRtp(std::span<const uint8_t> datagram);
 
-}  // namespace aiplc::tools
+}  // namespace aiplc::host
 
 #endif

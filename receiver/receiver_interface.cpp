@@ -1,0 +1,286 @@
+// SPDX-License-Identifier: BSD-2-Clause
+//
+// The functions of aiplc/receiver.h. No exception leaves them.
+
+#include <aiplc/aiplc.h>
+#include <aiplc/receiver.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <string>
+
+#include "host/receiver.h"
+#include "host/rtp_view.h"
+#include "receiver/arrival_jitter.h"
+#include "receiver/option_check.h"
+#include "receiver/rtp_stream.h"
+
+using aiplc::host::OutputFrame;
+using aiplc::host::RtpPacket;
+using aiplc::receiver::ArrivalJitter;
+using aiplc::receiver::RtpStream;
+
+namespace {
+
+constexpr int64_t kBankDelay48K = 44;  // analysis and synthesis of the three-band filter bank
+constexpr uint32_t kPullsPerSecond = 100;
+
+struct Log {
+    AiPlcReceiverLogFunc write = nullptr;
+    void *userData = nullptr;
+
+    void operator()(AiPlcReceiverLogLevel level, const std::string &text) const {
+        if (write != nullptr) write(userData, level, text.c_str());
+    }
+};
+
+aiplc::host::ReceiverOptions HostOptions(const AiPlcReceiverOptions &options) {
+    return {.sampleRate = options.sampleRate,
+            .predictor = static_cast<AiPlcPredictor>(options.predictor),
+            .modelPath = options.modelPath != nullptr ? options.modelPath : "",
+            .useSecondLook = options.useSecondLook == 1,
+            .useFec = options.useFec == 1,
+            .useLatePackets = options.useLatePackets == 1,
+            .expectPauses = options.expectPauses == 1,
+            .codecConceals = options.codecConceals == 1,
+            .decoderComplexity = options.decoderComplexity};
+}
+
+// Runs a function of the host engine and turns what it throws into a result.
+template <typename Function>
+int32_t Guarded(const Log &log, Function function) noexcept {
+    try {
+        function();
+        return AIPLC_RECEIVER_OK;
+    } catch (const std::bad_alloc &) {
+        return AIPLC_RECEIVER_E_MEMORY;
+    } catch (const aiplc::host::ModelFault &fault) {
+        log(AIPLC_RECEIVER_LOG_ERROR, fault.what());
+        return AIPLC_RECEIVER_E_MODEL;
+    } catch (const std::exception &failure) {
+        log(AIPLC_RECEIVER_LOG_ERROR, failure.what());
+        return AIPLC_RECEIVER_E_FAILED;
+    }
+}
+
+// Copies what fits into a record of the caller's, which may be of an older version. False when the
+// caller's structSize is not one of any version.
+template <typename Record>
+bool CopyOut(const Record &from, Record *to) {
+    const uint32_t size = to->structSize;
+    if (size < 2 * sizeof(uint32_t)) return false;
+    std::memcpy(to, &from, std::min<size_t>(size, sizeof(Record)));
+    to->structSize = size;
+    return true;
+}
+
+}  // namespace
+
+struct AiPlcReceiver {
+    explicit AiPlcReceiver(const AiPlcReceiverOptions &options)
+        : log{options.log, options.logUserData},
+          engine(HostOptions(options)),
+          payloadType(options.payloadType),
+          redPayloadType(options.redPayloadType),
+          stream(payloadType, redPayloadType),
+          sampleRate(options.sampleRate) {}
+
+    void Push(const uint8_t *payload, size_t bytes, uint16_t sequence, uint32_t timestamp,
+              int64_t arrivalUs) {
+        packet.sequenceNumber = sequence;
+        packet.timestamp = timestamp;
+        packet.payload.assign(payload, payload + bytes);
+        engine.Push(packet);
+        if (arrivalUs >= 0) jitter.Add(arrivalUs, timestamp);
+    }
+
+    void Pull(int16_t *samples, size_t count) {
+        while (count > 0) {
+            if (rest.empty()) {
+                frame = engine.Pull();
+                rest = frame.samples;
+            }
+            const size_t taken = std::min(count, rest.size());
+            samples = std::copy_n(rest.begin(), taken, samples);
+            rest = rest.subspan(taken);
+            count -= taken;
+        }
+    }
+
+    void Reset() {
+        engine.Reset();
+        stream = RtpStream(payloadType, redPayloadType);
+        jitter = {};
+        packetsForeign = 0;
+        sourceChanges = 0;
+        rest = {};
+        frame = {};
+    }
+
+    Log log;
+    aiplc::host::Receiver engine;
+    int payloadType;
+    int redPayloadType;
+    RtpStream stream;
+    ArrivalJitter jitter;
+    uint64_t packetsForeign = 0;
+    uint64_t sourceChanges = 0;
+    uint32_t sampleRate;
+    RtpPacket packet;               // of the last Push
+    OutputFrame frame;              // of the last Pull
+    std::span<const int16_t> rest;  // of the frame, not pulled yet
+};
+
+void AiPlcReceiverDefaults(AiPlcReceiverOptions *options) {
+    if (options == nullptr) return;
+    *options = {};
+    options->structSize = sizeof *options;
+    options->sampleRate = 48000;
+    options->predictor = AIPLC_PREDICTOR_WORKER;
+    options->useSecondLook = 1;
+    options->useFec = 1;
+    options->useLatePackets = 1;
+    options->expectPauses = 1;
+    options->codecConceals = 1;
+    options->decoderComplexity = 10;
+    options->payloadType = -1;
+    options->redPayloadType = -1;
+    options->jitterBuffer = AIPLC_JITTER_NONE;
+    options->maxDelayMs = 500;
+}
+
+int32_t AiPlcReceiverCreate(AiPlcReceiver **receiver, const AiPlcReceiverOptions *options) {
+    if (receiver == nullptr) return AIPLC_RECEIVER_E_ARGUMENT;
+    *receiver = nullptr;
+    if (options == nullptr || options->structSize != sizeof *options)
+        return AIPLC_RECEIVER_E_ARGUMENT;
+    const Log log{options->log, options->logUserData};
+    std::string fault;
+    const int32_t checked = Guarded(log, [&] { fault = aiplc::receiver::OptionFault(*options); });
+    if (checked != AIPLC_RECEIVER_OK) return checked;
+    if (!fault.empty()) {
+        log(AIPLC_RECEIVER_LOG_ERROR, fault);
+        return AIPLC_RECEIVER_E_OPTION;
+    }
+    const int32_t result = Guarded(log, [&] { *receiver = new AiPlcReceiver(*options); });
+    if (result == AIPLC_RECEIVER_OK && options->predictor == AIPLC_PREDICTOR_WORKER &&
+        !(*receiver)->engine.PredictorRunning()) {
+        log(AIPLC_RECEIVER_LOG_WARNING,
+            "the worker did not start; it belongs in x64/ beside this program. The codec conceals "
+            "every loss");
+    }
+    return result;
+}
+
+void AiPlcReceiverDestroy(AiPlcReceiver *receiver) {
+    delete receiver;
+}
+
+int32_t AiPlcReceiverReset(AiPlcReceiver *receiver) {
+    if (receiver == nullptr) return AIPLC_RECEIVER_E_ARGUMENT;
+    return Guarded(receiver->log, [&] { receiver->Reset(); });
+}
+
+int32_t AiPlcReceiverPushRtp(AiPlcReceiver *receiver, const void *packet, size_t bytes,
+                             int64_t arrivalUs) {
+    if (receiver == nullptr || packet == nullptr) return AIPLC_RECEIVER_E_ARGUMENT;
+    const auto view = aiplc::host::ParseRtp({static_cast<const uint8_t *>(packet), bytes});
+    const RtpStream::Verdict verdict =
+        view ? receiver->stream.Take(*view) : RtpStream::Verdict::foreign;
+    if (verdict == RtpStream::Verdict::foreign) {
+        ++receiver->packetsForeign;
+        return AIPLC_RECEIVER_E_PACKET;
+    }
+    return Guarded(receiver->log, [&] {
+        if (verdict == RtpStream::Verdict::changed) {
+            ++receiver->sourceChanges;
+            receiver->engine.ExpectNewSource();
+            receiver->jitter = {};
+            receiver->log(AIPLC_RECEIVER_LOG_NOTE,
+                          "the stream goes on from source " + std::to_string(view->ssrc));
+        }
+        receiver->Push(view->payload.data(), view->payload.size(), view->sequence, view->timestamp,
+                       arrivalUs);
+    });
+}
+
+int32_t AiPlcReceiverPush(AiPlcReceiver *receiver, const void *payload, size_t bytes,
+                          uint16_t sequenceNumber, uint32_t timestamp, int64_t arrivalUs) {
+    if (receiver == nullptr || (payload == nullptr && bytes > 0)) return AIPLC_RECEIVER_E_ARGUMENT;
+    return Guarded(receiver->log, [&] {
+        receiver->Push(static_cast<const uint8_t *>(payload), bytes, sequenceNumber, timestamp,
+                       arrivalUs);
+    });
+}
+
+int32_t AiPlcReceiverPull(AiPlcReceiver *receiver, int16_t *samples, size_t count) {
+    if (receiver == nullptr || samples == nullptr) return AIPLC_RECEIVER_E_ARGUMENT;
+    const size_t step = receiver->sampleRate / kPullsPerSecond;
+    if (count == 0 || count % step != 0 || count > receiver->sampleRate)
+        return AIPLC_RECEIVER_E_ARGUMENT;
+    const int32_t result = Guarded(receiver->log, [&] { receiver->Pull(samples, count); });
+    if (result != AIPLC_RECEIVER_OK) std::fill_n(samples, count, int16_t{0});
+    return result;
+}
+
+int32_t AiPlcReceiverLastFrame(const AiPlcReceiver *receiver, AiPlcReceiverFrame *frame) {
+    if (receiver == nullptr || frame == nullptr) return AIPLC_RECEIVER_E_ARGUMENT;
+    const AiPlcReceiverFrame &last = receiver->frame;
+    return CopyOut(last, frame) ? AIPLC_RECEIVER_OK : AIPLC_RECEIVER_E_ARGUMENT;
+}
+
+int32_t AiPlcReceiverGetStatistics(const AiPlcReceiver *receiver,
+                                   AiPlcReceiverStatistics *statistics) {
+    if (receiver == nullptr || statistics == nullptr) return AIPLC_RECEIVER_E_ARGUMENT;
+    AiPlcReceiverStatistics counted{};
+    const int32_t result =
+        Guarded(receiver->log, [&] { counted = receiver->engine.GetStatistics(); });
+    if (result != AIPLC_RECEIVER_OK) return result;
+    counted.packetsForeign = receiver->packetsForeign;
+    counted.sourceChanges = receiver->sourceChanges;
+    counted.jitter = receiver->jitter.Seconds();
+    return CopyOut(counted, statistics) ? AIPLC_RECEIVER_OK : AIPLC_RECEIVER_E_ARGUMENT;
+}
+
+uint32_t AiPlcReceiverDelay(const AiPlcReceiver *receiver) {
+    if (receiver == nullptr) return 0;
+    const uint32_t lookAhead = AIPLC_LOOK_AHEAD_FRAMES * receiver->sampleRate / 50;
+    return receiver->sampleRate == 48000 ? lookAhead + kBankDelay48K : lookAhead;
+}
+
+int32_t AiPlcReceiverPredictorRunning(const AiPlcReceiver *receiver) {
+    return receiver != nullptr && receiver->engine.PredictorRunning() ? 1 : 0;
+}
+
+const char *AiPlcFrameSourceName(int32_t source) {
+    static constexpr std::array<const char *, AIPLC_FRAME_SOURCES> kNames = {
+        "startup",      "decoded",    "late",  "fec",   "dtx",  "partial",  "interpolated",
+        "extrapolated", "secondLook", "codec", "muted", "lost", "redundant"};
+    const bool isKnown = source >= 0 && source < static_cast<int32_t>(kNames.size());
+    return isKnown ? kNames.at(static_cast<size_t>(source)) : "unknown";
+}
+
+const char *AiPlcReceiverResultText(int32_t result) {
+    switch (result) {
+        case AIPLC_RECEIVER_OK:
+            return "success";
+        case AIPLC_RECEIVER_E_ARGUMENT:
+            return "an argument is null or has a length that is not allowed";
+        case AIPLC_RECEIVER_E_OPTION:
+            return "an option is out of its range";
+        case AIPLC_RECEIVER_E_MODEL:
+            return "the network's weights are missing or damaged";
+        case AIPLC_RECEIVER_E_MEMORY:
+            return "there is no memory";
+        case AIPLC_RECEIVER_E_FAILED:
+            return "decoder or channel could not be made";
+        case AIPLC_RECEIVER_E_PACKET:
+            return "not an RTP packet of this stream";
+        default:
+            return "unknown result";
+    }
+}
