@@ -25,11 +25,6 @@ double Rounded(double value) {
     return std::strtod(text.data(), nullptr);
 }
 
-std::string Dump(const Json &json) {
-    // A file name may hold bytes that are no UTF-8; those become U+FFFD.
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
 void PutInterval(Json &json, const measure::Estimate &estimate) {
     json["value"] = Rounded(estimate.value);
     if (!estimate.low) return;
@@ -131,8 +126,8 @@ Json SourcesJson(const CallRecording &recording) {
 
 }  // namespace
 
-std::string ReportHead(const CompareOptions &options, std::span<const MethodSetup> setups,
-                       const std::vector<LossCondition> &losses, ResampledUnit unit) {
+Json ReportHead(const CompareOptions &options, std::span<const MethodSetup> setups,
+                const std::vector<LossCondition> &losses, ResampledUnit unit) {
     Json json;
     json["format"] = "aiplc-compare-1";
     json["created"] = Now();
@@ -149,14 +144,12 @@ std::string ReportHead(const CompareOptions &options, std::span<const MethodSetu
     json["losses"] = LossesJson(losses);
     json["measures"] = MeasuresJson();
     json["kinds"] = KindsJson();
-    std::string text = Dump(json);
-    text.pop_back();
-    return text;
+    return json;
 }
 
-std::string FileEntryJson(const std::string &name, const std::string &loss,
-                          std::span<const CallRecording> recordings, const CallScores &scores,
-                          std::span<const CompareFigure> figures) {
+Json FileEntry(const std::string &name, const std::string &loss,
+               std::span<const CallRecording> recordings, const CallScores &scores,
+               std::span<const CompareFigure> figures) {
     Json json;
     json["name"] = name;
     json["loss"] = loss;
@@ -173,19 +166,17 @@ std::string FileEntryJson(const std::string &name, const std::string &loss,
     json["figures"] = Json::array();
     for (const CompareFigure &figure : figures)
         json["figures"].push_back(FigureJson(figure));
-    std::string text = Dump(json);
-    text.pop_back();
-    return text;
+    return json;
 }
 
-std::string FiguresJson(const std::string &loss, std::span<const CompareFigure> figures) {
-    std::string text;
+std::vector<Json> FigureEntries(const std::string &loss, std::span<const CompareFigure> figures) {
+    std::vector<Json> entries;
     for (const CompareFigure &figure : figures) {
         Json json = {{"loss", loss}};
         json.update(FigureJson(figure));
-        text += (text.empty() ? "" : ",\n") + Dump(json);
+        entries.push_back(json);
     }
-    return text;
+    return entries;
 }
 
 }  // namespace aiplc::tools
