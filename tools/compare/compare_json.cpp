@@ -4,14 +4,13 @@
 
 #include <array>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <nlohmann/json.hpp>
 
 #include "tools/compare/compare_format.h"
 #include "tools/compare/compare_method.h"
 #include "tools/play/model_facts.h"
+#include "tools/shell/number_text.h"
 
 namespace aiplc::tools {
 namespace {
@@ -20,9 +19,7 @@ using Json = nlohmann::ordered_json;
 
 // Six digits: what follows is noise.
 double Rounded(double value) {
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%.6g", value);
-    return std::strtod(text.data(), nullptr);
+    return ParseNumber(NumberText(value, 6)).value_or(value);
 }
 
 void PutInterval(Json &json, const measure::Estimate &estimate) {
