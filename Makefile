@@ -148,9 +148,9 @@ format:
 	scripts/install-packages.sh lint
 	clang-format -i $(SOURCES)
 
-# The quick part of lint: format, shell, Python, and the arrows between folders. Other versions of
-# clang-format than 14 format otherwise.
-style:
+# The quick part of lint: format, shell, Python, the arrows between folders, and the API's pages. Other
+# versions of clang-format than 14 format otherwise.
+style: docs
 	scripts/install-packages.sh style
 	scripts/folder_arrows.sh >/dev/null
 	shellcheck $(SCRIPTS)

@@ -31,6 +31,10 @@ if ! npm ci --ignore-scripts --no-progress >"$log" 2>&1; then
     [ "$registry" = silent ] || exit 1
     left_out "The page's tests are" "npm's registry $(npm config get registry) does not answer"
 fi
+npm run --silent format:check || {
+    echo "test_page.sh: 'npm run format' in report/ formats these files" >&2
+    exit 1
+}
 npm run --silent check-dist
 browser=${CHROMIUM:-/usr/bin/chromium}
 if [ ! -x "$browser" ]; then

@@ -18,7 +18,8 @@ export interface Answer {
 }
 
 /** Fair coins from the system's generator. */
-const coins = (count: number): boolean[] => [...crypto.getRandomValues(new Uint8Array(count))].map((byte) => byte % 2 === 1);
+const coins = (count: number): boolean[] =>
+  [...crypto.getRandomValues(new Uint8Array(count))].map((byte) => byte % 2 === 1);
 
 /** places: at least one; they are taken in turn. */
 export function drawTrials([one, two]: readonly [Method, Method], places: readonly Stretch[], count: number): Trial[] {

@@ -28,18 +28,19 @@ export function BlindResult({ trials, answers, toCall, onAgain }: Props) {
     <>
       <h3 tabIndex={-1}>{title}</h3>
       <p>
-        Guessing gives as many right answers or more with a probability of <strong>{percentOf(score.byGuessing)}</strong>{" "}
-        (binomial).{" "}
+        Guessing gives as many right answers or more with a probability of{" "}
+        <strong>{percentOf(score.byGuessing)}</strong> (binomial).{" "}
         {score.byGuessing < 0.05
           ? "Guessing hardly explains that: the two sound different to this listener here."
           : "Guessing explains that as well: no difference was shown."}
-        {answers.length < trials.length && " The test was stopped early; a score counts only for a number of trials fixed before."}
+        {answers.length < trials.length &&
+          " The test was stopped early; a score counts only for a number of trials fixed before."}
       </p>
       <p>
-        <strong>{first.name}</strong> was called better in {first.count} of {answers.length}{" "}
-        trials, <strong>{second.name}</strong> in {second.count}, neither in {score.neither}. Were the two equally good, preferences this one-sided would come with a
-        probability of <strong>{percentOf(score.byChance)}</strong> (sign test).{" "}
-        {score.byChance < 0.05 ? `This listener prefers ${first.name} here.` : "No preference was shown."}
+        <strong>{first.name}</strong> was called better in {first.count} of {answers.length} trials,{" "}
+        <strong>{second.name}</strong> in {second.count}, neither in {score.neither}. Were the two equally good,
+        preferences this one-sided would come with a probability of <strong>{percentOf(score.byChance)}</strong> (sign
+        test). {score.byChance < 0.05 ? `This listener prefers ${first.name} here.` : "No preference was shown."}
       </p>
       <table class="trials">
         <thead>

@@ -67,7 +67,9 @@ export function BlindTest(props: Props) {
           onStop={() => setStopped(true)}
         />
       )}
-      {trials && done && <BlindResult {...{ trials, answers }} toCall={props.toCall} onAgain={() => begin(undefined)} />}
+      {trials && done && (
+        <BlindResult {...{ trials, answers }} toCall={props.toCall} onAgain={() => begin(undefined)} />
+      )}
       <button type="button" onClick={onLeave}>
         Leave the blind test
       </button>
@@ -85,13 +87,17 @@ function Setup(props: Props & { onBegin: (trials: readonly Trial[]) => void }) {
   const { methods, gaps, lost, recordings, measure, margin, transport, duration, view } = props;
   const contenders = methods.filter((m) => !isReference(m));
   const [first, setFirst] = useState((contenders.find((m) => m.id === "aiplc") ?? methods[0]!).id);
-  const [second, setSecond] = useState((methods.find((m) => m.id === "codec" && m.id !== first) ?? methods.find((m) => m.id !== first)!).id);
+  const [second, setSecond] = useState(
+    (methods.find((m) => m.id === "codec" && m.id !== first) ?? methods.find((m) => m.id !== first)!).id,
+  );
   const [count, setCount] = useState("12");
   const [where, setWhere] = useState(lost.length > 0 ? "gaps" : "view");
   const [one, two] = [first, second].map((id) => methods.find((m) => m.id === id)!) as [Method, Method];
   const places =
     where === "gaps"
-      ? orderByDifference(gaps, first, second, measure).map((gap) => around(lost[gap]!.start, lost[gap]!.end, 2 * margin, duration))
+      ? orderByDifference(gaps, first, second, measure).map((gap) =>
+          around(lost[gap]!.start, lost[gap]!.end, 2 * margin, duration),
+        )
       : [view];
   const [a, b] = [first, second].map((id) => recordings.get(id)!.peaks.pcm) as [Float32Array, Float32Array];
   const different = places.filter((place) => !identical(a, b, transport.rateHz, place));
@@ -100,27 +106,32 @@ function Setup(props: Props & { onBegin: (trials: readonly Trial[]) => void }) {
     <>
       <h3 tabIndex={-1}>Blind test</h3>
       <p>
-        Two methods hide behind A and B, anew in every trial, and one of them is X. Listen as often as you like, then say
-        which one X is and which one sounds better. Names and score come after the last trial.
+        Two methods hide behind A and B, anew in every trial, and one of them is X. Listen as often as you like, then
+        say which one X is and which one sounds better. Names and score come after the last trial.
       </p>
       <div class="controls">
         <Select label="Compare" value={first} options={methods} onChoose={setFirst} />
         <Select label="with" value={second} options={methods} onChoose={setSecond} />
-        <Select label="Listen to" value={where} options={lost.length ? kPlaces : kPlaces.slice(1)} onChoose={setWhere} />
+        <Select
+          label="Listen to"
+          value={where}
+          options={lost.length ? kPlaces : kPlaces.slice(1)}
+          onChoose={setWhere}
+        />
         <Select label="Trials" value={count} options={kTrials} onChoose={setCount} />
       </div>
       {first === second ? (
         <p role="alert">Choose two different methods.</p>
       ) : different.length === 0 ? (
         <p role="alert">
-          {nameOf(one)} and {nameOf(two)} sound the same there, sample by sample: nobody can tell them apart. Choose other
-          methods or another place.
+          {nameOf(one)} and {nameOf(two)} sound the same there, sample by sample: nobody can tell them apart. Choose
+          other methods or another place.
         </p>
       ) : (
         same > 0 && (
           <p>
-            {nameOf(one)} and {nameOf(two)} sound the same around {same} of {places.length} gaps, sample by sample; those
-            are left out.
+            {nameOf(one)} and {nameOf(two)} sound the same around {same} of {places.length} gaps, sample by sample;
+            those are left out.
           </p>
         )
       )}
@@ -187,7 +198,13 @@ function Listening({ trials, number, transport, onAnswer, onStop }: ListeningPro
           <p>Hear</p>
           <div class="segments large" role="group" aria-label="Heard now">
             {(["A", "B", "X"] as const).map((letter, i) => (
-              <button type="button" key={letter} aria-pressed={letter === heard} aria-keyshortcuts={String(i + 1)} onClick={() => hear(letter)}>
+              <button
+                type="button"
+                key={letter}
+                aria-pressed={letter === heard}
+                aria-keyshortcuts={String(i + 1)}
+                onClick={() => hear(letter)}
+              >
                 {letter} <kbd>{i + 1}</kbd>
               </button>
             ))}

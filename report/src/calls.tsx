@@ -23,7 +23,10 @@ export function Calls({ report, loss, kind, dark, onLoss }: Props) {
   const files = report.files.filter((f) => f.loss === loss);
   const [name, setName] = useState(() => widestCall(report, files)?.name ?? "");
   const file = files.find((f) => f.name === name) ?? files[0];
-  const options = files.map((f) => ({ id: f.name, name: f.name + (f.audio ? (f.excerpts ? " (excerpts)" : "") : " (figures only)") }));
+  const options = files.map((f) => ({
+    id: f.name,
+    name: f.name + (f.audio ? (f.excerpts ? " (excerpts)" : "") : " (figures only)"),
+  }));
   const step = (by: number) => setName(files[(files.indexOf(file!) + by + files.length) % files.length]!.name);
   return (
     <section aria-labelledby="calls-title">
@@ -63,16 +66,18 @@ function Call({ report, file, kind, dark }: { report: Report; file: CallFile; ki
   return (
     <>
       <p class="note">
-        {seconds.toFixed(1)} s, {file.gaps.length} {file.gaps.length === 1 ? "gap" : "gaps"}: {lostFrames} of {file.frames}{" "}
-        frames lost ({((100 * lostFrames) / Math.max(1, file.frames)).toFixed(1)} %)
+        {seconds.toFixed(1)} s, {file.gaps.length} {file.gaps.length === 1 ? "gap" : "gaps"}: {lostFrames} of{" "}
+        {file.frames} frames lost ({((100 * lostFrames) / Math.max(1, file.frames)).toFixed(1)} %)
         {file.audio && (
           <>
             , marked <span class="lost-sample" />
           </>
         )}
         .
-        {!file.audio && " The recordings of this call were left out of the report to keep it small; its figures are here."}
-        {file.excerpts && ` The report keeps excerpts of the recordings, ${kept.toFixed(1)} s around the worst gaps and typical ones.`}
+        {!file.audio &&
+          " The recordings of this call were left out of the report to keep it small; its figures are here."}
+        {file.excerpts &&
+          ` The report keeps excerpts of the recordings, ${kept.toFixed(1)} s around the worst gaps and typical ones.`}
         {(!file.audio || file.excerpts) &&
           report.audioNeededMb !== undefined &&
           ` With --audio-limit ${report.audioNeededMb} it keeps all of them.`}

@@ -4,7 +4,16 @@
 import { type ComponentChildren } from "preact";
 import { decimalsFor, direction, number, showsNothing, signed, type Standing, standings, withUnit } from "./figures";
 import { MethodName } from "./method_style";
-import { type Difference, type Figure, isBaseline, isReference, isShare, type Measure, type Method, nameOf } from "./report";
+import {
+  type Difference,
+  type Figure,
+  isBaseline,
+  isReference,
+  isShare,
+  type Measure,
+  type Method,
+  nameOf,
+} from "./report";
 import { SourceSwatch } from "./source_swatch";
 
 interface Props {
@@ -161,7 +170,9 @@ function FigureCell({ figure, standing, unit, decimals, scale, difference }: Cel
       {scale && (
         <svg class="whisker" viewBox="-2 0 104 6" preserveAspectRatio="none" aria-hidden="true">
           <line class="rail" x1="0" x2="100" y1="3" y2="3" />
-          {hasInterval && <line class="span" x1={scale(low)} x2={Math.max(scale(high), scale(low) + 1)} y1="3" y2="3" />}
+          {hasInterval && (
+            <line class="span" x1={scale(low)} x2={Math.max(scale(high), scale(low) + 1)} y1="3" y2="3" />
+          )}
           <line class="point" x1={scale(value)} x2={scale(value)} y1="0" y2="6" />
         </svg>
       )}
@@ -173,7 +184,8 @@ function FigureCell({ figure, standing, unit, decimals, scale, difference }: Cel
 function VersusCodec({ difference, decimals }: { difference: Difference; decimals: number }) {
   const { value, low, high } = difference;
   const nothing = showsNothing(difference);
-  const interval = low == null || high == null ? "" : `, interval ${signed(low, decimals)} to ${signed(high, decimals)}`;
+  const interval =
+    low == null || high == null ? "" : `, interval ${signed(low, decimals)} to ${signed(high, decimals)}`;
   return (
     <small class="versus" title={`Difference from the codec ${signed(value, decimals)}${interval}`}>
       <span aria-hidden="true">Δ </span>

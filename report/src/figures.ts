@@ -24,7 +24,8 @@ export function standings(figures: ReadonlyMap<string, Figure>, better: string |
 }
 
 /** Whether the interval of a difference includes none. Without an interval nothing is shown either. */
-export const showsNothing = ({ low, high }: Difference): boolean => low == null || high == null || (low <= 0 && high >= 0);
+export const showsNothing = ({ low, high }: Difference): boolean =>
+  low == null || high == null || (low <= 0 && high >= 0);
 
 /** Against the codec by the interval of the paired difference, else where the two 95 % intervals do not overlap. */
 function toldApart(a: Figure, b: Figure): boolean {

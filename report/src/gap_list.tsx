@@ -51,9 +51,24 @@ export function GapList(props: Props) {
         {gaps.length < count && " have sound"}
       </h3>
       <div class="controls">
-        <Select label="Order" value={ranking.sort} options={kSorts} onChoose={(sort) => onRank({ ...ranking, sort: sort as GapSort })} />
-        <Select label="Method" value={ranking.method} options={methods} onChoose={(method) => onRank({ ...ranking, method })} />
-        <Select label="Measure" value={ranking.measure} options={measures} onChoose={(id) => onRank({ ...ranking, measure: id })} />
+        <Select
+          label="Order"
+          value={ranking.sort}
+          options={kSorts}
+          onChoose={(sort) => onRank({ ...ranking, sort: sort as GapSort })}
+        />
+        <Select
+          label="Method"
+          value={ranking.method}
+          options={methods}
+          onChoose={(method) => onRank({ ...ranking, method })}
+        />
+        <Select
+          label="Measure"
+          value={ranking.measure}
+          options={measures}
+          onChoose={(id) => onRank({ ...ranking, measure: id })}
+        />
       </div>
       <div class="gap-rows">
         <table>
@@ -124,7 +139,17 @@ function GapRow(props: Props & { index: number; unit: string | undefined; range:
 }
 
 /** The scores of all methods as dots on one scale. */
-function ScoreStrip({ gap, methods, measure, range }: { gap: Gap; methods: readonly Method[]; measure: string; range: Range }) {
+function ScoreStrip({
+  gap,
+  methods,
+  measure,
+  range,
+}: {
+  gap: Gap;
+  methods: readonly Method[];
+  measure: string;
+  range: Range;
+}) {
   const [low, high] = range;
   const x = (score: number) => 5 + (80 * (score - low)) / Math.max(high - low, 1e-9);
   return (

@@ -105,7 +105,11 @@ function LossPlot({ measure, methods, axis, rows, dark }: PlotProps) {
     const { options, data } = plotOf(methods, axis, found);
     const size = () => ({ width: element.clientWidth, height: 190 });
     const plot = new uPlot(
-      { ...options, ...size(), hooks: { ...options.hooks, setCursor: [(u) => setReadout(readoutAt(u, methods, axis))] } },
+      {
+        ...options,
+        ...size(),
+        hooks: { ...options.hooks, setCursor: [(u) => setReadout(readoutAt(u, methods, axis))] },
+      },
       data,
       element,
     );
@@ -167,9 +171,19 @@ function plotOf(methods: readonly Method[], axis: Axis, found: readonly Row[]) {
     const at = axis.losses.map((loss) => found.find((r) => r.method === id && r.loss === loss.id));
     const stroke = colour(methodColour(methods, id));
     const first = data.length;
-    data.push(at.map((r) => r?.value ?? null), at.map((r) => r?.low ?? null), at.map((r) => r?.high ?? null));
+    data.push(
+      at.map((r) => r?.value ?? null),
+      at.map((r) => r?.low ?? null),
+      at.map((r) => r?.high ?? null),
+    );
     series.push(
-      { stroke, width: 2, dash: methodDash(methods, id), points: { show: true, size: 6, fill: stroke }, spanGaps: true },
+      {
+        stroke,
+        width: 2,
+        dash: methodDash(methods, id),
+        points: { show: true, size: 6, fill: stroke },
+        spanGaps: true,
+      },
       { stroke: "transparent", points: { show: false } },
       { stroke: "transparent", points: { show: false } },
     );
@@ -184,7 +198,10 @@ function plotOf(methods: readonly Method[], axis: Axis, found: readonly Row[]) {
     bands,
     legend: { show: false },
     cursor: { y: false, drag: { x: false, y: false }, points: { show: false } },
-    scales: { x: { time: false, range: () => [x[0]! - margin, x.at(-1)! + margin] }, y: { range: (_, low, high) => heights(low, high) } },
+    scales: {
+      x: { time: false, range: () => [x[0]! - margin, x.at(-1)! + margin] },
+      y: { range: (_, low, high) => heights(low, high) },
+    },
     axes: [
       {
         stroke: ink,
@@ -199,7 +216,14 @@ function plotOf(methods: readonly Method[], axis: Axis, found: readonly Row[]) {
     ],
     hooks: {
       drawAxes: [(plot) => drawCovered(plot, methods)],
-      draw: [(plot) => drawWhiskers(plot, methods, bands.map((b) => b.series[1] - 1))],
+      draw: [
+        (plot) =>
+          drawWhiskers(
+            plot,
+            methods,
+            bands.map((b) => b.series[1] - 1),
+          ),
+      ],
     },
   };
   return { options, data };

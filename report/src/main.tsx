@@ -49,8 +49,8 @@ function Verdict({ report }: { report: Report }) {
     <p class="verdict">
       <strong>{found.lead}</strong> {found.detail}{" "}
       <small>
-        Measured over: {nameOf(report.kinds.find((k) => k.id === kind)!)}. Better or worse means that the 95 % interval of
-        the difference excludes 0.
+        Measured over: {nameOf(report.kinds.find((k) => k.id === kind)!)}. Better or worse means that the 95 % interval
+        of the difference excludes 0.
       </small>
     </p>
   );
@@ -79,7 +79,12 @@ function Summary({ report, loss, kind, onLoss, onKind }: SummaryProps) {
         <Select label="Loss" value={loss} options={report.losses} onChoose={onLoss} />
         <Select label="Measured over" value={kind} options={report.kinds} onChoose={onKind} />
       </div>
-      <FigureTable caption={caption} methods={report.methods} measures={report.measures.filter((m) => !isShare(m))} figures={figures} />
+      <FigureTable
+        caption={caption}
+        methods={report.methods}
+        measures={report.measures.filter((m) => !isShare(m))}
+        figures={figures}
+      />
       <p class="note">
         <b class="mark">★</b> best. <b class="mark">≈</b> shares the first place: against the codec the interval of the
         difference includes 0, between other methods the intervals overlap. <b>Δ</b> difference from the codec;{" "}
@@ -124,7 +129,9 @@ function fullestKind(report: Report): string {
 
 function when(created: string): string {
   const date = new Date(created);
-  return Number.isNaN(date.getTime()) ? created : date.toLocaleString("en-GB", { dateStyle: "long", timeStyle: "short" });
+  return Number.isNaN(date.getTime())
+    ? created
+    : date.toLocaleString("en-GB", { dateStyle: "long", timeStyle: "short" });
 }
 
 function About({ report }: { report: Report }) {

@@ -2,7 +2,7 @@
 // One colour, dash and number per method, the same everywhere on the page.
 import { type Method, nameOf } from "./report";
 
-/** The colours are in page.css; told apart with any colour vision, and by dash and key number without colours. */
+/** The colours are in style/colours.css; told apart with any colour vision, and by dash and key number without colours. */
 const kKnown = ["silence", "codec", "neural", "enhanced", "aiplc", "ideal"];
 const kDashes: readonly number[][] = [[2, 3], [7, 3], [7, 3, 2, 3], [7, 3, 2, 3, 2, 3], [], [12, 4]];
 

@@ -62,13 +62,23 @@ function Choices(props: Props) {
         ))}
       </div>
       <div class="segments" role="group" aria-label="Gap">
-        <button type="button" aria-label="Previous gap of the list" aria-keyshortcuts="P" onClick={() => props.onStepGap(-1)}>
+        <button
+          type="button"
+          aria-label="Previous gap of the list"
+          aria-keyshortcuts="P"
+          onClick={() => props.onStepGap(-1)}
+        >
           ‹
         </button>
         <button type="button" aria-pressed={props.looping} aria-keyshortcuts="L" onClick={props.onLoop}>
           Loop gap
         </button>
-        <button type="button" aria-label="Next gap of the list" aria-keyshortcuts="N" onClick={() => props.onStepGap(1)}>
+        <button
+          type="button"
+          aria-label="Next gap of the list"
+          aria-keyshortcuts="N"
+          onClick={() => props.onStepGap(1)}
+        >
           ›
         </button>
       </div>

@@ -6,7 +6,8 @@ export type Shortcuts = Readonly<Record<string, (event: KeyboardEvent) => void>>
 
 let enabled = true;
 
-const takesText = (element: Element | null): boolean => !!element?.closest("select, textarea, input, [contenteditable]");
+const takesText = (element: Element | null): boolean =>
+  !!element?.closest("select, textarea, input, [contenteditable]");
 const takesSpace = (element: Element | null): boolean => !!element?.closest("button, a, summary");
 
 /** Handlers by KeyboardEvent.key, letters in lower case. */
@@ -70,9 +71,7 @@ export function ShortcutHelp({ methods }: { methods: number }) {
         <dl>
           {helpOf(methods).map(([keys, what]) => (
             <div key={keys}>
-              <dt>
-                {keys.split(" ").map((k) => (k === "–" ? " – " : <kbd key={k}>{k}</kbd>))}
-              </dt>
+              <dt>{keys.split(" ").map((k) => (k === "–" ? " – " : <kbd key={k}>{k}</kbd>))}</dt>
               <dd>{what}</dd>
             </div>
           ))}

@@ -36,7 +36,15 @@ export function callSources(file: CallFile, names: readonly Measure[]): { measur
   };
 }
 
-function SourceBar({ method, measures, figures }: { method: Method; measures: readonly Measure[]; figures: readonly Figure[] }) {
+function SourceBar({
+  method,
+  measures,
+  figures,
+}: {
+  method: Method;
+  measures: readonly Measure[];
+  figures: readonly Figure[];
+}) {
   const total = figures.reduce((sum, f) => sum + f.value, 0);
   const parts = measures.flatMap((measure) => {
     const percent = (100 * (figures.find((f) => f.measure === measure.id)?.value ?? 0)) / Math.max(total, 1e-9);

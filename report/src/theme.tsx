@@ -50,6 +50,6 @@ export function ThemeSwitch({ choice, choose }: { choice: Choice; choose: (choic
   );
 }
 
-/** The value of a colour of page.css in the present theme. */
+/** The value of a colour of style/colours.css in the present theme. */
 export const colour = (name: string): string =>
   getComputedStyle(document.documentElement).getPropertyValue(name).trim();

@@ -104,8 +104,7 @@ export class Transport {
   select(method: string): void {
     this.#method = method;
     const now = this.#context?.currentTime ?? 0;
-    for (const [id, gain] of this.#deck?.gains ?? [])
-      gain.gain.setTargetAtTime(id === method ? 1 : 0, now, kFade);
+    for (const [id, gain] of this.#deck?.gains ?? []) gain.gain.setTargetAtTime(id === method ? 1 : 0, now, kFade);
     this.onChange();
   }
 

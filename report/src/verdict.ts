@@ -2,7 +2,17 @@
 // How the method of interest stands against the codec, and where the two differ most.
 import { showsNothing } from "./figures";
 import { difference, orderByDifference } from "./gap_order";
-import { type CallFile, isBaseline, isReference, isShare, type Loss, type Measure, type Method, nameOf, type Report } from "./report";
+import {
+  type CallFile,
+  isBaseline,
+  isReference,
+  isShare,
+  type Loss,
+  type Measure,
+  type Method,
+  nameOf,
+  type Report,
+} from "./report";
 
 /** aiplc where it was played, else the first method that was measured against the codec. */
 export const subjectOf = (methods: readonly Method[]): Method | undefined =>
@@ -47,7 +57,8 @@ function verdictOfOne(name: string, { loss, measures, better, worse }: Compariso
   const open = measures - better.length - worse.length;
   return {
     lead: `At ${nameOf(loss)}, ${name} is ${parts.join(", ") || "not told apart from the codec in any measure"}.`,
-    detail: parts.length && open ? `${open === 1 ? "One measure does" : `${open} measures do`} not tell the two apart.` : "",
+    detail:
+      parts.length && open ? `${open === 1 ? "One measure does" : `${open} measures do`} not tell the two apart.` : "",
   };
 }
 
@@ -81,13 +92,20 @@ export function widestLoss(report: Report, kind: string): string {
   const heard = report.losses.filter((l) => report.files.some((f) => f.loss === l.id && f.audio));
   const losses = heard.length > 0 ? heard : report.losses;
   const shown = report.figures.filter(
-    (f) => f.method === subject && f.kind === kind && f.vsCodec && !showsNothing(f.vsCodec) && losses.some((l) => l.id === f.loss),
+    (f) =>
+      f.method === subject &&
+      f.kind === kind &&
+      f.vsCodec &&
+      !showsNothing(f.vsCodec) &&
+      losses.some((l) => l.id === f.loss),
   );
   const greatest = new Map<string, number>();
   for (const { measure, vsCodec } of shown)
     greatest.set(measure, Math.max(greatest.get(measure) ?? 0, Math.abs(vsCodec!.value)));
   const width = (loss: Loss) =>
-    shown.filter((f) => f.loss === loss.id).reduce((sum, f) => sum + Math.abs(f.vsCodec!.value) / greatest.get(f.measure)!, 0);
+    shown
+      .filter((f) => f.loss === loss.id)
+      .reduce((sum, f) => sum + Math.abs(f.vsCodec!.value) / greatest.get(f.measure)!, 0);
   return losses.reduce((best, loss) => (width(loss) > width(best) ? loss : best)).id;
 }
 

@@ -45,7 +45,13 @@ test("overlapping intervals are ties, and digits end where the interval begins",
   // Against the codec the paired difference counts, although the intervals overlap.
   const paired = (low, high) => {
     const one = { method: "codec", ...figure(8.3, 8, 8.7) };
-    return marks("lower", new Map([["codec", one], ["aiplc", { ...figure(8.1, 7.7, 8.5), vsCodec: { value: -0.2, low, high } }]]));
+    return marks(
+      "lower",
+      new Map([
+        ["codec", one],
+        ["aiplc", { ...figure(8.1, 7.7, 8.5), vsCodec: { value: -0.2, low, high } }],
+      ]),
+    );
   };
   assert.deepEqual(paired(-0.3, -0.1), { codec: "behind", aiplc: "best" });
   assert.deepEqual(paired(-0.5, 0.1), { codec: "tied", aiplc: "tied" });
@@ -93,7 +99,10 @@ test("peaks are those of the samples, and rounded to blocks only where many shar
 
 test("the verdict counts losses by the measures whose interval excludes zero", async () => {
   const { verdict, widestLoss } = await load("verdict");
-  const measures = [{ id: "m", name: "M", better: "lower" }, { id: "h", name: "H", better: "higher" }];
+  const measures = [
+    { id: "m", name: "M", better: "lower" },
+    { id: "h", name: "H", better: "higher" },
+  ];
   const report = (...losses) => ({
     methods: ["codec", "aiplc"].map((id) => ({ id })),
     losses: losses.map((_, i) => ({ id: `loss${i}` })),
@@ -113,8 +122,14 @@ test("the verdict counts losses by the measures whose interval excludes zero", a
     "At 1 it is better in some measures and worse in others. Worse: H, M. At 1 no measure tells the two apart.",
   );
   assert.equal(widestLoss(many, "call"), "loss0"); // 2/3 + 3/3; then 3/3 + 2/3, which comes later
-  assert.equal(verdict(report([-2, -2]), "call").lead, "At loss0, aiplc is better than the codec in 1 of 2 measures, worse in 1 (H).");
-  assert.equal(verdict(report([0.5, 0]), "call").lead, "At loss0, aiplc is not told apart from the codec in any measure.");
+  assert.equal(
+    verdict(report([-2, -2]), "call").lead,
+    "At loss0, aiplc is better than the codec in 1 of 2 measures, worse in 1 (H).",
+  );
+  assert.equal(
+    verdict(report([0.5, 0]), "call").lead,
+    "At loss0, aiplc is not told apart from the codec in any measure.",
+  );
   assert.equal(verdict({ ...many, figures: [] }, "call"), undefined);
 });
 

@@ -46,7 +46,10 @@ function audio() {
 export function cutToExcerpts(data) {
   const file = data.files[0];
   const at = (i) => amplitudeAt(i < kRate ? 3.8 + i / kRate : 6.8 + i / kRate - 1);
-  file.excerpts = [{ first: 190, frames: 50 }, { first: 340, frames: 50 }];
+  file.excerpts = [
+    { first: 190, frames: 50 },
+    { first: 340, frames: 50 },
+  ];
   file.gaps = [...file.gaps, { first: 385, frames: 5, scores: { aiplc: { lsd: 1 }, codec: { lsd: 30 } } }]; // to the very end
   file.audio = { aiplc: wavAddress(Float32Array.from({ length: 2 * kRate }, (_, i) => at(i))) };
   data.audioNeededMb = 57.5;
@@ -80,7 +83,11 @@ const figures = (loss, kind, plus) =>
     return { loss, kind, method, measure: "lsd", ...moved, count: 312, vsCodec: vsCodec[method] };
   });
 
-const sourceNames = { decoded: "Frames decoded", secondLook: "Single lost frames by the network", codec: "By the codec" };
+const sourceNames = {
+  decoded: "Frames decoded",
+  secondLook: "Single lost frames by the network",
+  codec: "By the codec",
+};
 /** Of 500 frames. */
 const sources = {
   codec: { decoded: 490, codec: 10 },
@@ -124,7 +131,10 @@ export function makeReport() {
       { id: "estoi", name: "Intelligibility", unit: "", better: "higher" },
       ...Object.entries(sourceNames).map(([id, name]) => ({ id: `share.${id}`, name, unit: "%", better: "none" })),
     ],
-    kinds: [{ id: "gap1", name: "1 frame" }, { id: "call", name: "whole call" }],
+    kinds: [
+      { id: "gap1", name: "1 frame" },
+      { id: "call", name: "whole call" },
+    ],
     figures: [
       ...figures("loss5", "gap1", 0),
       ...figures("loss10", "gap1", 3),

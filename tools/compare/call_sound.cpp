@@ -2,11 +2,14 @@
 
 #include "tools/compare/call_sound.h"
 
+#include <nlohmann/json.hpp>
+#include <utility>
 #include <vector>
 
 #include "tools/compare/call_excerpts.h"
 #include "tools/compare/compare_method.h"
 #include "tools/compare/flac_audio.h"
+#include "tools/compare/json_stream.h"
 #include "tools/shell/interrupt.h"
 
 namespace aiplc::tools {
@@ -25,47 +28,37 @@ std::vector<int16_t> Cut(const CallRecording &recording, const std::vector<Excer
     return samples;
 }
 
-// The text of the members, and its length. A text longer than the limit is measured but not kept.
-struct Members {
+// A JSON object as text, and its length. A text longer than the limit is measured but not kept.
+struct SoundText {
     std::string text;
     int64_t bytes = 0;
-
-    void Add(const std::string &part, int64_t limit) {
-        bytes += static_cast<int64_t>(part.size());
-        if (bytes <= limit) {
-            text += part;
-        } else {
-            text = {};
-        }
-    }
 };
 
 // excerpts: null for the whole call.
-Members Encode(std::span<const CallRecording> recordings, const std::vector<Excerpt> *excerpts,
-               int sampleRate, int64_t limit) {
-    Members members;
+SoundText Encode(std::span<const CallRecording> recordings, const std::vector<Excerpt> *excerpts,
+                 int sampleRate, int64_t limit) {
+    nlohmann::ordered_json json;
     if (excerpts != nullptr) {
-        std::string list;
-        for (const Excerpt &excerpt : *excerpts) {
-            list += (list.empty() ? "" : ",") + std::string("{\"first\":") +
-                    std::to_string(excerpt.first) +
-                    ",\"frames\":" + std::to_string(excerpt.frames) + "}";
-        }
-        members.Add(",\"excerpts\":[" + list + "]", limit);
+        for (const Excerpt &excerpt : *excerpts)
+            json["excerpts"].push_back({{"first", excerpt.first}, {"frames", excerpt.frames}});
     }
-    members.Add(",\"audio\":{", limit);
+    for (size_t method = 0; method < recordings.size(); ++method)
+        json["audio"][CompareMethods()[method].name] = "";
+    // Addresses need no escapes: each adds as many bytes as it has.
+    auto bytes = static_cast<int64_t>(JsonText(json).size());
     for (size_t method = 0; method < recordings.size(); ++method) {
         ThrowIfInterrupted();
         const CallRecording &recording = recordings[method];
-        const std::string url = excerpts != nullptr
-                                    ? FlacDataUrl(Cut(recording, *excerpts), sampleRate)
-                                    : FlacDataUrl(recording.samples, sampleRate);
-        members.Add((method == 0 ? "\"" : ",\"") + std::string(CompareMethods()[method].name) +
-                        "\":\"" + url + "\"",
-                    limit);
+        std::string url = excerpts != nullptr ? FlacDataUrl(Cut(recording, *excerpts), sampleRate)
+                                              : FlacDataUrl(recording.samples, sampleRate);
+        bytes += static_cast<int64_t>(url.size());
+        if (bytes <= limit) {
+            json["audio"][CompareMethods()[method].name] = std::move(url);
+        } else {
+            json = {};
+        }
     }
-    members.Add("}", limit);
-    return members;
+    return {bytes <= limit ? JsonText(json) : std::string(), bytes};
 }
 
 // As many excerpts as fit; sound that is harder to encode than the call as a whole takes more
@@ -79,9 +72,9 @@ std::string EncodeExcerpts(std::span<const CallRecording> recordings, const Call
         const std::vector<Excerpt> excerpts = ChooseExcerpts(
             scores, MethodIndex(CompareMethod::Id::aiplc), frames, static_cast<int64_t>(budget));
         if (excerpts.empty()) break;
-        Members members = Encode(recordings, &excerpts, sampleRate, limit);
-        if (members.bytes <= limit) return std::move(members.text);
-        budget *= 0.9 * static_cast<double>(limit) / static_cast<double>(members.bytes);
+        SoundText sound = Encode(recordings, &excerpts, sampleRate, limit);
+        if (sound.bytes <= limit) return std::move(sound.text);
+        budget *= 0.9 * static_cast<double>(limit) / static_cast<double>(sound.bytes);
     }
     return {};
 }
@@ -90,7 +83,7 @@ std::string EncodeExcerpts(std::span<const CallRecording> recordings, const Call
 
 CallSound EncodeSound(std::span<const CallRecording> recordings, const CallScores &scores,
                       int sampleRate, const SoundLimits &limits) {
-    Members whole = Encode(recordings, nullptr, sampleRate, limits.all);
+    SoundText whole = Encode(recordings, nullptr, sampleRate, limits.all);
     CallSound sound;
     sound.whole = std::move(whole.text);
     sound.wholeBytes = whole.bytes;

@@ -18,8 +18,8 @@ struct SoundLimits {
     int64_t call = 0;  // the equal share of each call
 };
 
-// The sound of a call by all methods: members of the call's entry in the report, each text with its
-// leading comma.
+// The sound of a call by all methods, as JSON objects whose members go into the call's entry in the
+// report: "audio" and, of excerpts, "excerpts".
 struct CallSound {
     std::string whole;       // empty: alone larger than all sound may be
     std::string excerpts;    // at most the call's share; empty where the whole call is, too

@@ -5,8 +5,8 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/input/encoding_options.h"
+#include "tools/loss/loss_options.h"
 #include "tools/play/receiving_options.h"
-#include "tools/shell/number_check.h"
 
 namespace aiplc::tools {
 namespace {
@@ -46,32 +46,6 @@ Examples:
 Exit code: 0 done, 1 failed, 2 wrong usage, 3 a gate of --fail-if holds (reports are
 written), 130 interrupted.)";
 
-void AddGrid(CLI::App &app, CompareOptions &options) {
-    app.option_defaults()->group("Loss");
-    app.add_option("--loss", options.losses.percents,
-                   "percent of packets to lose, 0 to below 100, or several: 5,10,20")
-        ->delimiter(',')
-        ->allow_extra_args(false)
-        ->check(IsNumber("percentages from 0 to below 100, such as 10 or 5,10,20"))
-        ->type_name("PERCENT");
-    app.add_option("--burst", options.losses.meanBursts,
-                   "mean length of a loss in packets, or several (independent losses)")
-        ->delimiter(',')
-        ->allow_extra_args(false)
-        ->check(CLI::Range(1.0, 1e6).description(""))
-        ->type_name("MEAN");
-    app.add_option("--seed", options.losses.seed, "of the losses; file number n gets seed + n (1)")
-        ->check(IsWholeNumber("0 or more"))
-        ->type_name("N");
-    app.add_option("--loss-trace", options.losses.tracePaths,
-                   "file of 0 (received) and 1 (lost), one per packet; may be repeated")
-        ->allow_extra_args(false)
-        ->type_name("FILE");
-    app.add_option("--trace", options.losses.tracePaths, "as --loss-trace")
-        ->allow_extra_args(false)
-        ->group("");
-}
-
 void AddReports(CLI::App &app, CompareOptions &options) {
     app.option_defaults()->group("Reports");
     app.add_flag("--kinds", options.showKinds, "figures by kind of gap in all tables");
@@ -100,15 +74,12 @@ CLI::App *AddCompare(CLI::App &program, CompareOptions &options) {
     app->add_option("FILE", options.inputs, "calls, or speech to make some of")
         ->required()
         ->type_name("");
-    app->add_option("--rate", options.sampleRate, "of processing and sound, 16 or 48 kHz (16)")
-        ->transform(CLI::Validator(TakeRate, ""))
-        ->type_name("KHZ");
+    AddRate(*app, options.sampleRate, "of processing and sound, 16 or 48 kHz (16)");
     app->add_option("-j,--jobs", options.jobs, "calls played at a time (one per processor)")
         ->check(CLI::Range(1, kMaxJobs).description(""))
         ->type_name("N");
-    app->add_flag("-q,--quiet", options.quiet, "no progress bar, no warnings");
-    app->add_flag("-v,--verbose", options.verbose, "the library's log lines on stderr");
-    AddGrid(*app, options);
+    AddMessages(*app, options, "no progress bar, no warnings");
+    AddLoss(*app, options.losses);
     AddReports(*app, options);
     AddReceiving(*app, options.receiving, "the decoder of aiplc and, from 6 on, of enhanced");
     AddEncoding(*app, options.encoding);

@@ -1,26 +1,20 @@
 // SPDX-License-Identifier: BSD-2-Clause
 
-#include <array>
 #include <cmath>
-#include <cstdio>
 #include <initializer_list>
+#include <optional>
 #include <string_view>
 #include <utility>
 
 #include "tools/compare/compare_format.h"
 #include "tools/compare/compare_method.h"
+#include "tools/shell/number_text.h"
 
 namespace aiplc::tools {
 namespace {
 
-std::string Number(double value) {
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%.6g", value);
-    return text.data();
-}
-
-std::string Number(const std::optional<double> &value) {
-    return value ? Number(*value) : std::string();
+std::string OptionalText(const std::optional<double> &value) {
+    return value ? NumberText(*value) : std::string();
 }
 
 std::string Quoted(const std::string &text) {
@@ -55,10 +49,11 @@ std::string FigureRows(const std::string &scope, const std::string &file, const 
         const measure::Estimate &estimate = figure.estimate;
         const auto difference = figure.versusCodec.value_or(measure::Estimate{});
         AddRow(rows, {scope, name, loss, CompareMethods()[figure.method].name, Info(figure.kind).id,
-                      Info(figure.measure).id, "", "", Number(estimate.value), Number(estimate.low),
-                      Number(estimate.high), Number(std::round(estimate.count)),
-                      figure.versusCodec ? Number(difference.value) : std::string(),
-                      Number(difference.low), Number(difference.high)});
+                      Info(figure.measure).id, "", "", NumberText(estimate.value),
+                      OptionalText(estimate.low), OptionalText(estimate.high),
+                      NumberText(std::round(estimate.count)),
+                      figure.versusCodec ? NumberText(difference.value) : std::string(),
+                      OptionalText(difference.low), OptionalText(difference.high)});
     }
     return rows;
 }
@@ -72,9 +67,9 @@ std::string GapRows(const std::string &file, const std::string &loss, const Call
         const auto add = [&](size_t method, const char *kind, CompareMeasure measure,
                              const measure::Term &term) {
             if (term.count <= 0.0) return;
-            AddRow(rows,
-                   {"gap", name, loss, CompareMethods()[method].name, kind, Info(measure).id, first,
-                    frames, Number(term.sum / term.count), "", "", Number(term.count), "", "", ""});
+            AddRow(rows, {"gap", name, loss, CompareMethods()[method].name, kind, Info(measure).id,
+                          first, frames, NumberText(term.sum / term.count), "", "",
+                          NumberText(term.count), "", "", ""});
         };
         for (size_t method = 0; method < gap.methods.size(); ++method) {
             const GapTerms &terms = gap.methods[method];

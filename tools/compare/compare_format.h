@@ -3,6 +3,7 @@
 #ifndef AIPLC_TOOLS_COMPARE_FORMAT_H
 #define AIPLC_TOOLS_COMPARE_FORMAT_H
 
+#include <nlohmann/json_fwd.hpp>
 #include <span>
 #include <string>
 #include <vector>
@@ -16,18 +17,19 @@
 
 namespace aiplc::tools {
 
-// Pieces of the JSON report, which docs/measures.md describes; UTF-8, without white space
-// that means anything.
+// Pieces of the JSON report, which docs/measures.md describes.
 
-// Everything that is known before the first call is played, up to where "files" begins.
-std::string ReportHead(const CompareOptions &options, std::span<const MethodSetup> setups,
-                       const std::vector<LossCondition> &losses, ResampledUnit unit);
-// One member of "files", without the closing brace, so that its audio may follow.
-std::string FileEntryJson(const std::string &name, const std::string &loss,
-                          std::span<const CallRecording> recordings, const CallScores &scores,
-                          std::span<const CompareFigure> figures);
-// The figures of one loss over all files as array members with commas between them.
-std::string FiguresJson(const std::string &loss, std::span<const CompareFigure> figures);
+// The members that are known before the first call is played: all but "files" and "figures".
+nlohmann::ordered_json ReportHead(const CompareOptions &options,
+                                  std::span<const MethodSetup> setups,
+                                  const std::vector<LossCondition> &losses, ResampledUnit unit);
+// One item of "files", without its sound.
+nlohmann::ordered_json FileEntry(const std::string &name, const std::string &loss,
+                                 std::span<const CallRecording> recordings,
+                                 const CallScores &scores, std::span<const CompareFigure> figures);
+// The items of "figures" for one loss over all files.
+std::vector<nlohmann::ordered_json> FigureEntries(const std::string &loss,
+                                                  std::span<const CompareFigure> figures);
 
 // The rows of the CSV file, each with its line feed; RFC 4180 with line feeds.
 std::string CsvHeader();

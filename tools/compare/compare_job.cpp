@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
 #include <span>
@@ -12,6 +13,7 @@
 #include "tools/compare/compare_figures.h"
 #include "tools/compare/compare_format.h"
 #include "tools/compare/compare_method.h"
+#include "tools/compare/json_stream.h"
 #include "tools/input/call_loader.h"
 #include "tools/loss/packet_losses.h"
 #include "tools/play/call_recording.h"
@@ -190,7 +192,7 @@ CompareResult RunCompareJob(const CompareJob &job, const CompareOptions &options
     ThrowIfInterrupted();
     const std::vector<CompareFigure> figures =
         MakeFigures({&result.scores, 1}, ResampledUnit::gaps);
-    result.entry = FileEntryJson(job.name, job.loss->id, recordings, result.scores, figures);
+    result.entry = JsonText(FileEntry(job.name, job.loss->id, recordings, result.scores, figures));
     result.rows = FigureRows("file", job.name, job.loss->id, figures) +
                   GapRows(job.name, job.loss->id, result.scores);
     if (limits.all > 0)

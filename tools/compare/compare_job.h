@@ -28,7 +28,7 @@ struct CompareJob {
 // The outcome of a job. The recordings themselves are not part of it.
 struct CompareResult {
     CallScores scores;
-    std::string entry;  // of the report's "files": JSON without the closing brace
+    std::string entry;  // of the report's "files": a JSON object, without sound
     std::string rows;   // of the CSV file
     CallSound sound;    // no text where no sound is wanted
     std::string notes;  // about the input, each with a line break behind it

@@ -4,14 +4,13 @@
 
 #include <array>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <nlohmann/json.hpp>
 
 #include "tools/compare/compare_format.h"
 #include "tools/compare/compare_method.h"
 #include "tools/play/model_facts.h"
+#include "tools/shell/number_text.h"
 
 namespace aiplc::tools {
 namespace {
@@ -20,14 +19,7 @@ using Json = nlohmann::ordered_json;
 
 // Six digits: what follows is noise.
 double Rounded(double value) {
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%.6g", value);
-    return std::strtod(text.data(), nullptr);
-}
-
-std::string Dump(const Json &json) {
-    // A file name may hold bytes that are no UTF-8; those become U+FFFD.
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return ParseNumber(NumberText(value, 6)).value_or(value);
 }
 
 void PutInterval(Json &json, const measure::Estimate &estimate) {
@@ -131,8 +123,8 @@ Json SourcesJson(const CallRecording &recording) {
 
 }  // namespace
 
-std::string ReportHead(const CompareOptions &options, std::span<const MethodSetup> setups,
-                       const std::vector<LossCondition> &losses, ResampledUnit unit) {
+Json ReportHead(const CompareOptions &options, std::span<const MethodSetup> setups,
+                const std::vector<LossCondition> &losses, ResampledUnit unit) {
     Json json;
     json["format"] = "aiplc-compare-1";
     json["created"] = Now();
@@ -150,14 +142,12 @@ std::string ReportHead(const CompareOptions &options, std::span<const MethodSetu
     json["losses"] = LossesJson(losses);
     json["measures"] = MeasuresJson();
     json["kinds"] = KindsJson();
-    std::string text = Dump(json);
-    text.pop_back();
-    return text;
+    return json;
 }
 
-std::string FileEntryJson(const std::string &name, const std::string &loss,
-                          std::span<const CallRecording> recordings, const CallScores &scores,
-                          std::span<const CompareFigure> figures) {
+Json FileEntry(const std::string &name, const std::string &loss,
+               std::span<const CallRecording> recordings, const CallScores &scores,
+               std::span<const CompareFigure> figures) {
     Json json;
     json["name"] = name;
     json["loss"] = loss;
@@ -174,19 +164,17 @@ std::string FileEntryJson(const std::string &name, const std::string &loss,
     json["figures"] = Json::array();
     for (const CompareFigure &figure : figures)
         json["figures"].push_back(FigureJson(figure));
-    std::string text = Dump(json);
-    text.pop_back();
-    return text;
+    return json;
 }
 
-std::string FiguresJson(const std::string &loss, std::span<const CompareFigure> figures) {
-    std::string text;
+std::vector<Json> FigureEntries(const std::string &loss, std::span<const CompareFigure> figures) {
+    std::vector<Json> entries;
     for (const CompareFigure &figure : figures) {
         Json json = {{"loss", loss}};
         json.update(FigureJson(figure));
-        text += (text.empty() ? "" : ",\n") + Dump(json);
+        entries.push_back(json);
     }
-    return text;
+    return entries;
 }
 
 }  // namespace aiplc::tools

@@ -10,13 +10,14 @@
 #include "tools/input/call_options.h"
 #include "tools/loss/loss_condition.h"
 #include "tools/play/receiving_options.h"
+#include "tools/shell/message_options.h"
 
 namespace aiplc::tools {
 
 inline constexpr double kMaxAudioLimitMb = 2000.0;
 
 // The command line of `aiplc compare`.
-struct CompareOptions {
+struct CompareOptions : MessageOptions {
     std::vector<std::string> inputs;
     EncodingOptions encoding;
     // Of aiplc, and of enhanced where it enhances. In this process: the load of the machine, which
@@ -35,8 +36,6 @@ struct CompareOptions {
     double audioLimitMb = 40.0;          // of sound in the page, as it is written there; 10^6 bytes
     std::vector<std::string> failGates;  // "aiplc.lsd > codec.lsd"
     bool showKinds = false;
-    bool quiet = false;
-    bool verbose = false;
     std::string command;  // as the user gave it
 };
 

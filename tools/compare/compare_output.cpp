@@ -2,9 +2,8 @@
 
 #include "tools/compare/compare_output.h"
 
-#include <array>
 #include <cmath>
-#include <cstdio>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -14,6 +13,8 @@
 
 namespace aiplc::tools {
 namespace {
+
+using Json = nlohmann::ordered_json;
 
 constexpr std::string_view kMarker = "__AIPLC_REPORT_JSON__";
 
@@ -36,11 +37,12 @@ std::string WithoutLess(const std::string &json) {
     return text;
 }
 
-// MB with one decimal.
-std::string Megabytes(double number) {
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%.1f", number);
-    return text.data();
+// An entry of the report together with its sound, which may be empty.
+std::string WithSound(const std::string &entry, std::string_view sound) {
+    if (sound.empty()) return entry;
+    Json json = Json::parse(entry);
+    json.update(Json::parse(sound));
+    return JsonText(json);
 }
 
 }  // namespace
@@ -60,44 +62,39 @@ CompareOutput::CompareOutput(const CompareOptions &options, std::span<const Meth
         m_page->Write(std::string(page.substr(0, at)));
         m_pageTail = std::string(page.substr(at + kMarker.size()));
     }
-    const std::string head = ReportHead(options, setups, losses, unit) + ",\n\"files\":[";
-    WriteJson(head);
-    WritePage(head);
+    const Json head = ReportHead(options, setups, losses, unit);
+    if (m_json) m_jsonReport.emplace([this](const std::string &text) { m_json->Write(text); });
+    if (m_page)
+        m_pageReport.emplace([this](const std::string &text) { m_page->Write(WithoutLess(text)); });
+    for (auto *report : {&m_jsonReport, &m_pageReport}) {
+        if (!*report) continue;
+        (*report)->AddMembers(head);
+        (*report)->BeginList("files");
+    }
     if (m_csv) m_csv->Write(CsvHeader());
-}
-
-void CompareOutput::WriteJson(const std::string &text) {
-    if (m_json) m_json->Write(text);
-}
-
-void CompareOutput::WritePage(const std::string &json) {
-    if (m_page) m_page->Write(WithoutLess(json));
 }
 
 void CompareOutput::AddFile(const std::string &name, const LossCondition &loss,
                             CompareResult &result) {
-    const std::string entry = (m_anyFile ? ",\n" : "\n") + result.entry;
-    m_anyFile = true;
-    WriteJson(entry + "}");
+    if (m_jsonReport) m_jsonReport->AddItem(result.entry);
     if (m_page) {
-        m_pageFiles.push_back({name, loss.name, entry});
+        m_pageFiles.push_back({name, loss.name, std::move(result.entry)});
         m_sound.Add(std::move(result.sound));
     }
     if (m_csv) m_csv->Write(result.rows);
 }
 
-void CompareOutput::WritePageFiles() {
+void CompareOutput::AddPageFiles() {
     using Kept = PageSound::Kept;
     const std::vector<Kept> kept = m_sound.Choose();
     for (size_t i = 0; i < m_pageFiles.size(); ++i) {
         const PageFile &file = m_pageFiles[i];
-        WritePage(file.entry);
-        // Numbers, names of methods and base64 only, so that it needs no escapes.
-        if (kept[i] == Kept::whole) m_page->Write(m_sound.Sound(i).whole);
-        if (kept[i] == Kept::excerpts) m_page->Write(m_sound.Sound(i).excerpts);
+        std::string_view sound;
+        if (kept[i] == Kept::whole) sound = m_sound.Sound(i).whole;
+        if (kept[i] == Kept::excerpts) sound = m_sound.Sound(i).excerpts;
+        m_pageReport->AddItem(WithSound(file.entry, sound));
         if (kept[i] != Kept::whole && m_audioLimit > 0)
             m_cutCalls.push_back({file.name, file.loss, kept[i] == Kept::excerpts});
-        WritePage("}");
     }
 }
 
@@ -106,20 +103,26 @@ double CompareOutput::AudioNeededMb() const {
 }
 
 void CompareOutput::AddFigures(const LossCondition &loss, std::span<const CompareFigure> figures) {
-    const std::string text = FiguresJson(loss.id, figures);
-    m_figures += (m_figures.empty() || text.empty() ? "\n" : ",\n") + text;
+    for (const Json &figure : FigureEntries(loss.id, figures))
+        m_figures.push_back(JsonText(figure));
     if (m_csv) m_csv->Write(FigureRows("all", "", loss.id, figures));
 }
 
 void CompareOutput::Commit(const std::string &tables) {
-    const std::string figures = "\n],\n\"figures\":[" + m_figures + "\n]";
-    WriteJson(figures + "}\n");
+    if (m_page) AddPageFiles();
+    for (auto *report : {&m_jsonReport, &m_pageReport}) {
+        if (!*report) continue;
+        (*report)->EndList();
+        (*report)->BeginList("figures");
+        for (const std::string &figure : m_figures)
+            (*report)->AddItem(figure);
+        (*report)->EndList();
+    }
+    if (m_jsonReport) m_jsonReport->End();
     if (m_page) {
-        WritePageFiles();
-        WritePage(figures);
         if (!m_cutCalls.empty() && AudioNeededMb() <= kMaxAudioLimitMb)
-            WritePage(",\n\"audioNeededMb\":" + Megabytes(AudioNeededMb()));
-        WritePage("}\n");
+            m_pageReport->AddMembers({{"audioNeededMb", AudioNeededMb()}});
+        m_pageReport->End();
         m_page->Write(m_pageTail);
     }
     const bool standardOutputTaken =

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -12,6 +13,7 @@
 #include "tools/compare/compare_figures.h"
 #include "tools/compare/compare_job.h"
 #include "tools/compare/compare_options.h"
+#include "tools/compare/json_stream.h"
 #include "tools/compare/page_sound.h"
 #include "tools/loss/loss_condition.h"
 #include "tools/shell/output_file.h"
@@ -49,28 +51,27 @@ class CompareOutput {
     [[nodiscard]] double AudioNeededMb() const;
 
   private:
-    void WriteJson(const std::string &text);
-    void WritePage(const std::string &json);
-    void WritePageFiles();
+    void AddPageFiles();
 
     // An entry of the page that waits for the verdict on its sound.
     struct PageFile {
         std::string name;
         std::string loss;
-        std::string entry;
+        std::string entry;  // a JSON object
     };
 
     const CompareOptions &m_options;
     std::unique_ptr<OutputFile> m_json;
     std::unique_ptr<OutputFile> m_csv;
     std::unique_ptr<OutputFile> m_page;
-    std::string m_pageTail;  // behind the report
+    std::string m_pageTail;                  // behind the report
+    std::optional<JsonStream> m_jsonReport;  // into m_json
+    std::optional<JsonStream> m_pageReport;  // into m_page
     int64_t m_audioLimit = 0;
     PageSound m_sound;
     std::vector<PageFile> m_pageFiles;
     std::vector<CutCall> m_cutCalls;
-    std::string m_figures;
-    bool m_anyFile = false;
+    std::vector<std::string> m_figures;  // JSON objects
 };
 
 }  // namespace aiplc::tools

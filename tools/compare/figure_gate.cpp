@@ -2,13 +2,11 @@
 
 #include "tools/compare/figure_gate.h"
 
-#include <array>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 
 #include "tools/compare/compare_method.h"
 #include "tools/shell/failure.h"
+#include "tools/shell/number_text.h"
 
 namespace aiplc::tools {
 namespace {
@@ -56,12 +54,6 @@ bool Exists(CompareKind kind, CompareMeasure measure) {
     return place < (kind == CompareKind::after ? kAfterMeasures : kGapMeasures.size());
 }
 
-std::string Number(double value) {
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%.4g", value);
-    return text.data();
-}
-
 }  // namespace
 
 FigureGate::FigureGate(const std::string &text) : m_text(Trimmed(text)) {
@@ -78,10 +70,8 @@ FigureGate::FigureGate(const std::string &text) : m_text(Trimmed(text)) {
 FigureGate::Operand FigureGate::ParseOperand(const std::string &text, const std::string &gate) {
     Operand operand;
     operand.text = text;
-    char *end = nullptr;
-    const double number = std::strtod(text.c_str(), &end);
-    if (!text.empty() && *end == '\0') {
-        if (!std::isfinite(number)) Fail(gate, "'" + text + "' is no number to compare with");
+    if (const std::optional<double> number = ParseNumber(text)) {
+        if (!std::isfinite(*number)) Fail(gate, "'" + text + "' is no number to compare with");
         operand.number = number;
         return operand;
     }
@@ -142,7 +132,7 @@ std::vector<std::string> FigureGate::Failures(
         judged = true;
         if (!Holds(*left, *right)) continue;
         const auto side = [](const Operand &operand, double value) {
-            return operand.number ? operand.text : operand.text + " = " + Number(value);
+            return operand.number ? operand.text : operand.text + " = " + NumberText(value, 4);
         };
         failures.push_back("'" + m_text + "' holds at " + losses[loss].name + ": " +
                            side(m_left, *left) + ", " + side(m_right, *right));

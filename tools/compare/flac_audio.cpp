@@ -54,6 +54,7 @@ struct MemoryFile {
 
 }  // namespace
 
+// By hand: the libraries that the tool has are for sound, captures and JSON, and have no Base64.
 std::string Base64(std::span<const uint8_t> bytes) {
     static constexpr char kDigits[] =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";

@@ -5,8 +5,8 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/input/encoding_options.h"
+#include "tools/loss/loss_options.h"
 #include "tools/play/receiving_options.h"
-#include "tools/shell/number_check.h"
 
 namespace aiplc::tools {
 namespace {
@@ -42,24 +42,6 @@ Examples:
 
 Exit code: 0 done, 1 failed, 2 wrong usage, 130 interrupted.)";
 
-void AddLoss(CLI::App &app, LossOptions &loss) {
-    app.option_defaults()->group("Loss");
-    app.add_option("--loss", loss.lossPercent, "percent of packets to lose, 0 to below 100")
-        ->check(IsNumber("a percentage from 0 to below 100, such as 10 or 2.5"))
-        ->type_name("PERCENT");
-    app.add_option("--burst", loss.meanBurst,
-                   "mean length of a loss in packets, 1 or more (independent losses)")
-        ->check(CLI::Range(1.0, 1e6).description(""))
-        ->type_name("MEAN");
-    app.add_option("--seed", loss.seed, "of the losses; the same seed, the same losses (1)")
-        ->check(IsWholeNumber("0 or more"))
-        ->type_name("N");
-    app.add_option("--loss-trace", loss.tracePath,
-                   "file of 0 (received) and 1 (lost), one per packet; repeats")
-        ->type_name("FILE");
-    app.add_option("--trace", loss.tracePath, "as --loss-trace")->group("");
-}
-
 }  // namespace
 
 CLI::App *AddConceal(CLI::App &program, ConcealOptions &options) {
@@ -70,10 +52,8 @@ CLI::App *AddConceal(CLI::App &program, ConcealOptions &options) {
         ->required()
         ->type_name("");
     app->add_option("-o,--output", options.output, "- = stdout")->required()->type_name("OUT.wav");
-    app->add_option("--rate", options.sampleRate,
-                    "of processing and output, 16 or 48 kHz (48 when the input carries more)")
-        ->transform(CLI::Validator(TakeRate, ""))
-        ->type_name("KHZ");
+    AddRate(*app, options.sampleRate,
+            "of processing and output, 16 or 48 kHz (48 when the input carries more)");
     app->add_flag_callback(
         "--no-ai", [&options] { options.receiving.predictor = AIPLC_PREDICTOR_NONE; },
         "the codec's own concealment only: --predictor none");
@@ -84,8 +64,7 @@ CLI::App *AddConceal(CLI::App &program, ConcealOptions &options) {
         ->type_name("FILE");
     app->add_option("--frames", options.framesPath, "CSV table, one row per output frame")
         ->type_name("FILE");
-    app->add_flag("-q,--quiet", options.quiet, "no summary, no progress bar");
-    app->add_flag("-v,--verbose", options.verbose, "the library's log lines on stderr");
+    AddMessages(*app, options, "no summary, no progress bar");
     AddLoss(*app, options.loss);
     AddReceiving(*app, options.receiving, "the Opus decoder");
     AddEncoding(*app, options.encoding);

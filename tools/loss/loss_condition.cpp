@@ -2,30 +2,24 @@
 
 #include "tools/loss/loss_condition.h"
 
-#include <cstdio>
 #include <filesystem>
 #include <set>
 
 #include "tools/shell/failure.h"
+#include "tools/shell/number_text.h"
 
 namespace aiplc::tools {
 namespace {
-
-std::string Number(double value) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%g", value);
-    return text;
-}
 
 LossCondition Simulated(double percent, std::optional<double> meanBurst) {
     LossCondition condition;
     condition.percent = percent;
     condition.meanBurst = meanBurst;
-    condition.id = "loss" + Number(percent);
-    condition.name = Number(percent) + " %";
+    condition.id = "loss" + NumberText(percent);
+    condition.name = NumberText(percent) + " %";
     if (meanBurst) {
-        condition.id += "-burst" + Number(*meanBurst);
-        condition.name += " in bursts of " + Number(*meanBurst);
+        condition.id += "-burst" + NumberText(*meanBurst);
+        condition.name += " in bursts of " + NumberText(*meanBurst);
     }
     (void)condition.MakeModel(1);  // throws when bursts this short cannot lose that much
     return condition;

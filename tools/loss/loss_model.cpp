@@ -4,44 +4,38 @@
 
 #include <cctype>
 #include <cmath>
-#include <cstdio>
 #include <fstream>
 
 #include "tools/shell/failure.h"
+#include "tools/shell/number_text.h"
 
 namespace aiplc::tools {
 namespace {
 
 constexpr size_t kMaxTraceBytes = size_t{64} << 20;
 
-std::string Number(double value) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.6g", value);
-    return text;
-}
-
 }  // namespace
 
 GilbertElliott::GilbertElliott(double lossRate, double meanBurst, uint64_t seed)
     : m_random(seed), m_goodToBad(lossRate), m_badToGood(1.0 - lossRate), m_lossRate(lossRate) {
     if (!(lossRate >= 0.0 && lossRate < 1.0)) {
-        throw UsageError("--loss " + Number(100.0 * lossRate) +
+        throw UsageError("--loss " + NumberText(100.0 * lossRate) +
                          ": not a share of packets that can be lost; give a percentage from 0 to "
                          "below 100, such as --loss 10");
     }
     if (meanBurst == 0.0) return;
     if (!(meanBurst >= 1.0 && std::isfinite(meanBurst))) {
-        throw UsageError("--burst " + Number(meanBurst) +
+        throw UsageError("--burst " + NumberText(meanBurst) +
                          ": a burst has at least one packet; give a mean of 1 or more");
     }
     m_badToGood = 1.0 / meanBurst;
     m_goodToBad = m_badToGood * lossRate / (1.0 - lossRate);
     if (m_goodToBad > 1.0) {
-        throw UsageError("--loss " + Number(100.0 * lossRate) + " with --burst " +
-                         Number(meanBurst) + ": bursts this short cannot lose that much; at most " +
-                         Number(100.0 * meanBurst / (meanBurst + 1.0)) +
-                         " %, or give a mean burst of " + Number(lossRate / (1.0 - lossRate)) +
-                         " or more");
+        throw UsageError(
+            "--loss " + NumberText(100.0 * lossRate) + " with --burst " + NumberText(meanBurst) +
+            ": bursts this short cannot lose that much; at most " +
+            NumberText(100.0 * meanBurst / (meanBurst + 1.0)) + " %, or give a mean burst of " +
+            NumberText(lossRate / (1.0 - lossRate)) + " or more");
     }
 }
 

@@ -4,16 +4,17 @@
 
 #include <charconv>
 #include <cmath>
-#include <cstdlib>
+#include <optional>
 #include <system_error>
+
+#include "tools/shell/number_text.h"
 
 namespace aiplc::tools {
 
 CLI::Validator IsNumber(const std::string &right) {
     const auto check = [right](const std::string &text) -> std::string {
-        char *end = nullptr;
-        const double number = std::strtod(text.c_str(), &end);
-        if (!text.empty() && *end == '\0' && std::isfinite(number)) return {};
+        const std::optional<double> number = ParseNumber(text);
+        if (number && std::isfinite(*number)) return {};
         return "'" + text + "' is no number; give " + right;
     };
     return {check, ""};
