@@ -98,28 +98,6 @@ TEST(Statistics, TakePercentilesByNearestRank) {
     EXPECT_EQ(statistics.RequestTimeMs(1), 4);
 }
 
-TEST(Worker, FillsPairsOfLostFramesOrLeavesThemToTheCodec) {
-    const Packets packets = Speech({.sampleRate = 16000}, 8);
-    std::vector<size_t> lost;
-    for (size_t i = 20; i < 390; i += 10)
-        lost.insert(lost.end(), {i, i + 1});
-    const PlayedCall call(packets, {.sampleRate = 16000}, Losing(lost));
-    const Statistics &counted = call.statistics;
-    // Each pair is one request; a busy machine may be late for some, not for all.
-    EXPECT_EQ(counted.decisionsByMode[AIPLC_INFER_GAP2_AHEAD2], lost.size() / 2);
-    EXPECT_EQ(counted.Requests(), lost.size() / 2);
-    EXPECT_LT(counted.requestsFailed, lost.size() / 2);
-    EXPECT_GT(counted.RequestTimeMs(1), 0);
-    EXPECT_GT(counted.initTimeMs, 0);
-    for (size_t i = 0; i < lost.size(); i += 2) {
-        const bool failed = call.frames[lost[i]].requestFailed;
-        EXPECT_EQ(call.sources.substr(lost[i] - 1, 4), failed ? "dccd" : "diid") << lost[i];
-        EXPECT_EQ(call.frames[lost[i]].fusedIntoPredict, !failed);
-    }
-    EXPECT_EQ(counted.concealedSamples, lost.size() * 320);
-    EXPECT_TRUE(counted.requestsFailed > 0 || counted.decisionsHeldOff == 0);
-}
-
 // The sound is turned over at frame 19, so that the prediction made for it and the packet
 // that comes late for it disagree by twice the amplitude.
 TEST(Worker, APredictionThatIsBeingPlayedIsFadedIntoTheLatePacket) {
