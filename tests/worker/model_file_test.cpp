@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <limits>
 
 #include "tests/tools/test_files.h"
@@ -26,10 +28,8 @@ using Window = std::array<int16_t, kWindowSamples>;
 class ModelFile : public tools::FolderTest {
   protected:
     ModelFile() {
-        std::FILE *file = std::fopen(AIPLC_WEIGHTS "/model.bin", "rb");
-        for (int c = 0; (c = std::fgetc(file)) != EOF;)
-            good.push_back(static_cast<uint8_t>(c));
-        std::fclose(file);
+        std::ifstream file(AIPLC_WEIGHTS "/model.bin", std::ios::binary);
+        good.assign(std::istreambuf_iterator<char>(file), {});
     }
     // Where what follows a tensor's name begins: kind, number of dimensions, dimensions, values.
     size_t Behind(const std::string &name) const {
