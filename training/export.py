@@ -6,9 +6,7 @@
               --weights training/weights/model.bin --vectors training/weights/model_vectors.bin
 
 Both are files of weight_file.py. Besides the weights, the first holds the dilations of the blocks.
-The vectors hold window (N x 2560), signals (N x 6 x 1920) and answer (N x 1920) and, for window 0,
-what comes out of each layer in float32: features, enter, block0.., leave; of the second stage its
-features (BINS x inputs x SPECTRA) and, for four bins, layer0.. and leave.
+The vectors hold window (N x 2560), signals (N x 6 x 1920) and answer (N x 1920).
 """
 import argparse
 
@@ -17,7 +15,6 @@ import torch
 
 import evaluate
 import model as models
-import refiner
 import weight_file
 import windows
 
@@ -28,32 +25,6 @@ def weights_of(net):
     tensors["refiner.dilations"] = np.array(
         [layer.conv.dilation[0] for layer in net.refiner.layers], "<f4")
     return tensors
-
-
-def chosen_bins(picture):
-    """(channels, BINS, spectra) to (4, channels, spectra from refiner.FIRST on)."""
-    changed = models.SPECTRA - refiner.FIRST
-    return picture[:, [0, 5, 38, refiner.BINS - 1], -changed:].transpose(0, 1)
-
-
-def layers_of(net, record):
-    """The outputs of all layers for one record, by name."""
-    seen = {}
-    modules = {"enter": net.enter, "leave": net.leave, "refiner": net.refiner,
-               **{f"block{i}": b for i, b in enumerate(net.blocks)},
-               **{f"layer{i}": b for i, b in enumerate(net.refiner.layers)}}
-    hooks = [module.register_forward_hook(
-        lambda _, inputs, output, name=name: seen.update({name: (inputs[0][0], output[0])}))
-        for name, module in modules.items()]
-    evaluate.answers(net, record)
-    for hook in hooks:
-        hook.remove()
-    layers = {"features": seen["enter"][0], **{name: out for name, (_, out) in seen.items()}}
-    layers["refiner.features"] = seen["refiner"][0].transpose(0, 1)
-    for name in [n for n in layers if n.startswith("layer")]:
-        layers["refiner." + name] = chosen_bins(layers.pop(name))
-    layers["refiner.leave"] = chosen_bins(layers.pop("refiner"))
-    return {name: value.contiguous().numpy().astype("<f4") for name, value in layers.items()}
 
 
 def choose(maps, count):
@@ -80,7 +51,7 @@ def main():
     vectors = {name: np.ascontiguousarray(records[name])
                for name in ("window", "signals")}
     vectors["answer"] = evaluate.answers(net, records)
-    weight_file.write(a.vectors, a.version, {**vectors, **layers_of(net, records[:1])})
+    weight_file.write(a.vectors, a.version, vectors)
     print(f"{models.parameters(net)} parameters, {models.multiply_adds(net)} multiply-adds a window")
     for path in (a.weights, a.vectors):
         version, tensors = weight_file.read(path)

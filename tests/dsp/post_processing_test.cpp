@@ -136,6 +136,7 @@ TEST_P(PostProcessing, SwitchesBetweenCodecAndPredictionAreCrossFaded) {
     const std::map<char, Samples> heard = {
         {'n', Samples(3, 0)},      // the node
         {'c', Samples(3, 10000)},  // the codec
+        // f, t: the first, second and last sample of a fade from the codec to the node, and back
         {'f', m_is48K ? Samples{9994, 9984, 5} : Samples{9984, 9953, 15}},
         {'t', m_is48K ? Samples{-9989, -9969, 9989} : Samples{-9969, -9907, 9969}}};
     const AiPlcPktType types[] = {OPUS_DECODED, AIPLC_EXTRAPOLATE, AIPLC_INTERPOLATE,

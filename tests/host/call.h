@@ -107,8 +107,6 @@ struct PlayedCall {
             OutputFrame frame = receiver.Pull();
             if (frame.frame < 0) continue;
             std::ranges::copy(frame.samples, std::back_inserter(pcm));
-            // Decoded, late, fec, x = dtx, partial, interpolated, extrapolated, 2 = second look,
-            // codec, muted, o = lost, redundant.
             sources += "sdlfxpie2cmor"[static_cast<size_t>(frame.source)];
             frame.samples = {};
             frames.push_back(frame);
@@ -116,7 +114,9 @@ struct PlayedCall {
         statistics = receiver.GetStatistics();
     }
     Pcm pcm;
-    std::string sources;              // one letter a frame
+    // One letter a frame: s startup, d decoded, l late, f FEC, x DTX, p partial, i interpolated,
+    // e extrapolated, 2 second look, c codec, m muted, o lost, r redundant.
+    std::string sources;
     std::vector<OutputFrame> frames;  // without samples
     Statistics statistics;
 };

@@ -95,7 +95,7 @@ TEST_F(Decision, ClassifiesEveryCombinationOfTypes) {
 // bands of the frame after a shorter gap have faded in by then and its low band begins with zeros.
 TEST_F(Decision, KeepsHoldOffAndTypesOfEachPathAndWritesTheWindowBack) {
     const struct {
-        const char *before;
+        const char *before;  // types of the last five frames, oldest first, in letters of kTypes
         int32_t holdOff;
         int mode;
         const char *after;

@@ -32,7 +32,8 @@ class Pipeline : public LoggedTest {
         EXPECT_EQ(m_host.stream.inAvailable, 0);
         return m_host.Take();
     }
-    // The newest nodes, newest first: types and numbers.
+    // The newest nodes, newest first, each as the first letter of its type (decoded, extrapolated,
+    // interpolated, lost, mute, codec) and its number.
     static std::string Newest(const AiPlcRingList *ring, int count) {
         std::string text;
         for (const AiPlcPkt *node = ring->head; count > 0; --count, node = node->prev)

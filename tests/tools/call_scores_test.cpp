@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "tests/measure/signals.h"
+
 namespace aiplc::tools {
 namespace {
 
@@ -18,16 +20,10 @@ constexpr int64_t kGap = 20;        // two frames are lost here
 constexpr int64_t kQuiet = 40;      // and one here, where only the enhancer leaves sound
 constexpr int kFrameSamples = 320;  // at 16 kHz
 
-// White noise, so that every bin of a spectrum is well filled; multiples of step, up to 512 times
-// as large.
-CallRecording Noise(int step) {
+// White noise, so that every bin of a spectrum is well filled.
+CallRecording Noise(double scale) {
     CallRecording recording;
-    uint32_t state = 1;
-    for (int64_t i = 0; i < kFrames * kFrameSamples; ++i) {
-        state = state * 1664525U + 1013904223U;
-        const int random = static_cast<int>(state >> 22) - 512;
-        recording.samples.push_back(static_cast<int16_t>(random * step));
-    }
+    recording.samples = measure::Noise(1, scale, kFrames * kFrameSamples);
     recording.sources.assign(kFrames, AIPLC_SOURCE_DECODED);
     return recording;
 }
@@ -61,8 +57,8 @@ class CallScoresTest : public testing::Test {
         m_enhancedCodec = WithGaps(m_enhanced, 0.25);
     }
 
-    CallRecording m_plain = Noise(16);
-    CallRecording m_enhanced = Noise(8);
+    CallRecording m_plain = Noise(0.25);
+    CallRecording m_enhanced = Noise(0.125);
     CallRecording m_codec;
     CallRecording m_enhancedCodec;
 };

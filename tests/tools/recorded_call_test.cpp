@@ -3,10 +3,12 @@
 // Calls that come as packets: bit streams, Ogg Opus, captures.
 
 #include <gmock/gmock.h>
+#include <ogg/ogg.h>
 #include <pcap/dlt.h>
 #include <zlib.h>
 
 #include <algorithm>
+#include <random>
 
 #include "tests/tools/capture_files.h"
 #include "tests/tools/test_files.h"
@@ -108,17 +110,6 @@ TEST_F(RecordedCallTest, BitStreamThatIsNoneIsAnError) {
 constexpr uint8_t kFirst = 2;
 constexpr uint8_t kLast = 4;
 
-// RFC 3533, section 6: polynomial 0x04C11DB7, most significant bit first, no inversion.
-uint32_t Checksum(const Bytes &page) {
-    uint32_t crc = 0;
-    for (const uint8_t byte : page) {
-        crc ^= uint32_t{byte} << 24;
-        for (int bit = 0; bit < 8; ++bit)
-            crc = (crc << 1) ^ ((crc & 0x80000000U) != 0 ? 0x04C11DB7U : 0U);
-    }
-    return crc;
-}
-
 // A page of whole packets, each shorter than 255 bytes; position: of its end, 48 kHz samples.
 Bytes Page(uint8_t flags, uint64_t position, uint64_t number, const std::vector<Bytes> &packets) {
     Bytes lengths;
@@ -127,8 +118,8 @@ Bytes Page(uint8_t flags, uint64_t position, uint64_t number, const std::vector<
     Bytes page =
         Join({Text("OggS"), Big(flags, 2), Little(position, 8), Little(0x1234, 4),
               Little(number, 4), Little(0, 4), Little(packets.size(), 1), lengths, Join(packets)});
-    const Bytes checksum = Little(Checksum(page), 4);
-    std::copy(checksum.begin(), checksum.end(), page.begin() + 22);
+    ogg_page whole{page.data(), static_cast<long>(page.size()), nullptr, 0};
+    ogg_page_checksum_set(&whole);
     return page;
 }
 
@@ -238,13 +229,10 @@ TEST_F(RecordedCallTest, CaptureYieldsTheOpusStreamWithMostPackets) {
 }
 
 TEST_F(RecordedCallTest, CaptureOfEncryptedMediaIsRefused) {
-    uint32_t state = 1;
-    const auto random = [&state](size_t count) {
+    std::mt19937 twister;
+    const auto random = [&twister](size_t count) {
         Bytes bytes(count);
-        for (uint8_t &byte : bytes) {
-            state = state * 1664525U + 1013904223U;
-            byte = static_cast<uint8_t>(state >> 24);
-        }
+        std::ranges::generate(bytes, [&] { return static_cast<uint8_t>(twister()); });
         return bytes;
     };
     // Encrypted audio, video of five packets a picture, and Opus with a damaged packet.

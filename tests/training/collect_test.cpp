@@ -8,6 +8,7 @@
 #include "tests/host/call.h"
 #include "training/collect/call_plan.h"
 #include "training/collect/call_windows.h"
+#include "training/collect/loss_plan.h"
 
 namespace aiplc::training {
 namespace {
@@ -125,6 +126,25 @@ TEST(CollectTest, RefusedRequestsLeaveTheCallToTheCodec) {
     const std::vector<int16_t> answered = CollectWindows(setup, speech).output;
     setup.refuse = true;
     EXPECT_NE(CollectWindows(setup, speech).output, answered);
+}
+
+// Seconds without more than a stray loss, and seconds that lose a quarter and more.
+TEST(Losses, AsRecordedComeInStretches) {
+    constexpr size_t kPackets = 200000;
+    constexpr size_t kSecond = 50;
+    Random random({4});
+    const std::vector<bool> lost = DrawLosses(Scene::recorded, kPackets, random);
+    EXPECT_NEAR(double(std::ranges::count(lost, true)) / kPackets, 0.12, 0.01);
+    int good = 0;
+    int bad = 0;
+    for (auto second = lost.begin(); second < lost.begin() + kPackets; second += kSecond) {
+        const auto count = std::count(second, second + kSecond, true);
+        good += count <= 2 ? 1 : 0;
+        bad += count >= 13 ? 1 : 0;
+    }
+    constexpr double kSeconds = double(kPackets) / kSecond;
+    EXPECT_GT(good / kSeconds, 0.4);  // independent losses of 12 % have 0.05
+    EXPECT_GT(bad / kSeconds, 0.15);  // and 0.01
 }
 
 }  // namespace

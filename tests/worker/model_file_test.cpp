@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <limits>
 
 #include "tests/tools/test_files.h"
@@ -26,10 +28,8 @@ using Window = std::array<int16_t, kWindowSamples>;
 class ModelFile : public tools::FolderTest {
   protected:
     ModelFile() {
-        std::FILE *file = std::fopen(AIPLC_WEIGHTS "/model.bin", "rb");
-        for (int c = 0; (c = std::fgetc(file)) != EOF;)
-            good.push_back(static_cast<uint8_t>(c));
-        std::fclose(file);
+        std::ifstream file(AIPLC_WEIGHTS "/model.bin", std::ios::binary);
+        good.assign(std::istreambuf_iterator<char>(file), {});
     }
     // Where what follows a tensor's name begins: kind, number of dimensions, dimensions, values.
     size_t Behind(const std::string &name) const {
@@ -58,7 +58,9 @@ class ModelFile : public tools::FolderTest {
 TEST_F(ModelFile, RefusesWhatIsDamagedOrOfAnotherModel) {
     Bytes flipped = good;
     flipped[flipped.size() / 2] ^= 4;
-    Bytes renamed = With(Behind("act.weight") - 1, {'s'});
+    // The right number of values, in another shape.
+    const uint8_t *const shape = &good[Behind("enter.weight") + 2];
+    const Bytes turned = tools::Join({Bytes(shape + 4, shape + 8), Bytes(shape, shape + 4)});
     const struct {
         Bytes bytes;
         const char *fault;
@@ -74,7 +76,8 @@ TEST_F(ModelFile, RefusesWhatIsDamagedOrOfAnotherModel) {
         {With(Behind("enter.weight") + 6, {255, 255, 255, 255}), "does not hold"},
         {With(Behind("enter.weight") + 1, {255}), "does not hold"},
         {With(Behind("enter.bias"), {1}), "does not hold"},
-        {renamed, "act.weigh"},
+        {With(Behind("enter.weight") + 2, turned), "it should be float32 with shape"},
+        {With(Behind("act.weight") - 1, {'s'}), "act.weigh"},
         {With(Behind("dilations") + 6, Float(17)), "dilation of 17"},
         {With(Behind("dilations") + 6, Float(1.5F)), "dilation of 1.5"},
         {With(Behind("refiner.dilations") + 6, Float(9)), "dilation of 9"},
@@ -88,19 +91,6 @@ TEST_F(ModelFile, RefusesWhatIsDamagedOrOfAnotherModel) {
         EXPECT_THAT(fault, testing::StartsWith(path + ": "));
         EXPECT_THAT(fault, HasSubstr(part));
     }
-    // The right number of values, in another shape.
-    Bytes turned = good;
-    std::rotate(&turned[Behind("enter.weight") + 2], &turned[Behind("enter.weight") + 6],
-                &turned[Behind("enter.weight") + 10]);
-    const auto at = static_cast<std::ptrdiff_t>(Behind("enter.weight") + 2);
-    std::string fault;
-    EXPECT_EQ(Model::Load(Write("model", With(Behind("enter.weight") + 2,
-                                              Bytes(turned.begin() + at, turned.begin() + at + 8))),
-                          fault),
-              nullptr);
-    EXPECT_THAT(fault, HasSubstr("it should be float32 with shape"));
-    EXPECT_EQ(Model::Load(Path("nix"), fault), nullptr);
-    EXPECT_THAT(fault, HasSubstr("nix: cannot be read"));
 }
 
 TEST_F(ModelFile, WithoutAModelEveryRequestIsRefusedAndTheReasonSaid) {
@@ -116,7 +106,8 @@ TEST_F(ModelFile, WithoutAModelEveryRequestIsRefusedAndTheReasonSaid) {
     // None lies beside this test.
     for (const std::string &wish : {Path("nix"), std::string()}) {
         const auto [predictor, said] = choose(wish);
-        EXPECT_THAT(said, HasSubstr(wish.empty() ? "/xanu_audio_aiplc.model: " : wish));
+        EXPECT_THAT(said, HasSubstr(wish.empty() ? "/xanu_audio_aiplc.model: "
+                                                 : wish + ": cannot be read"));
         EXPECT_EQ(predictor->Predict(window, out), kNoModel);
     }
     for (const std::string wish : {AIPLC_WEIGHTS "/model.bin", "autoregressive"}) {

@@ -24,8 +24,6 @@ std::shared_ptr<const Model> LoadModel() {
     return model;
 }
 
-constexpr size_t kVectorBins[] = {0, 5, 38, 111};
-
 // Values that PyTorch computed, written by training/export.py.
 class Vectors {
   public:
@@ -42,32 +40,6 @@ class Vectors {
         std::memcpy(windows.data(), samples.data(), samples.size() * sizeof(int16_t));
         return windows;
     }
-    // Expects the rows of a layer, relative to the layer's own size.
-    void ExpectLayer(const std::string &name, std::span<const Row> got, double tolerance) const {
-        Expect(name, got, 0, kSpectra, tolerance);
-    }
-    // The same of the second stage, whose rows' second halves count.
-    void ExpectRefiner(const std::string &name, const Refiner &refiner, double tolerance) const {
-        std::vector<Row> got;
-        for (const size_t bin : kVectorBins)
-            got.insert(got.end(), refiner.ResidualStream(bin).begin(),
-                       refiner.ResidualStream(bin).end());
-        Expect(name, got, kColumns / 2, kColumns / 2, tolerance);
-    }
-    void Expect(const std::string &name, std::span<const Row> got, size_t from, size_t columns,
-                double tolerance) const {
-        const auto expected = Get<float>(name);
-        ASSERT_EQ(got.size() * columns, expected.size()) << name;
-        double power = 0;
-        double worst = 0;
-        for (size_t i = 0; i < expected.size(); ++i) {
-            const double error = got[i / columns].at[from + i % columns] - double{expected[i]};
-            power += double{expected[i]} * expected[i];
-            worst = std::max(worst, std::isfinite(error) ? std::abs(error) : 1e9);
-        }
-        EXPECT_LT(worst, tolerance * std::sqrt(power / static_cast<double>(expected.size())))
-            << name;
-    }
 
   private:
     std::string m_fault;
@@ -76,59 +48,6 @@ class Vectors {
 };
 
 }  // namespace
-
-TEST(Neural, EveryLayerIsPyTorchs) {
-    const Vectors vectors;
-    const auto model = LoadModel();
-    Neural neural(model);
-    Window out;
-    ASSERT_EQ(neural.Predict(vectors.Windows()[0], out), 0);
-    vectors.ExpectLayer("features", neural.Layers().Features(), 3e-3);
-    vectors.ExpectLayer("leave", neural.Layers().Outputs(), 1e-3);
-
-    Network network(model);
-    const auto features = vectors.Get<float>("features");
-    for (size_t i = 0; i < features.size(); ++i)
-        network.Features()[i / kSpectra].at[i % kSpectra] = features[i];
-    network.ProjectInput();
-    vectors.ExpectLayer("enter", network.ResidualStream(), 1e-4);
-    for (size_t i = 0; i < model->blocks.size(); ++i) {
-        network.RunBlock(model->blocks[i]);
-        vectors.ExpectLayer("block" + std::to_string(i), network.ResidualStream(), 1e-4);
-    }
-    network.ProjectOutput();
-    vectors.ExpectLayer("leave", network.Outputs(), 1e-4);
-}
-
-TEST(Neural, EveryLayerOfTheSecondStageIsPyTorchs) {
-    const Vectors vectors;
-    const auto model = LoadModel();
-    Neural neural(model);
-    Window out;
-    ASSERT_EQ(neural.Predict(vectors.Windows()[0], out), 0);
-    const size_t last = model->layers.size() - 1;
-    vectors.ExpectRefiner("refiner.layer" + std::to_string(last), neural.SecondStage(), 3e-3);
-
-    Refiner refiner(model);
-    Refiner::Features features{};
-    const auto given = vectors.Get<float>("refiner.features");
-    ASSERT_EQ(given.size(), kRefinedBins * kRefinerInputs * kSpectra);
-    for (size_t bin = 0; bin < kRefinedBins; ++bin) {
-        for (size_t i = 0; i < kRefinerInputs; ++i)
-            std::copy_n(&given[(bin * kRefinerInputs + i) * kSpectra], kSpectra, features[i].at);
-        refiner.ProjectInput(bin, features);
-    }
-    for (size_t i = 0; i <= last; ++i) {
-        refiner.RunLayer(model->layers[i]);
-        vectors.ExpectRefiner("refiner.layer" + std::to_string(i), refiner, 1e-4);
-    }
-    std::vector<Row> gains;
-    for (const size_t bin : kVectorBins) {
-        const auto some = refiner.ProjectOutput(bin);
-        gains.insert(gains.end(), some.begin(), some.end());
-    }
-    vectors.Expect("refiner.leave", gains, kRefined, kSpectra - kRefined, 1e-4);
-}
 
 TEST(Neural, PredictionsArePyTorchsWithoutAllocations) {
     const Vectors vectors;

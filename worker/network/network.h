@@ -19,9 +19,6 @@ class Network {
 
     // To be filled before Run.
     std::span<Row, kInputs> Features() { return std::span(m_features).first<kInputs>(); }
-    std::span<const Row, kInputs> Features() const {
-        return std::span(m_features).first<kInputs>();
-    }
     // The values that go to the second stage.
     std::span<const Row, kContext * kBands> Context() const {
         return std::span(m_context).first<kContext * kBands>();
@@ -32,6 +29,9 @@ class Network {
         return std::span(m_outputs).first<kOutputs>();
     }
 
+    const Model &Weights() const { return *m_model; }
+
+  private:
     void ProjectInput() noexcept;
     void RunBlock(const Model::Block &block) noexcept;
     void ProjectOutput() noexcept;
@@ -40,9 +40,6 @@ class Network {
         return std::span(m_residual).first(m_model->Channels());
     }
 
-    const Model &Weights() const { return *m_model; }
-
-  private:
     // Rows with room for the largest dilation on either side, which stays zero.
     static constexpr size_t kMargin = Model::kMostDilation;
     static constexpr size_t kWide = kMargin + kColumns + kMargin;

@@ -37,9 +37,6 @@ class Neural : public Predictor {
         uint64_t steady = 0;       // sounds continued in their place
     };
     const Counts &Counted() const { return m_counts; }
-    // The state of both stages after the last prediction.
-    const Network &Layers() const { return m_network; }
-    const Refiner &SecondStage() const { return m_refiner; }
     void ForgetLast() noexcept override { m_counts = m_countsBefore; }
     void Report() const override;
 

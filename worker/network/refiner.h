@@ -36,6 +36,7 @@ class Refiner {
     // Adds to the change of the prediction.
     void Refine(const Stage &stage, Spectra &change) noexcept;
 
+  private:
     // The parts of Refine, for one bin or a whole layer.
     using Features = std::array<Row, kRefinerInputs>;
     void MakeFeatures(const Stage &stage, size_t bin, Features &features) noexcept;
@@ -48,7 +49,6 @@ class Refiner {
         return std::span(m_residual).subspan(bin * m_padded, m_channels);
     }
 
-  private:
     // Columns of zeros behind a row, rows of zeros on either side of the picture.
     static constexpr size_t kMargin = Model::kMostLayerDilation;
     static constexpr size_t kWide = kColumns + kMargin;
