@@ -227,6 +227,7 @@ AIPLC_RECEIVER_EXPORT void AiPlcReceiverDestroy(AiPlcReceiver *receiver);
 /// Begins a new call with the same options: no packets, no history, counters at 0. The worker
 /// stays.
 ///
+/// @param receiver from AiPlcReceiverCreate
 /// @return AIPLC_RECEIVER_OK, or _E_ARGUMENT, _E_MEMORY or _E_FAILED; after the last two the old
 ///         call goes on
 AIPLC_RECEIVER_EXPORT int32_t AiPlcReceiverReset(AiPlcReceiver *receiver);
@@ -234,6 +235,7 @@ AIPLC_RECEIVER_EXPORT int32_t AiPlcReceiverReset(AiPlcReceiver *receiver);
 /// Takes a whole RTP packet (RFC 3550, RFC 7587), with any bytes in it, in any order, any number of
 /// times. A new SSRC is followed once two of its packets came in a row.
 ///
+/// @param receiver from AiPlcReceiverCreate
 /// @param packet copied
 /// @param bytes length of the packet
 /// @param arrivalUs when it arrived, in microseconds of any steady clock; -1: now, where now is the
@@ -245,6 +247,7 @@ AIPLC_RECEIVER_EXPORT int32_t AiPlcReceiverPushRtp(AiPlcReceiver *receiver, cons
 /// Takes one Opus packet with its numbers from RTP. May be mixed with AiPlcReceiverPushRtp only for
 /// the same stream.
 ///
+/// @param receiver from AiPlcReceiverCreate
 /// @param payload one Opus packet, copied; null is allowed when bytes is 0
 /// @param bytes its length; what is not Opus is counted as undecodable
 /// @param sequenceNumber consecutive over sent packets
@@ -257,6 +260,7 @@ AIPLC_RECEIVER_EXPORT int32_t AiPlcReceiverPush(AiPlcReceiver *receiver, const v
 
 /// Gives the next audio. Output runs three frames (60 ms) behind the newest frame that is due.
 ///
+/// @param receiver from AiPlcReceiverCreate
 /// @param samples room for count samples
 /// @param count a multiple of 10 ms (160 samples at 16 kHz, 480 at 48 kHz), from one up to a second
 /// @return AIPLC_RECEIVER_OK, _E_ARGUMENT or _E_MEMORY; samples are silent when it fails
@@ -265,6 +269,7 @@ AIPLC_RECEIVER_EXPORT int32_t AiPlcReceiverPull(AiPlcReceiver *receiver, int16_t
 
 /// Tells what the frame is made of that holds the last sample of the last Pull.
 ///
+/// @param receiver from AiPlcReceiverCreate
 /// @param frame structSize set by the caller to sizeof(AiPlcReceiverFrame)
 /// @return AIPLC_RECEIVER_OK or _E_ARGUMENT
 AIPLC_RECEIVER_EXPORT int32_t AiPlcReceiverLastFrame(const AiPlcReceiver *receiver,
@@ -272,6 +277,7 @@ AIPLC_RECEIVER_EXPORT int32_t AiPlcReceiverLastFrame(const AiPlcReceiver *receiv
 
 /// Copies the counters.
 ///
+/// @param receiver from AiPlcReceiverCreate
 /// @param statistics structSize set by the caller to sizeof(AiPlcReceiverStatistics)
 /// @return AIPLC_RECEIVER_OK or _E_ARGUMENT
 AIPLC_RECEIVER_EXPORT int32_t AiPlcReceiverGetStatistics(const AiPlcReceiver *receiver,
@@ -281,16 +287,26 @@ AIPLC_RECEIVER_EXPORT int32_t AiPlcReceiverGetStatistics(const AiPlcReceiver *re
 /// filters at 48 kHz (44 samples) and for narrowband speech (15 at 16 kHz, 45 at 48 kHz). The
 /// encoder's delay and the jitter buffer's come on top.
 ///
+/// @param receiver from AiPlcReceiverCreate
 /// @return 0 for null
 AIPLC_RECEIVER_EXPORT uint32_t AiPlcReceiverDelay(const AiPlcReceiver *receiver);
 
+/// Tells whether there is a network to ask.
+///
+/// @param receiver from AiPlcReceiverCreate
 /// @return 1 when the network can be asked, 0 when the codec conceals every loss, or for null
 AIPLC_RECEIVER_EXPORT int32_t AiPlcReceiverPredictorRunning(const AiPlcReceiver *receiver);
 
-/// A source's name for reports, such as "decoded"; "unknown" outside the range. Lives for ever.
+/// Names a source for reports.
+///
+/// @param source AiPlcFrameSource
+/// @return such as "decoded", "unknown" outside the range; lives for ever
 AIPLC_RECEIVER_EXPORT const char *AiPlcFrameSourceName(int32_t source);
 
-/// A result's meaning in words. Lives for ever.
+/// Puts a result into words.
+///
+/// @param result AiPlcReceiverResult
+/// @return such as "success"; lives for ever
 AIPLC_RECEIVER_EXPORT const char *AiPlcReceiverResultText(int32_t result);
 
 #ifdef __cplusplus
