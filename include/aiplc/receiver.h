@@ -24,6 +24,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/// @cond
 #if defined(_WIN32)
 #if defined(AIPLC_RECEIVER_BUILDING)
 #define AIPLC_RECEIVER_EXPORT __declspec(dllexport)
@@ -33,6 +34,7 @@
 #else
 #define AIPLC_RECEIVER_EXPORT __attribute__((visibility("default")))
 #endif
+/// @endcond
 
 #ifdef __cplusplus
 extern "C" {
@@ -41,6 +43,7 @@ extern "C" {
 /// A receiver; only the functions below look inside.
 typedef struct AiPlcReceiver AiPlcReceiver;
 
+/// Results of the functions.
 enum AiPlcReceiverResult {
     AIPLC_RECEIVER_OK = 0,
     AIPLC_RECEIVER_E_ARGUMENT = -1,  ///< a null pointer, or a length that is not allowed
