@@ -6,6 +6,8 @@
 # make test   all tests: the programs' in a Debug build with sanitizers and in the Release build, a short
 #             run of each fuzzer, and the page's in Chromium
 # make fresh-root RELEASE=trixie  make demo and make test in a new minimal Debian 13 (bookworm: 12)
+# make deb    the Debian packages into build/deb, checked by lintian
+# make package-root RELEASE=trixie  builds the packages in one new minimal Debian, uses them in another
 # make install, uninstall  with PREFIX (/usr/local) and DESTDIR
 # make fuzz   each fuzzer for FUZZ_SECONDS, see fuzz/README.md
 # make long-run  a day of calls at full speed; memory and descriptors must not grow
@@ -25,7 +27,7 @@ TEST = ctest --test-dir build/$(1) -j $(JOBS) --output-on-failure --no-tests=err
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 SCRIPTS = $(shell git ls-files '*.sh') .ci/run
 
-.PHONY: all tool demo compare-demo measure bench test fresh-root fuzz long-run threads valgrind test-32 mutation coverage \
+.PHONY: all tool deb package-root demo compare-demo measure bench test fresh-root fuzz long-run threads valgrind test-32 mutation coverage \
         install uninstall docs format style lint clean train-data loop-data train export model-report report report-test
 
 all:
@@ -81,6 +83,13 @@ RELEASE ?= bookworm
 TARGETS ?= demo test
 fresh-root:
 	scripts/fresh-root.sh $(RELEASE) $(TARGETS)
+
+package-root:
+	scripts/fresh-root.sh $(RELEASE) packages
+
+deb:
+	scripts/install-packages.sh build deb
+	scripts/make_deb.sh
 
 # Inputs that reach new code are kept in build/fuzz/found, one that fails in build/fuzz/failed-....
 FUZZ_SECONDS ?= 60
@@ -153,9 +162,9 @@ format:
 style: docs
 	scripts/install-packages.sh style
 	scripts/folder_arrows.sh >/dev/null
-	shellcheck $(SCRIPTS)
+	@shellcheck $(SCRIPTS)
 	flake8 --max-line-length 110 --extend-ignore E731 training scripts
-	! clang-format --version | grep -q 'version 14\.' || clang-format --dry-run --Werror $(SOURCES)
+	@! clang-format --version | grep -q 'version 14\.' || clang-format --dry-run --Werror $(SOURCES)
 
 lint: all style
 	scripts/install-packages.sh lint bench fuzz

@@ -2,6 +2,7 @@
 # Proves README's promises in a fresh minimal Debian: scripts/fresh-root.sh RELEASE TARGET ...
 #     make fresh-root RELEASE=trixie                   # make demo, then make test
 #     make fresh-root RELEASE=bookworm TARGETS=demo
+#     make package-root                                # packages built in one root and used in another
 # Builds the last commit of this checkout as root, in a root that debootstrap makes below TMPDIR (/var/tmp,
 # several GB) and that is gone afterwards. The page's tests must run in it: CI=true. Root's own certificates in
 # /usr/local/share/ca-certificates and the proxies of the environment come along; MIRROR names another
@@ -26,7 +27,7 @@ if [ -z "${AIPLC_FRESH_ROOT:-}" ]; then
 fi
 
 root=$(mktemp -d "${TMPDIR:-/var/tmp}/aiplc-$release.XXXXXX")
-trap 'umount -l "$root/dev/shm" "$root/proc" 2>/dev/null; rm -rf --one-file-system "$root"' EXIT
+trap 'umount -l "$root/second/dev/shm" "$root/second/proc" "$root/dev/shm" "$root/proc" 2>/dev/null; rm -rf --one-file-system "$root"' EXIT
 trap 'exit 130' INT TERM HUP
 chmod 755 "$root" # other users than root enter it too
 
@@ -40,7 +41,13 @@ cp -r /usr/local/share/ca-certificates "$root/usr/local/share/"
 git clone -q --no-local "$(dirname "$0")/.." "$root/root/aiplc"
 
 in_root() { # a command in the folder of the clone
-    chroot "$root" env -i -C /root/aiplc HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin CI=true \
+    in_folder "$root" "$@"
+}
+
+in_folder() { # ROOT COMMAND...
+    in=$1
+    shift
+    chroot "$in" env -i -C /root/aiplc HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin CI=true \
         ${http_proxy:+http_proxy="$http_proxy"} ${https_proxy:+https_proxy="$https_proxy"} "$@"
 }
 
@@ -48,13 +55,28 @@ echo "== apt install make"
 in_root apt-get update -qq
 in_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq -o Dpkg::Use-Pty=0 make >/dev/null
 
+# Builds the packages here and uses them in a second root, in which there is nothing else.
+try_packages() {
+    in_root make deb || return
+    second=$root/second
+    debootstrap --variant=minbase "$release" "$second" ${MIRROR:+"$MIRROR"} >"$root/debootstrap.log" 2>&1 || return
+    mkdir -p "$second/root/aiplc/packages"
+    cp "$root"/root/aiplc/build/deb/*.deb "$root/root/aiplc/scripts/use_packages.sh" "$second/root/aiplc/packages"
+    cp -r /usr/local/share/ca-certificates "$second/usr/local/share/"
+    echo force-unsafe-io >"$second/etc/dpkg/dpkg.cfg.d/no-sync"
+    mount -t proc proc "$second/proc"
+    mount -t tmpfs -o mode=1777 tmpfs "$second/dev/shm"
+    in_folder "$second" apt-get update -qq
+    in_folder "$second" packages/use_packages.sh packages
+}
+
 result=""
 failed=0
 for target in "$@"; do
     echo "== make $target"
     begin=$(date +%s)
     code=0
-    in_root make "$target" || code=$?
+    if [ "$target" = packages ]; then try_packages || code=$?; else in_root make "$target" || code=$?; fi
     result="$result, make $target $(($(date +%s) - begin)) s"
     [ "$code" = 0 ] || { result="$result and FAILED (exit code $code)"; failed=1; break; }
 done

@@ -19,6 +19,7 @@
 #include "tools/conceal/conceal_command.h"
 #include "tools/play/model_facts.h"
 #include "tools/shell/command_name.h"
+#include "tools/shell/completion.h"
 #include "tools/shell/failure.h"
 
 namespace aiplc::tools {
@@ -113,7 +114,9 @@ std::optional<int> AnswerWord(const CLI::App &program, int argc, char **argv) {
 int RunCommandLine(int argc, char **argv) {
     CLI::App program("Packet-loss concealment for Opus speech", "aiplc");
     program.require_subcommand(1);
-    program.footer("\naiplc COMMAND --help explains a command with examples.");
+    program.footer(
+        "\naiplc COMMAND --help explains a command with examples. aiplc completion bash|zsh|fish\n"
+        "prints a shell's completion script.");
     bool verbose = false;
     program.add_flag("--verbose", verbose, "with --version: the worker's model as well");
     program.set_version_flag("-V,--version", [&verbose] {
@@ -125,6 +128,17 @@ int RunCommandLine(int argc, char **argv) {
     CompareOptions compare;
     const CLI::App *concealCommand = AddConceal(program, conceal);
     AddCompare(program, compare);
+    if (argc == 3 && std::string(argv[1]) == "completion") {
+        const std::string script = CompletionScript(program, argv[2]);
+        if (script.empty()) {
+            std::fprintf(stderr,
+                         "aiplc: completion: no script for '%s': there are bash, zsh and fish\n",
+                         argv[2]);
+            return kExitUsage;
+        }
+        std::fputs(script.c_str(), stdout);
+        return 0;
+    }
     if (const auto answered = AnswerWord(program, argc, argv)) return *answered;
     try {
         program.parse(argc, argv);
