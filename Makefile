@@ -3,6 +3,7 @@
 # make compare-demo  the same speech at twelve losses, as tables and a page
 # make measure  the figures of a ten-minute call
 # make bench  what frames, kernels and requests cost: bench/README.md, as JSON in build/bench.json
+# make channels  how many calls one core carries, with the worker and without
 # make test   all tests: the programs' in a Debug build with sanitizers and in the Release build, a short
 #             run of each fuzzer, and the page's in Chromium
 # make fresh-root RELEASE=trixie  make demo and make test in a new minimal Debian 13 (bookworm: 12)
@@ -27,7 +28,7 @@ TEST = ctest --test-dir build/$(1) -j $(JOBS) --output-on-failure --no-tests=err
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 SCRIPTS = $(shell git ls-files '*.sh') .ci/run
 
-.PHONY: all tool deb package-root demo compare-demo measure bench test fresh-root fuzz long-run threads valgrind test-32 mutation coverage \
+.PHONY: all channels tool deb package-root demo compare-demo measure bench test fresh-root fuzz long-run threads valgrind test-32 mutation coverage \
         install uninstall docs format style lint clean train-data loop-data train export model-report report report-test
 
 all:
@@ -61,6 +62,12 @@ bench:
 	$(call BUILD,bench) --target aiplc_bench
 	build/bench/bin/aiplc_bench --benchmark_filter='$(FILTER)' --benchmark_counters_tabular \
 		--benchmark_enable_random_interleaving=true --benchmark_out=build/bench.json
+
+# Processor time and memory of a call at 10 % loss by each predictor.
+channels:
+	scripts/install-packages.sh build bench
+	$(call BUILD,bench) --target aiplc_channels
+	build/bench/bin/aiplc_channels
 
 # Without a browser or npm's registry the page's tests are left out, but not where CI is true.
 test:
