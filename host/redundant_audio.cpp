@@ -59,7 +59,7 @@ std::vector<uint8_t> WriteRedundantAudio(const RtpPacket &packet, uint8_t opusTy
         const size_t length = copy.payload.size();
         bytes.push_back(kMoreBlocks | opusType);
         bytes.push_back(static_cast<uint8_t>(copy.timestampOffset >> 6));
-        bytes.push_back(static_cast<uint8_t>(copy.timestampOffset << 2 | length >> 8));
+        bytes.push_back(static_cast<uint8_t>(size_t{copy.timestampOffset} << 2 | length >> 8));
         bytes.push_back(static_cast<uint8_t>(length));
     }
     bytes.push_back(opusType);
