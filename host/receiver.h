@@ -20,7 +20,7 @@ struct ReceiverOptions {
     uint32_t sampleRate = 48000;  // of the output: 16000 or 48000
     // Who fills the gaps: AIPLC_PREDICTOR_NONE leaves them all to the codec.
     AiPlcPredictor predictor = AIPLC_PREDICTOR_WORKER;
-    std::string modelPath{};       // of AIPLC_PREDICTOR_IN_PROCESS; empty: ModelLocation()
+    std::string modelPath{};     // of AIPLC_PREDICTOR_IN_PROCESS; empty: ModelLocation()
     bool useSecondLook = true;   // ask it for single lost frames too, which the library would not
     bool useFec = true;          // recover from the redundancy of the packet after a loss
     bool useLatePackets = true;  // take packets that come up to 60 ms after their frame was due
