@@ -9,6 +9,7 @@
 
 #include "fuzz/arbitrary.h"
 #include "host/receiver.h"
+#include "host/redundant_audio.h"
 #include "tests/support/ready_adapter.h"
 
 namespace {
@@ -18,6 +19,7 @@ using aiplc::host::Receiver;
 using aiplc::host::Statistics;
 
 constexpr int kMostSteps = 100;
+constexpr int kRedType = 63;
 
 // Stands for the worker.
 class Oracle : public ReadyAdapter {
@@ -36,6 +38,8 @@ class Oracle : public ReadyAdapter {
 class Sender {
   public:
     const aiplc::host::RtpPacket &Next(FuzzedDataProvider &data) {
+        m_packet.copies.clear();
+        if (data.ConsumeBool()) m_packet.copies.push_back({960, m_packet.payload});
         Advance(1);
         if (data.ConsumeBool()) {
             // SILK or CELT alone or both, at any bandwidth; one frame of 20 ms.
@@ -50,6 +54,7 @@ class Sender {
         if (data.ConsumeBool()) m_packet.timestamp = data.ConsumeIntegral<uint32_t>();
         m_packet.payload.clear();
         AddBytes(data);
+        if (data.ConsumeBool()) Unpack();
         return m_packet;
     }
     // Sends packets into the void, or goes back to those sent before.
@@ -59,6 +64,19 @@ class Sender {
     }
 
   private:
+    // Takes the payload for redundant audio. What is read from it can be written and read again.
+    void Unpack() {
+        const auto blocks = aiplc::host::ParseRedundantAudio(m_packet.payload, -1, kRedType);
+        if (!blocks) return;
+        aiplc::host::RtpPacket packet = m_packet;
+        TakeBlocks(*blocks, packet);
+        const auto type = static_cast<uint8_t>(blocks->payloadType);
+        const std::vector<uint8_t> written = WriteRedundantAudio(packet, type);
+        const auto again = aiplc::host::ParseRedundantAudio(written, type, kRedType);
+        Require(again && again->copies.size() == packet.copies.size());
+        Require(std::ranges::equal(again->primary, packet.payload));
+        m_packet = packet;
+    }
     void AddBytes(FuzzedDataProvider &data) {
         const auto bytes = data.ConsumeBytes<uint8_t>(data.ConsumeIntegralInRange<size_t>(0, 31));
         m_packet.payload.insert(m_packet.payload.end(), bytes.begin(), bytes.end());
@@ -74,10 +92,11 @@ void CheckStatistics(const Statistics &statistics, uint64_t pushed, uint64_t pul
                 statistics.packetsUndecodable <=
             pushed);
     const auto &frames = statistics.framesBySource;
-    Require(std::accumulate(frames.begin(), frames.end(), uint64_t{0}) == pulled);
+    Require(std::accumulate(std::begin(frames), std::end(frames), uint64_t{0}) == pulled);
     Require(statistics.concealedSamples <= statistics.totalSamplesReceived);
     Require(statistics.silentConcealedSamples <= statistics.concealedSamples);
     Require(statistics.fecPacketsDiscarded <= statistics.fecPacketsReceived);
+    Require(statistics.redundantBlocksUsed <= statistics.redundantBlocksReceived);
 }
 
 }  // namespace

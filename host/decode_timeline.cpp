@@ -80,10 +80,16 @@ void DecodeTimeline::Restart() {
         snapshot.frame = -1;
     m_state.cursor = m_state.frame * kFrameUnits;
     m_state.audioEnd = m_state.cursor;
-    m_state.sequence = -1;
+    m_state.sequence = BufferedPacket::kUnknownSequence;
     m_state.pausing = false;
     m_state.pcm.clear();
     m_state.segments.clear();
+}
+
+bool DecodeTimeline::IsNextSent(const BufferedPacket &packet) const {
+    if (!packet.IsWhole() || m_state.sequence < 0) return false;
+    if (packet.sequence >= 0) return packet.sequence == m_state.sequence + 1;
+    return packet.start == m_state.packetEnd;
 }
 
 DecodedFrame DecodeTimeline::Next() {
@@ -130,6 +136,7 @@ int64_t DecodeTimeline::PauseEnd(int64_t end, const BufferedPacket *next) const 
         m_state.celtOnly ? stops : m_state.quietFrames >= (stops ? 1 : kQuietBeforePause);
     if (!quietEnough) return 0;
     if (next == nullptr) return end;
+    if (next->sequence < 0) return std::min(end, next->start);
     const int64_t missing = next->sequence - m_state.sequence - 1;
     return next->start - missing * std::max<int64_t>(next->info.duration, m_state.packetDuration);
 }
@@ -160,22 +167,24 @@ int DecodeTimeline::DecodeInto(const BufferedPacket *packet, int64_t units, bool
 void DecodeTimeline::DecodePacket(BufferedPacket &packet) {
     const int samples = DecodeInto(&packet, packet.info.duration, false);
     if (samples != static_cast<int>(Samples(packet.info.duration))) {
-        ++m_undecodable;
+        if (!packet.isCopy) ++m_undecodable;
         m_buffer.Erase(packet);
         return;
     }
     packet.used = true;
+    const bool isNext = IsNextSent(packet);
     LearnPauseHabit(packet);
-    m_state.sequence = packet.sequence;
+    m_state.sequence = isNext ? m_state.sequence + 1 : packet.sequence;
     m_state.pausing = packet.info.pause;
     m_state.celtOnly = packet.info.celtOnly;
     m_state.bandwidth = packet.info.bandwidth;
 
     const int64_t from = m_state.cursor;
     const int64_t lateUntil = std::min(packet.lateUntil, packet.End());
-    const AiPlcFrameSource onTime = packet.info.pause ? AIPLC_SOURCE_DTX : AIPLC_SOURCE_DECODED;
+    const AiPlcFrameSource received = packet.isCopy ? AIPLC_SOURCE_REDUNDANT : AIPLC_SOURCE_DECODED;
+    const AiPlcFrameSource onTime = packet.info.pause ? AIPLC_SOURCE_DTX : received;
     Append(from - packet.start, packet.End(), onTime);
-    if (lateUntil > from) {
+    if (lateUntil > from && !packet.isCopy) {
         m_state.segments.back() = {lateUntil, AIPLC_SOURCE_LATE, packet.info.bandwidth};
         if (lateUntil < packet.End())
             m_state.segments.push_back({packet.End(), onTime, packet.info.bandwidth});
@@ -191,7 +200,7 @@ void DecodeTimeline::DecodeFec(BufferedPacket &packet) {
         return;
     }
     packet.fecUsed = true;
-    m_state.sequence = packet.sequence - 1;
+    m_state.sequence = std::max(packet.sequence - 1, BufferedPacket::kUnknownSequence);
     m_state.pausing = false;
     m_state.packetEnd = packet.start;
     m_state.bandwidth = packet.info.bandwidth;
@@ -248,6 +257,8 @@ DecodedFrame DecodeTimeline::TakeFrame() {
         frame.source = AIPLC_SOURCE_PARTIAL;
     } else if (length(AIPLC_SOURCE_FEC) > 0) {
         frame.source = AIPLC_SOURCE_FEC;
+    } else if (length(AIPLC_SOURCE_REDUNDANT) > 0) {
+        frame.source = AIPLC_SOURCE_REDUNDANT;
     } else if (length(AIPLC_SOURCE_LATE) > 0) {
         frame.source = AIPLC_SOURCE_LATE;
     } else if (length(AIPLC_SOURCE_DECODED) == 0) {

@@ -21,10 +21,11 @@ namespace aiplc::host {
 
 // One 20 ms frame as the decoder gave it.
 struct DecodedFrame {
-    AiPlcFrameSource source = AIPLC_SOURCE_LOST;  // decoded, late, fec, dtx, partial, codec or lost
-    uint32_t bandwidth = 0;                       // OPUS_BANDWIDTH_*
-    uint32_t concealed = 0;                       // samples that the codec concealed
-    std::span<const int16_t> samples;             // valid until the timeline's next call
+    // decoded, late, redundant, fec, dtx, partial, codec or lost
+    AiPlcFrameSource source = AIPLC_SOURCE_LOST;
+    uint32_t bandwidth = 0;            // OPUS_BANDWIDTH_*
+    uint32_t concealed = 0;            // samples that the codec concealed
+    std::span<const int16_t> samples;  // valid until the timeline's next call
 
     bool IsLost() const { return source == AIPLC_SOURCE_LOST; }
 };
@@ -66,9 +67,7 @@ class DecodeTimeline {
     int64_t AudioEnd() const { return m_state.audioEnd; }  // concealed since here
 
     // Nothing was sent between the last decoded packet and this one.
-    bool IsNextSent(const BufferedPacket &packet) const {
-        return packet.sequence == m_state.sequence + 1 && packet.IsWhole();
-    }
+    bool IsNextSent(const BufferedPacket &packet) const;
 
     // Up to where the silence on the wire since AudioEnd is taken for a pause that the sender did
     // not announce: end or, where next, the first packet behind it, is there, the beginning of what
@@ -96,10 +95,10 @@ class DecodeTimeline {
         int64_t frame = 0;
         int64_t cursor = 0;
         int64_t audioEnd = 0;
-        int64_t sequence = -1;  // of the last decoded packet
-        bool pausing = false;   // the last packet announced a pause
-        bool celtOnly = false;  // the last packet had no SILK data
-        int64_t packetEnd = 0;  // of the last packet
+        int64_t sequence = BufferedPacket::kUnknownSequence;  // of the last decoded packet
+        bool pausing = false;                                 // the last packet announced a pause
+        bool celtOnly = false;                                // the last packet had no SILK data
+        int64_t packetEnd = 0;                                // of the last packet
         int64_t packetDuration = 0;
         int64_t quietFrames = 0;  // SILK frames without speech at its end, as far as they tell
         PauseHabit pauseHabit = PauseHabit::unknown;

@@ -6,6 +6,9 @@
 #include <cstring>
 #include <utility>
 
+#include "host/model_location.h"
+#include "host/receiver.h"
+#include "worker/predictor/predictor_factory.h"
 #include "worker/window/denormals.h"
 
 namespace aiplc::host {
@@ -25,6 +28,17 @@ int InProcessAdapter::Process(InoutDetail &record, int /*timeoutMs*/) {
     const int32_t result = m_predictor->Predict(window, prediction);
     if (result == 0) std::memcpy(record.AudioOut, prediction.data(), sizeof prediction);
     return result;
+}
+
+std::unique_ptr<AiplcAdapterInterface> MakeInProcessAdapter(const std::string &modelPath) {
+    const std::string path = modelPath.empty() ? ModelLocation() : modelPath;
+    std::shared_ptr<const worker::Model> model;
+    if (!path.empty()) {
+        std::string fault;
+        model = worker::SharedModel(path, fault);
+        if (model == nullptr) throw ModelFault(fault);
+    }
+    return std::make_unique<InProcessAdapter>(worker::MakePredictor(std::move(model)));
 }
 
 }  // namespace aiplc::host

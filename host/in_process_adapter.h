@@ -6,6 +6,7 @@
 #include <aiplc/adapter.h>
 
 #include <memory>
+#include <string>
 
 #include "worker/window/predictor.h"
 
@@ -28,6 +29,9 @@ class InProcessAdapter : public AiplcAdapterInterface {
   private:
     std::unique_ptr<worker::Predictor> m_predictor;
 };
+
+// modelPath: of the network's weights; empty: ModelLocation(). Throws ModelFault.
+std::unique_ptr<AiplcAdapterInterface> MakeInProcessAdapter(const std::string &modelPath);
 
 }  // namespace aiplc::host
 

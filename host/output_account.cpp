@@ -41,7 +41,7 @@ OutputFrame DescribeOutput(const PipelineChannel &channel, int64_t frame, AiPlcF
     OutputFrame output;
     output.samples = channel.OutputSamples();
     output.frame = frame;
-    output.packetType = node.pktType;
+    output.packetType = static_cast<int32_t>(node.pktType);
     output.bandwidth = node.bandwidth;
     if (frame < 0) return output;
 

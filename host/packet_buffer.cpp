@@ -14,7 +14,23 @@ constexpr int64_t kLongestPacket = 5760;  // 120 ms
 bool PacketBuffer::Insert(BufferedPacket &&packet) {
     if (m_packets.size() >= kCapacity) return false;
     const int64_t start = packet.start;
-    return m_packets.try_emplace(start, std::move(packet)).second;
+    const auto [place, isNew] = m_packets.try_emplace(start, std::move(packet));
+    if (isNew) return true;
+    if (packet.isCopy || !place->second.isCopy) return false;
+    place->second = std::move(packet);
+    return true;
+}
+
+bool PacketBuffer::Overlaps(const BufferedPacket &packet) const {
+    for (auto it = m_packets.lower_bound(packet.start - kLongestPacket);
+         it != m_packets.end() && it->first < packet.End(); ++it)
+        if (it->second.End() > packet.start) return true;
+    return false;
+}
+
+std::optional<int64_t> PacketBuffer::First() const {
+    if (m_packets.empty()) return std::nullopt;
+    return m_packets.begin()->first;
 }
 
 BufferedPacket *PacketBuffer::Covering(int64_t position) {
@@ -46,7 +62,7 @@ size_t PacketBuffer::EraseBefore(int64_t position) {
             ++it;
             continue;
         }
-        if (!it->second.used) ++unused;
+        if (!it->second.used && !it->second.isCopy) ++unused;
         it = m_packets.erase(it);
     }
     return unused;
@@ -55,7 +71,7 @@ size_t PacketBuffer::EraseBefore(int64_t position) {
 size_t PacketBuffer::Clear() {
     size_t unused = 0;
     for (const auto &[start, packet] : m_packets)
-        if (!packet.used) ++unused;
+        if (!packet.used && !packet.isCopy) ++unused;
     m_packets.clear();
     return unused;
 }

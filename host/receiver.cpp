@@ -11,13 +11,12 @@
 
 #include "host/decode_timeline.h"
 #include "host/in_process_adapter.h"
-#include "host/model_location.h"
 #include "host/opus_packet.h"
 #include "host/output_account.h"
 #include "host/packet_buffer.h"
 #include "host/pipeline_channel.h"
+#include "host/redundant_audio.h"
 #include "host/stream_clock.h"
-#include "worker/predictor/predictor_factory.h"
 
 namespace aiplc::host {
 namespace {
@@ -39,17 +38,6 @@ const ReceiverOptions &Checked(const ReceiverOptions &options) {
                                  std::to_string(options.decoderComplexity) + ", must be 0 to 10");
     }
     return options;
-}
-
-std::unique_ptr<AiplcAdapterInterface> MakeInProcessAdapter(const std::string &modelPath) {
-    const std::string path = modelPath.empty() ? ModelLocation() : modelPath;
-    std::shared_ptr<const worker::Model> model;
-    if (!path.empty()) {
-        std::string fault;
-        model = worker::SharedModel(path, fault);
-        if (model == nullptr) throw ModelFault(fault);
-    }
-    return std::make_unique<InProcessAdapter>(worker::MakePredictor(std::move(model)));
 }
 
 size_t Slot(int64_t frame) {
@@ -107,6 +95,8 @@ class Receiver::Engine {
 
     void Restart();
     bool IsTooLate(const BufferedPacket &packet);
+    void InsertPacket(const RtpPacket &packet, const StreamClock::Place &place);
+    void InsertCopies(const RtpPacket &packet, const StreamClock::Place &place);
     void Insert(BufferedPacket packet);
 
     void Start();
@@ -151,8 +141,14 @@ void Receiver::Engine::Push(const RtpPacket &packet) {
         ++m_statistics.packetsDiscarded;
         return;
     }
-    if (arrival.verdict == StreamClock::Verdict::restarted) Restart();
+    const bool isRestarted = arrival.verdict == StreamClock::Verdict::restarted;
+    if (isRestarted) Restart();
+    InsertPacket(packet, arrival.place);
+    // Copies from before a restart have no place on the timeline.
+    if (!isRestarted) InsertCopies(packet, arrival.place);
+}
 
+void Receiver::Engine::InsertPacket(const RtpPacket &packet, const StreamClock::Place &place) {
     const std::optional<OpusPacketInfo> info = ParseOpusPacket(packet.payload);
     if (!info) {
         ++m_undecodableOnArrival;
@@ -162,8 +158,8 @@ void Receiver::Engine::Push(const RtpPacket &packet) {
     if (info->redundancy) ++m_statistics.fecPacketsReceived;
 
     BufferedPacket buffered;
-    buffered.start = arrival.place.start;
-    buffered.sequence = arrival.place.sequence;
+    buffered.start = place.start;
+    buffered.sequence = place.sequence;
     buffered.info = *info;
     buffered.payload = packet.payload;
     if (!IsTooLate(buffered)) {
@@ -177,6 +173,16 @@ void Receiver::Engine::Push(const RtpPacket &packet) {
     } else {
         ++m_statistics.packetsDiscarded;
         if (info->redundancy) ++m_statistics.fecPacketsDiscarded;
+    }
+}
+
+void Receiver::Engine::InsertCopies(const RtpPacket &packet, const StreamClock::Place &place) {
+    for (BufferedPacket &copy : PlaceCopies(packet, place)) {
+        ++m_statistics.redundantBlocksReceived;
+        // The call begins with a packet: a copy of what came before it would only delay the rest.
+        const bool isBeforeCall = !m_started && copy.start < m_buffer.First().value_or(place.start);
+        if (isBeforeCall || IsTooLate(copy) || m_buffer.Overlaps(copy)) continue;
+        Insert(std::move(copy));
     }
 }
 
@@ -200,7 +206,8 @@ void Receiver::Engine::Insert(BufferedPacket packet) {
         if (!m_options.useLatePackets) packet.usableFrom = cursor;
     }
     const bool redundancy = packet.info.redundancy;
-    if (m_buffer.Insert(std::move(packet))) return;
+    const bool isCopy = packet.isCopy;
+    if (m_buffer.Insert(std::move(packet)) || isCopy) return;
     ++m_statistics.packetsDiscarded;
     if (redundancy) ++m_statistics.fecPacketsDiscarded;
 }
@@ -234,13 +241,18 @@ void Receiver::Engine::Start() {
     m_started = true;
 }
 
-// Counts the redundancy that can no longer be of use: the frame before it is being played.
+// Counts the redundancy that can no longer be of use, as the frame before it is being played, and
+// the copies that are being played.
 void Receiver::Engine::CloseRedundancy() {
     for (auto &[start, packet] : m_buffer.All()) {
         if (start > OpenFrom()) break;
-        if (!packet.info.redundancy || packet.fecClosed) continue;
-        packet.fecClosed = true;
-        if (!packet.fecUsed) ++m_statistics.fecPacketsDiscarded;
+        if (packet.counted || (packet.isCopy && start == OpenFrom())) continue;
+        packet.counted = true;
+        if (packet.isCopy) {
+            m_statistics.redundantBlocksUsed += packet.used ? 1 : 0;
+        } else if (packet.info.redundancy && !packet.fecUsed) {
+            ++m_statistics.fecPacketsDiscarded;
+        }
     }
 }
 

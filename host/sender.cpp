@@ -9,6 +9,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "host/redundant_audio.h"
+
 namespace aiplc::host {
 namespace {
 
@@ -37,6 +39,7 @@ void CheckOptions(const SenderOptions &options) {
     CheckRange("bitrate", options.bitrate, 6000, 510000);
     CheckRange("expected packet loss", options.expectedLossPercent, 0, 100);
     CheckRange("encoder complexity", options.complexity, 0, 10);
+    CheckRange("redundancy", options.redundancy, 0, 4);
     if (options.maxBandwidth != 0) {
         CheckRange("bandwidth", options.maxBandwidth, OPUS_BANDWIDTH_NARROWBAND,
                    OPUS_BANDWIDTH_FULLBAND);
@@ -82,7 +85,8 @@ Sender::Sender(const SenderOptions &options)
     : m_packetSamples(size_t{options.sampleRate} * static_cast<uint32_t>(options.packetMs) / 1000),
       m_timestampStep(static_cast<uint32_t>(options.packetMs) * kClockPerMs),
       m_sequenceNumber(options.firstSequenceNumber),
-      m_timestamp(options.firstTimestamp) {
+      m_timestamp(options.firstTimestamp),
+      m_redundancy(static_cast<size_t>(std::max(options.redundancy, 0))) {
     CheckOptions(options);
     int error = OPUS_OK;
     m_encoder.reset(opus_encoder_create(static_cast<opus_int32>(options.sampleRate), 1,
@@ -112,6 +116,17 @@ std::vector<RtpPacket> Sender::Flush() {
     return Push({});
 }
 
+// Of the packets before the next one.
+std::vector<RedundantCopy> Sender::Copies() const {
+    std::vector<RedundantCopy> copies;
+    for (const RtpPacket &sent : m_sent) {
+        const uint32_t offset = m_timestamp - sent.timestamp;
+        if (offset <= kMaxCopyOffset && sent.payload.size() <= kMaxCopyBytes)
+            copies.push_back({static_cast<uint16_t>(offset), sent.payload});
+    }
+    return copies;
+}
+
 void Sender::EncodePacket(std::span<const int16_t> pcm, std::vector<RtpPacket> &packets) {
     std::array<uint8_t, kMaxPayload> payload{};
     const opus_int32 size = opus_encode(m_encoder.get(), pcm.data(), static_cast<int>(pcm.size()),
@@ -122,7 +137,11 @@ void Sender::EncodePacket(std::span<const int16_t> pcm, std::vector<RtpPacket> &
     const bool pause = bytes <= kPauseBytes;
     if (!pause || !m_pausing) {
         const auto end = payload.begin() + size;
-        packets.push_back({m_sequenceNumber++, m_timestamp, {payload.begin(), end}});
+        const RtpPacket packet{m_sequenceNumber++, m_timestamp, {payload.begin(), end}};
+        packets.push_back(packet);
+        packets.back().copies = Copies();
+        m_sent.push_back(packet);
+        if (m_sent.size() > m_redundancy) m_sent.pop_front();
     }
     m_pausing = pause;
     m_timestamp += m_timestampStep;

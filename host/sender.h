@@ -3,7 +3,9 @@
 #ifndef AIPLC_HOST_SENDER_H
 #define AIPLC_HOST_SENDER_H
 
+#include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <span>
 #include <vector>
@@ -22,9 +24,10 @@ struct SenderOptions {
     int packetMs = 20;            // 10, 20, 40 or 60
     bool fec = false;             // in-band redundancy; needs expectedLossPercent > 0 to appear
     int expectedLossPercent = 0;  // 0..100
-    bool dtx = false;             // stop sending in pauses
-    int maxBandwidth = 0;         // OPUS_BANDWIDTH_NARROWBAND (1101)..FULLBAND (1105); 0 = free
-    int complexity = 10;          // 0..10
+    int redundancy = 0;    // 0..4: each packet carries copies of so many before it (RFC 2198)
+    bool dtx = false;      // stop sending in pauses
+    int maxBandwidth = 0;  // OPUS_BANDWIDTH_NARROWBAND (1101)..FULLBAND (1105); 0 = free
+    int complexity = 10;   // 0..10
     SenderApplication application = SenderApplication::voip;
     uint16_t firstSequenceNumber = 0;
     uint32_t firstTimestamp = 0;
@@ -34,6 +37,9 @@ struct SenderOptions {
 //
 // In a pause with DTX the first packet of at most 2 bytes is sent and the ones like it after it are
 // not; timestamps go on and sequence numbers count sent packets only (RFC 7587 3.1.3).
+//
+// Copies go from the oldest to the newest. One of more than 1023 bytes or 341 ms before its packet
+// has no room in the header of redundant audio and is left out.
 class Sender {
   public:
     // Throws std::runtime_error for options out of range.
@@ -56,6 +62,7 @@ class Sender {
         void operator()(OpusEncoder *encoder) const;
     };
 
+    std::vector<RedundantCopy> Copies() const;
     void EncodePacket(std::span<const int16_t> pcm, std::vector<RtpPacket> &packets);
 
     std::unique_ptr<OpusEncoder, EncoderDeleter> m_encoder;
@@ -65,6 +72,8 @@ class Sender {
     uint16_t m_sequenceNumber;
     uint32_t m_timestamp;
     bool m_pausing = false;  // the last encoded packet had at most 2 bytes
+    size_t m_redundancy;
+    std::deque<RtpPacket> m_sent;  // the last m_redundancy packets, without copies
     std::vector<int16_t> m_pending;
 };
 

@@ -14,13 +14,13 @@ constexpr int64_t kSequenceCycle = 65536;
 // Opus frames last whole multiples of 2.5 ms; a sender whose clock strays is put back on the grid.
 constexpr int64_t kGrid = 120;
 
+}  // namespace
+
 int64_t OnGrid(int64_t position) {
     const int64_t shifted = position + kGrid / 2;
     const int64_t rest = ((shifted % kGrid) + kGrid) % kGrid;
     return shifted - rest;
 }
-
-}  // namespace
 
 StreamClock::Place StreamClock::PlaceOf(const RtpPacket &packet, int64_t now) const {
     const uint32_t timestampNow = m_origin + static_cast<uint32_t>(now);

@@ -14,6 +14,9 @@ namespace aiplc::host {
 // Length of a frame on the 48 kHz clock that all positions of the host engine are counted in.
 inline constexpr int64_t kFrameUnits = 960;
 
+// The nearest position at which an Opus frame can begin: whole multiples of 2.5 ms.
+int64_t OnGrid(int64_t position);
+
 // Places packets on the call's timeline: unwraps sequence numbers and timestamps, finds duplicates,
 // and follows a sender that restarts its clock, while a stray packet changes nothing.
 //

@@ -14,13 +14,16 @@
 #include <string>
 
 #include "host/receiver.h"
+#include "host/redundant_audio.h"
 #include "host/rtp_view.h"
 #include "receiver/arrival_jitter.h"
 #include "receiver/option_check.h"
 #include "receiver/rtp_stream.h"
 
 using aiplc::host::OutputFrame;
+using aiplc::host::RedundantAudio;
 using aiplc::host::RtpPacket;
+using aiplc::host::RtpView;
 using aiplc::receiver::ArrivalJitter;
 using aiplc::receiver::RtpStream;
 
@@ -91,11 +94,21 @@ struct AiPlcReceiver {
 
     void Push(const uint8_t *payload, size_t bytes, uint16_t sequence, uint32_t timestamp,
               int64_t arrivalUs) {
-        packet.sequenceNumber = sequence;
-        packet.timestamp = timestamp;
         packet.payload.assign(payload, payload + bytes);
-        engine.Push(packet);
-        if (arrivalUs >= 0) jitter.Add(arrivalUs, timestamp);
+        packet.copies.clear();
+        Push(sequence, timestamp, arrivalUs);
+    }
+
+    void PushRtp(const RtpView &rtp, int64_t arrivalUs) {
+        if (rtp.payloadType != redPayloadType)
+            return Push(rtp.payload.data(), rtp.payload.size(), rtp.sequence, rtp.timestamp,
+                        arrivalUs);
+        // With blocks that do not add up it is a packet that cannot be decoded.
+        const auto blocks =
+            aiplc::host::ParseRedundantAudio(rtp.payload, payloadType, redPayloadType);
+        TakeBlocks(blocks.value_or(RedundantAudio{}), packet);
+        redundancyBytes += rtp.payload.size() - packet.payload.size();
+        Push(rtp.sequence, rtp.timestamp, arrivalUs);
     }
 
     void Pull(int16_t *samples, size_t count) {
@@ -117,8 +130,17 @@ struct AiPlcReceiver {
         jitter = {};
         packetsForeign = 0;
         sourceChanges = 0;
+        redundancyBytes = 0;
         rest = {};
         frame = {};
+    }
+
+    // What is in packet.
+    void Push(uint16_t sequence, uint32_t timestamp, int64_t arrivalUs) {
+        packet.sequenceNumber = sequence;
+        packet.timestamp = timestamp;
+        engine.Push(packet);
+        if (arrivalUs >= 0) jitter.Add(arrivalUs, timestamp);
     }
 
     Log log;
@@ -129,6 +151,7 @@ struct AiPlcReceiver {
     ArrivalJitter jitter;
     uint64_t packetsForeign = 0;
     uint64_t sourceChanges = 0;
+    uint64_t redundancyBytes = 0;  // of payloads, besides the packets' own audio
     uint32_t sampleRate;
     RtpPacket packet;               // of the last Push
     OutputFrame frame;              // of the last Pull
@@ -203,8 +226,7 @@ int32_t AiPlcReceiverPushRtp(AiPlcReceiver *receiver, const void *packet, size_t
             receiver->log(AIPLC_RECEIVER_LOG_NOTE,
                           "the stream goes on from source " + std::to_string(view->ssrc));
         }
-        receiver->Push(view->payload.data(), view->payload.size(), view->sequence, view->timestamp,
-                       arrivalUs);
+        receiver->PushRtp(*view, arrivalUs);
     });
 }
 
@@ -242,6 +264,7 @@ int32_t AiPlcReceiverGetStatistics(const AiPlcReceiver *receiver,
     if (result != AIPLC_RECEIVER_OK) return result;
     counted.packetsForeign = receiver->packetsForeign;
     counted.sourceChanges = receiver->sourceChanges;
+    counted.bytesReceived += receiver->redundancyBytes;
     counted.jitter = receiver->jitter.Seconds();
     return CopyOut(counted, statistics) ? AIPLC_RECEIVER_OK : AIPLC_RECEIVER_E_ARGUMENT;
 }

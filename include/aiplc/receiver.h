@@ -168,7 +168,7 @@ typedef struct AiPlcReceiverStatistics {
     uint64_t packetsForeign;           ///< no RTP packet, or of another payload type
     uint64_t timelineRestarts;         ///< jumps of the sender's clock that were followed
     uint64_t sourceChanges;            ///< new synchronisation sources (SSRC) that were followed
-    uint64_t redundantBlocksReceived;  ///< copies in packets of redundant audio (RFC 2198)
+    uint64_t redundantBlocksReceived;  ///< copies of Opus in redundant audio (RFC 2198)
     uint64_t redundantBlocksUsed;      ///< of those, played
 
     uint64_t framesBySource[AIPLC_FRAME_SOURCES];  ///< all output frames by AiPlcFrameSource
@@ -236,7 +236,10 @@ AIPLC_RECEIVER_EXPORT void AiPlcReceiverDestroy(AiPlcReceiver *receiver);
 AIPLC_RECEIVER_EXPORT int32_t AiPlcReceiverReset(AiPlcReceiver *receiver);
 
 /// Takes a whole RTP packet (RFC 3550, RFC 7587), with any bytes in it, in any order, any number of
-/// times. A new SSRC is followed once two of its packets came in a row.
+/// times. A new SSRC is followed once two of its packets came in a row. Of redundant audio
+/// (AiPlcReceiverOptions::redPayloadType) copies are used for packets that are missing, as far back
+/// as their audio can still be played; the packet's own audio must be of payloadType where that is
+/// given, and copies of the same type.
 ///
 /// @param receiver from AiPlcReceiverCreate
 /// @param packet copied

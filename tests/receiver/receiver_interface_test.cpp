@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "host/redundant_audio.h"
 #include "tests/host/call.h"
 
 namespace aiplc::host {
@@ -213,6 +214,36 @@ TEST(ReceiverInterface, FollowsOneSourceAndOnePayloadType) {
     EXPECT_EQ(counted.sourceChanges, 1U);
     EXPECT_EQ(counted.packetsForeign, 2 * ((packets.size() + 3) / 7) + 1);
     EXPECT_EQ(log, "the stream goes on from source 8\n");
+}
+
+// A call in redundant audio that loses two packets in a row, with one in plain Opus amid it.
+TEST(ReceiverInterface, PlaysRedundantAudio) {
+    constexpr int kRed = 63;
+    const Packets packets = Speech({.sampleRate = 16000, .redundancy = 2}, 1);
+    AiPlcReceiverOptions options = Options();
+    options.payloadType = kPayloadType;
+    options.redPayloadType = kRed;
+    const Handle receiver = Make(options);
+    std::vector<int16_t> samples(320);
+    size_t bytes = 0;
+    for (size_t i = 0; i < packets.size(); ++i) {
+        RtpPacket packet = packets[i];
+        if (i != 30) packet.payload = WriteRedundantAudio(packet, kPayloadType);
+        if (i == 40) packet.payload = {0xEF, 0xFF, 0xFF, 0xFF, 0x6F};  // lengths that lie
+        if (i == 20 || i == 21) continue;
+        bytes += packet.payload.size();
+        EXPECT_EQ(PushRtp(receiver, packet, 7, i == 30 ? kPayloadType : kRed), AIPLC_RECEIVER_OK);
+        AiPlcReceiverPull(receiver.get(), samples.data(), 320);
+    }
+    const AiPlcReceiverStatistics counted = Counted(receiver);
+    EXPECT_EQ(counted.bytesReceived, bytes);
+    EXPECT_EQ(counted.packetsReceived, packets.size() - 2);
+    EXPECT_EQ(counted.packetsLost, 2);
+    EXPECT_EQ(counted.packetsUndecodable, 1U);
+    EXPECT_EQ(counted.framesBySource[AIPLC_SOURCE_REDUNDANT], 3U);
+    // The first packet has none to repeat, the second has one; 30 and 40 gave none.
+    EXPECT_EQ(counted.redundantBlocksReceived, 2 * (packets.size() - 2) - 3 - 4);
+    EXPECT_EQ(counted.redundantBlocksUsed, 3U);
 }
 
 }  // namespace

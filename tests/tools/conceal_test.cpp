@@ -205,6 +205,16 @@ TEST_F(ConcealTest, RedundancyAndPausesReachTheEncoder) {
     m_options.encoding.fec = true;
     Run();
     EXPECT_GT(m_report.statistics.framesBySource[AIPLC_SOURCE_FEC], 10U);
+    // Three packets in a row are repeated in the fourth; beside the bitrate, which stays.
+    m_options.encoding.fec = false;
+    m_options.encoding.redundancy = 3;
+    Lose("0001000111");
+    const Samples repaired = Run();
+    EXPECT_EQ(m_report.statistics.concealedSamples, 0U);
+    EXPECT_GT(m_report.payloadBitrate, 3.5 * 20000);
+    Lose("0");
+    EXPECT_EQ(Run(), repaired);
+    EXPECT_EQ(m_report.statistics.redundantBlocksUsed, 0U);
     SetInput(WavFile(Samples(32000, 0), 16000));
     m_options.encoding.dtx = true;
     Run();

@@ -256,6 +256,45 @@ TEST_F(RecordedCallTest, CaptureOfEncryptedMediaIsRefused) {
     EXPECT_THAT(ReportSummary({}, report), HasSubstr(", 1 not decodable\n"));
 }
 
+// Redundant audio of payload type 63, with one packet in plain Opus (96) and the next ones lost.
+TEST_F(RecordedCallTest, CaptureOfRedundantAudioIsUnpacked) {
+    Bytes file = CaptureHeader();
+    const Bytes header = {0xE0, 0x0F, 0, 21, 0x60};  // 960 before, 21 bytes
+    const Bytes lying = {0xE0, 0x0F, 3, 21, 0x60, 1};
+    for (uint16_t i = 0; i < 20; ++i) {
+        Bytes payload = Join({header, Packet(20), Packet(30)});
+        if (i == 5) payload = Packet(30);
+        if (i == 15) payload = lying;
+        if (i == 9 || i == 12) continue;
+        const uint8_t type = i == 5 ? 96 : 63;
+        file = Join({file, Frame(20000U * i, Rtp(0xA, type, i, 960U * i, payload))});
+    }
+    const LoadedCall loaded = Load(file);
+    EXPECT_THAT(loaded.notes.at(0), HasSubstr("redundant audio of type 96"));
+    ASSERT_EQ(loaded.call.packets.size(), 18U);
+    EXPECT_EQ(loaded.call.packets[4].payload, Packet(30));
+    EXPECT_EQ(loaded.call.packets[5].payload, Packet(30));
+    EXPECT_EQ(Load(file, {.payloadType = 96}).call.packets.size(), 18U);
+    const AiPlcReceiverStatistics counted = Play(file, 0).statistics;
+    EXPECT_EQ(counted.packetsReceived, 18U);
+    EXPECT_EQ(counted.packetsLost, 2);
+    EXPECT_EQ(counted.packetsUndecodable, 1U);
+    EXPECT_EQ(counted.framesBySource[AIPLC_SOURCE_REDUNDANT], 3U);
+    EXPECT_EQ(counted.concealedSamples, 0U);
+
+    // Without a copy nothing tells it from Opus but the user.
+    const Bytes alone =
+        Join({CaptureHeader(), Frame(0, Rtp(1, 63, 0, 0, Join({{0x60}, Packet(9)}))),
+              Frame(20000, Rtp(1, 63, 1, 960, Join({{0x60}, Packet(9)})))});
+    EXPECT_EQ(Load(alone).call.redType, -1);
+    const LoadedCall named = Load(alone, {.redPayloadType = 63});
+    EXPECT_EQ(named.call.opusType, 96);
+    EXPECT_EQ(named.call.packets[1].payload, Packet(9));
+    const Bytes none = Join({CaptureHeader(), Frame(0, Rtp(1, 63, 0, 0, lying))});
+    EXPECT_THAT([&] { Load(none, {.redPayloadType = 63}); },
+                ThrowsMessage<Failure>(HasSubstr("1 of 1 packets are no redundant audio")));
+}
+
 TEST_F(RecordedCallTest, CaptureIsPlayedAtItsPace) {
     // The second packet is 70 ms late: beyond the look-ahead unless the buffer makes up for it.
     const Bytes file = Join({CaptureHeader(), Frame(0, Rtp(1, 96, 0, 0, Packet(20))),

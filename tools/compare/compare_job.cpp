@@ -3,6 +3,7 @@
 #include "tools/compare/compare_job.h"
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -57,7 +58,7 @@ std::vector<bool> LostPackets(const CompareJob &job, const OpusCall &call) {
     std::vector<bool> lost = DrawLosses(call, model.get(), job.input).lost;
     // The first packet to come tells the receiver where the call begins, and the reference with it.
     for (size_t i = 0; i < lost.size(); ++i) {
-        if (call.packets[i].payload.empty()) continue;
+        if (call.packets[i].IsMissing()) continue;
         lost[i] = false;
         break;
     }
@@ -192,7 +193,10 @@ CompareResult RunCompareJob(const CompareJob &job, const CompareOptions &options
     ThrowIfInterrupted();
     const std::vector<CompareFigure> figures =
         MakeFigures({&result.scores, 1}, ResampledUnit::gaps);
-    result.entry = JsonText(FileEntry(job.name, job.loss->id, recordings, result.scores, figures));
+    nlohmann::ordered_json entry =
+        FileEntry(job.name, job.loss->id, recordings, result.scores, figures);
+    entry["payloadBitrate"] = std::llround(PayloadBitrate(loaded.call));
+    result.entry = JsonText(entry);
     result.rows = FigureRows("file", job.name, job.loss->id, figures) +
                   GapRows(job.name, job.loss->id, result.scores);
     if (limits.all > 0)

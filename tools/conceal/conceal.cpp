@@ -194,6 +194,7 @@ ConcealReport Conceal(const ConcealOptions &given) {
     const PacketLosses losses = DrawLosses(call, model.get(), input.Name());
     const std::vector<bool> &lost = losses.lost;
     report.packets = lost.size();
+    report.payloadBitrate = PayloadBitrate(call);
     report.packetsMissing = losses.missing;
     report.packetsDropped = losses.dropped;
     const CallTimeline timeline(call, lost, loaded.sampleRate, jitterBufferMs);

@@ -17,8 +17,9 @@ INPUT is recognised by its content; - reads standard input:
                 mixed to mono and encoded with Opus.
   Ogg Opus      its packets are the call.
   bit stream    as opus_demo -e writes it; a packet of length 0 is lost.
-  capture       pcap, pcapng or rtpdump with Opus in RTP, not encrypted. Capture times
-                drive the playing: a packet that comes later than --jitter-buffer allows is late.
+  capture       pcap, pcapng or rtpdump with Opus in RTP, not encrypted, redundant audio included.
+                Capture times drive the playing: a packet that comes later than --jitter-buffer
+                allows is late.
                 Of several streams the one with most Opus packets is played, unless --ssrc
                 or --payload-type choose another; they are listed. A file that is cut
                 short is played to its end.
@@ -32,6 +33,8 @@ Examples:
       Encode at 24 kbit/s, lose every tenth packet at random, conceal.
   aiplc conceal talk.flac -o out.wav --loss 20 --burst 3 --seed 7 --fec
       Losses in bursts of 3 packets on average, with in-band redundancy.
+  aiplc conceal talk.wav -o out.wav --loss 20 --burst 2 --red 3
+      Each packet repeats the three before it: only longer bursts are concealed.
   aiplc conceal talk.wav -o codec.wav --loss 10 --no-ai
       The same losses, concealed by the codec alone, to compare with.
   aiplc conceal call.pcapng -o out.wav --jitter-buffer 60 --frames out.csv

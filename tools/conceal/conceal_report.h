@@ -25,6 +25,7 @@ struct ConcealReport {
     uint64_t packets = 0;         // of the call, lost ones included
     uint64_t packetsMissing = 0;  // already lost in the input
     uint64_t packetsDropped = 0;  // lost by simulation
+    double payloadBitrate = 0.0;  // bit/s as sent, lost packets included
 
     DecoderFacts decoder;  // at the complexity asked for
     bool predictorRunning = false;

@@ -40,6 +40,7 @@ Json OptionsJson(const ConcealOptions &options) {
     json["complexity"] = OrNull(encoding.complexity);
     json["bandwidth"] = OrNull(encoding.bandwidth);
     json["fec"] = encoding.fec;
+    json["redundancy"] = OrNull(encoding.redundancy);
     json["dtx"] = encoding.dtx;
     json["lossPercent"] = OrNull(loss.lossPercent);
     json["meanBurst"] = OrNull(loss.meanBurst);
@@ -47,6 +48,7 @@ Json OptionsJson(const ConcealOptions &options) {
     json["lossTrace"] = OrNull(loss.tracePath);
     json["ssrc"] = OrNull(options.stream.ssrc);
     json["payloadType"] = OrNull(options.stream.payloadType);
+    json["redPayloadType"] = OrNull(options.stream.redPayloadType);
     json["jitterBufferMs"] = OrNull(options.jitterBufferMs);
     json["decoderComplexity"] = ReceiverFor(options.receiving).decoderComplexity;
     json["keepDelay"] = options.keepDelay;
@@ -84,6 +86,7 @@ Json InputJson(const ConcealReport &report) {
     json["packets"] = report.packets;
     json["packetsMissing"] = report.packetsMissing;
     json["packetsDropped"] = report.packetsDropped;
+    json["payloadBitrate"] = std::llround(report.payloadBitrate);
     return json;
 }
 
@@ -96,6 +99,8 @@ Json StatisticsJson(const AiPlcReceiverStatistics &statistics) {
     json["packetsDuplicated"] = statistics.packetsDuplicated;
     json["fecPacketsReceived"] = statistics.fecPacketsReceived;
     json["fecPacketsDiscarded"] = statistics.fecPacketsDiscarded;
+    json["redundantBlocksReceived"] = statistics.redundantBlocksReceived;
+    json["redundantBlocksUsed"] = statistics.redundantBlocksUsed;
     json["bytesReceived"] = statistics.bytesReceived;
     json["totalSamplesReceived"] = statistics.totalSamplesReceived;
     json["concealedSamples"] = statistics.concealedSamples;

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <vector>
 
+#include "host/redundant_audio.h"
 #include "host/sender.h"
 #include "tools/input/bit_stream.h"
 #include "tools/input/ogg_opus.h"
@@ -22,6 +23,9 @@ namespace {
 
 constexpr int kExpectedLossOfTrace = 10;  // percent: what FEC prepares for when nobody says
 constexpr int kMaxExpectedLoss = 100;
+// Payload types of calls that are encoded here, from the range for dynamic ones.
+constexpr int kOpusType = 111;
+constexpr int kRedType = 63;
 // Silence behind the audio, samples: it pushes the audio's end through the receiver's filters,
 // which delay by 44 + 45 samples at most.
 constexpr size_t kFilterTail = 96;
@@ -43,12 +47,14 @@ void CheckOptionsFit(const CallOptions &options, const InputFile &input, InputKi
         Refuse(encoding.complexity.has_value(), "--complexity", wants, input, kind);
         Refuse(encoding.bandwidth.has_value(), "--bandwidth", wants, input, kind);
         Refuse(encoding.fec, "--fec", wants, input, kind);
+        Refuse(encoding.redundancy.has_value(), "--red", wants, input, kind);
         Refuse(encoding.dtx, "--dtx", wants, input, kind);
     }
     if (kind != InputKind::capture) {
         const char *wants = "captures";
         Refuse(options.stream.ssrc.has_value(), "--ssrc", wants, input, kind);
         Refuse(options.stream.payloadType.has_value(), "--payload-type", wants, input, kind);
+        Refuse(options.stream.redPayloadType.has_value(), "--red-payload-type", wants, input, kind);
         Refuse(options.jitterBufferMs.has_value(), "--jitter-buffer", wants, input, kind);
     }
 }
@@ -91,6 +97,7 @@ host::SenderOptions SenderOptionsOf(const CallOptions &options, int sampleRate) 
     sender.packetMs = *encoding.frameMs;
     sender.complexity = *encoding.complexity;
     sender.maxBandwidth = OpusBandwidth(*encoding.bandwidth);
+    sender.redundancy = encoding.redundancy.value_or(0);
     sender.dtx = encoding.dtx;
     sender.fec = encoding.fec;
     sender.expectedLossPercent = encoding.fec ? ExpectedLoss(options.lossExpected) : 0;
@@ -112,8 +119,11 @@ int RateOfSpeech(const CallOptions &options, int audioRate) {
 void TakePackets(OpusCall &call, std::vector<host::RtpPacket> packets) {
     for (host::RtpPacket &packet : packets) {
         const int64_t arrivalUs = int64_t{packet.timestamp} * 1000 / (kOpusClock / 1000);
-        call.packets.push_back(
-            {std::move(packet.payload), packet.sequenceNumber, packet.timestamp, arrivalUs});
+        std::vector<uint8_t> redundant;
+        if (call.redType >= 0)
+            redundant = host::WriteRedundantAudio(packet, static_cast<uint8_t>(call.opusType));
+        call.packets.push_back({std::move(packet.payload), packet.sequenceNumber, packet.timestamp,
+                                arrivalUs, std::move(redundant)});
     }
 }
 
@@ -140,6 +150,10 @@ LoadedCall Encode(InputFile &input, const CallOptions &options) {
     const host::SenderOptions senderOptions = SenderOptionsOf(options, loaded.sampleRate);
     host::Sender sender(senderOptions);
     OpusCall &call = loaded.call;
+    if (senderOptions.redundancy > 0) {
+        call.opusType = kOpusType;
+        call.redType = kRedType;
+    }
     std::array<int16_t, 4800> pcm{};
     size_t got = 0;
     while ((got = audio.Read(pcm)) > 0) {

@@ -17,6 +17,7 @@ struct EncodingOptions {
     std::optional<int> complexity;         // 0..10
     std::optional<std::string> bandwidth;  // auto, nb, mb, wb, swb or fb
     bool fec = false;
+    std::optional<int> redundancy;  // 1..4 packets repeated in each (RFC 2198)
     bool dtx = false;
 };
 

@@ -36,6 +36,11 @@ void AddEncoding(CLI::App &app, EncodingOptions &encoding) {
         ->check(CLI::Range(0, 10).description(""))
         ->type_name("N");
     app.add_flag("--fec", encoding.fec, "in-band redundancy, prepared for the --loss given");
+    app.add_option("--red", encoding.redundancy,
+                   "redundant audio (RFC 2198): each packet carries the 1 to 4 packets before\n"
+                   "it again, beside the --bitrate")
+        ->check(CLI::Range(1, 4).description(""))
+        ->type_name("DISTANCE");
     app.add_flag("--dtx", encoding.dtx, "send nothing in pauses");
 }
 
@@ -45,6 +50,10 @@ void AddCapture(CLI::App &app, StreamChoice &stream, std::optional<int> &jitterB
         ->check(IsWholeNumber("it as 0x and hexadecimal digits, or in decimal"))
         ->type_name("N");
     app.add_option("--payload-type", stream.payloadType, "of the stream, 0 to 127")
+        ->check(CLI::Range(0, 127).description(""))
+        ->type_name("N");
+    app.add_option("--red-payload-type", stream.redPayloadType,
+                   "of redundant audio (RFC 2198), 0 to 127; otherwise told from its packets")
         ->check(CLI::Range(0, 127).description(""))
         ->type_name("N");
     app.add_option("--jitter-buffer", jitterBufferMs,

@@ -28,6 +28,13 @@ void AppendPacket(OpusCall &call, std::span<const uint8_t> payload, uint32_t sam
     }
 }
 
+double PayloadBitrate(const OpusCall &call) {
+    size_t bytes = 0;
+    for (const CallPacket &packet : call.packets)
+        bytes += packet.redundant.empty() ? packet.payload.size() : packet.redundant.size();
+    return 8.0 * static_cast<double>(bytes) * kOpusClock / static_cast<double>(call.span);
+}
+
 uint32_t WidestBandwidth(const OpusCall &call) {
     uint32_t widest = 0;
     for (const CallPacket &packet : call.packets) {

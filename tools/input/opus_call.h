@@ -16,10 +16,15 @@ constexpr int kOpusClock = 48000;  // Hz: RTP timestamps, Ogg positions, whateve
 constexpr int64_t kMaxCallSeconds = int64_t{12} * 3600;
 
 struct CallPacket {
-    std::vector<uint8_t> payload;  // empty: already lost when the call was recorded
+    std::vector<uint8_t> payload;  // Opus; empty: already lost when the call was recorded
     uint16_t sequence = 0;
     uint32_t timestamp = 0;  // 48 kHz clock, first sample
     int64_t arrivalUs = 0;   // since the first packet's arrival
+    // The RTP payload where that is redundant audio (RFC 2198); payload is the newest of it, or
+    // empty where the blocks do not add up.
+    std::vector<uint8_t> redundant{};
+
+    [[nodiscard]] bool IsMissing() const { return payload.empty() && redundant.empty(); }
 };
 
 // The packets of a call, in the order in which they reach the receiver.
@@ -32,6 +37,9 @@ struct OpusCall {
     int64_t samples = 0;
     int outputGainQ8 = 0;          // dB / 256, asked for by an Ogg header
     bool hasArrivalTimes = false;  // captured: arrivalUs is what the network did
+    // Payload types of Opus and of redundant audio; -1 without the latter.
+    int opusType = -1;
+    int redType = -1;
 };
 
 // Duration in 48 kHz samples; 0 when this is no Opus packet (RFC 6716, section 3).
@@ -41,6 +49,9 @@ uint32_t OpusPacketSamples(std::span<const uint8_t> payload);
 // its duration. Throws Failure naming file when the call becomes too long.
 void AppendPacket(OpusCall &call, std::span<const uint8_t> payload, uint32_t samples,
                   const std::string &file);
+
+// Bit/s of the RTP payloads as they were sent, over the call's span.
+double PayloadBitrate(const OpusCall &call);
 
 // Widest audio bandwidth (OPUS_BANDWIDTH_...) of any packet; 0 when there is none.
 uint32_t WidestBandwidth(const OpusCall &call);

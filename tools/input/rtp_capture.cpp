@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
+#include "host/redundant_audio.h"
 #include "tools/input/rtp_recording.h"
 #include "tools/shell/failure.h"
 
@@ -55,10 +57,18 @@ class PacketTaker {
                                       "; cut the capture there");
         }
         m_arrivalUs = std::max(m_arrivalUs, sinceFirstUs);  // clocks are set back at times
-        m_call.packets.push_back({{packet.rtp.payload.begin(), packet.rtp.payload.end()},
-                                  packet.rtp.sequence,
-                                  packet.rtp.timestamp,
-                                  m_arrivalUs});
+        CallPacket taken{{packet.rtp.payload.begin(), packet.rtp.payload.end()},
+                         packet.rtp.sequence,
+                         packet.rtp.timestamp,
+                         m_arrivalUs};
+        if (packet.rtp.payloadType == m_call.redType) {
+            const auto blocks =
+                host::ParseRedundantAudio(packet.rtp.payload, m_call.opusType, m_call.redType);
+            const auto own = blocks.value_or(host::RedundantAudio{}).primary;
+            taken.redundant.swap(taken.payload);
+            taken.payload.assign(own.begin(), own.end());
+        }
+        m_call.packets.push_back(std::move(taken));
     }
 
   private:
@@ -73,11 +83,12 @@ class PacketTaker {
 CapturedCall ReadCapture(const InputFile &input, const StreamChoice &choice) {
     CapturedCall captured;
     const std::unique_ptr<RtpRecording> survey = OpenRtpRecording(input);
-    captured.streams = SurveyStreams(*survey);
+    captured.streams = SurveyStreams(*survey, choice.redPayloadType);
     captured.stopsEarly = survey->StopsEarly();
     captured.chosen = ChooseStream(captured.streams, choice, input.Name());
     const RtpStream &chosen = captured.streams[captured.chosen];
-    if (chosen.cut > 0) {
+    const auto half = OtherHalf(captured.streams, captured.chosen);
+    if (chosen.cut > 0 || (half && captured.streams[*half].cut > 0)) {
         throw Failure(input.Name(),
                       "holds only the beginning of some packets; capture whole packets "
                       "(tcpdump -s 0)");
@@ -85,11 +96,18 @@ CapturedCall ReadCapture(const InputFile &input, const StreamChoice &choice) {
 
     OpusCall &call = captured.call;
     call.hasArrivalTimes = true;
+    const RtpStream &red = half && !chosen.IsRedundantAudio() ? captured.streams[*half] : chosen;
+    if (red.IsRedundantAudio()) {
+        call.opusType = red.redOpusType;
+        call.redType = red.payloadType;
+    }
     const std::unique_ptr<RtpRecording> recording = OpenRtpRecording(input);
     PacketTaker taker(call, input.Name());
     RecordedPacket packet;
     while (recording->Next(packet)) {
-        if (packet.rtp.ssrc == chosen.ssrc && packet.rtp.payloadType == chosen.payloadType)
+        const int type = packet.rtp.payloadType;
+        const bool isHalf = half && type == captured.streams[*half].payloadType;
+        if (packet.rtp.ssrc == chosen.ssrc && (type == chosen.payloadType || isHalf))
             taker.Take(packet);
     }
     call.span = CallSpan(call, input.Name());

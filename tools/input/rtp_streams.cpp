@@ -7,6 +7,7 @@
 #include <map>
 #include <utility>
 
+#include "host/redundant_audio.h"
 #include "tools/input/opus_call.h"
 #include "tools/shell/failure.h"
 
@@ -77,6 +78,7 @@ class StreamCounter {
         } else if (rtp.payload.empty()) {
             ++m_stream.probes;
         } else {
+            CountRedundantAudio(rtp);
             m_samples = OpusPacketSamples(rtp.payload);
             if (m_samples > 0) ++m_stream.opus;
             ++m_stream.firstNibbles[rtp.payload[0] >> 4];
@@ -86,6 +88,19 @@ class StreamCounter {
     [[nodiscard]] const RtpStream &Stream() const { return m_stream; }
 
   private:
+    void CountRedundantAudio(const host::RtpView &rtp) {
+        const auto blocks =
+            host::ParseRedundantAudio(rtp.payload, m_stream.redOpusType, rtp.payloadType);
+        if (!blocks || blocks->payloadType < kFirstDynamicType ||
+            OpusPacketSamples(blocks->primary) == 0)
+            return;
+        for (const host::RedundantAudio::Copy &copy : blocks->copies)
+            if (OpusPacketSamples(copy.payload) == 0) return;
+        m_stream.redOpusType = blocks->payloadType;
+        ++m_stream.red;
+        if (!blocks->copies.empty()) ++m_stream.redWithCopies;
+    }
+
     RtpStream m_stream;
     uint16_t m_sequence = 0;
     uint32_t m_timestamp = 0;
@@ -100,12 +115,25 @@ std::string RtpStream::Name() const {
     return text.data();
 }
 
+// A packet of Opus passes for one of redundant audio with copies once in 128 times at most: lengths
+// and the payload types of two blocks would have to fit.
+bool RtpStream::IsRedundantAudio() const {
+    const uint64_t judged = packets - probes - cut;
+    return namedRed || (judged > 0 && 2 * redWithCopies >= judged &&
+                        static_cast<double>(red) >= kOpusShare * static_cast<double>(judged));
+}
+
 std::string RtpStream::WhyNotOpus() const {
     const uint64_t judged = packets - probes - cut;
     const auto share = [](uint64_t part, uint64_t whole) {
         return static_cast<double>(part) / static_cast<double>(whole);
     };
     if (judged == 0) return cut > 0 ? "" : "all its packets are padding";
+    if (IsRedundantAudio()) {
+        if (share(red, judged) >= kOpusShare) return {};
+        return std::to_string(judged - red) + " of " + std::to_string(judged) +
+               " packets are no redundant audio (RFC 2198) of Opus";
+    }
     if (share(opus, judged) < kOpusShare) {
         if (const char *codec = StaticCodec(payloadType))
             return "payload type " + std::to_string(payloadType) + " is " + codec + " (RFC 3551)";
@@ -120,15 +148,17 @@ std::string RtpStream::WhyNotOpus() const {
     return {};
 }
 
-std::vector<RtpStream> SurveyStreams(RtpRecording &recording) {
+std::vector<RtpStream> SurveyStreams(RtpRecording &recording, std::optional<int> redType) {
     std::map<std::pair<uint32_t, int>, StreamCounter> counters;
     RecordedPacket packet;
     while (recording.Next(packet))
         counters[{packet.rtp.ssrc, packet.rtp.payloadType}].Add(packet);
     std::vector<RtpStream> streams;
     streams.reserve(counters.size());
-    for (const auto &[key, counter] : counters)
+    for (const auto &[key, counter] : counters) {
         streams.push_back(counter.Stream());
+        streams.back().namedRed = redType == key.second;
+    }
     std::ranges::stable_sort(streams, std::ranges::greater{}, &RtpStream::packets);
     return streams;
 }
@@ -155,6 +185,17 @@ size_t ChooseStream(const std::vector<RtpStream> &streams, const StreamChoice &c
                             (streams.size() > 1 ? ", or " + list : ""));
 }
 
+std::optional<size_t> OtherHalf(const std::vector<RtpStream> &streams, size_t chosen) {
+    const auto isHalf = [](const RtpStream &red, const RtpStream &opus) {
+        return red.IsRedundantAudio() && red.redOpusType == opus.payloadType &&
+               red.ssrc == opus.ssrc;
+    };
+    for (size_t i = 0; i < streams.size(); ++i) {
+        if (isHalf(streams[chosen], streams[i]) || isHalf(streams[i], streams[chosen])) return i;
+    }
+    return std::nullopt;
+}
+
 std::string StreamTable(const std::vector<RtpStream> &streams, std::optional<size_t> chosen) {
     std::string table = "\n    SSRC        type  packets  seconds  from > to";
     for (size_t i = 0; i < streams.size(); ++i) {
@@ -169,7 +210,11 @@ std::string StreamTable(const std::vector<RtpStream> &streams, std::optional<siz
                       static_cast<unsigned long long>(stream.packets), stream.Seconds());
         table += text.data() + EndpointText(stream.from) + " > " + EndpointText(stream.to);
         const std::string reason = stream.WhyNotOpus();
-        if (!reason.empty()) table += "  not Opus: " + reason;
+        if (!reason.empty()) {
+            table += "  not Opus: " + reason;
+        } else if (stream.IsRedundantAudio()) {
+            table += "  redundant audio of type " + std::to_string(stream.redOpusType);
+        }
     }
     return table;
 }

@@ -11,7 +11,7 @@ PacketLosses DrawLosses(const OpusCall &call, LossModel *model, const std::strin
     losses.lost.resize(call.packets.size(), false);
     for (size_t i = 0; i < losses.lost.size(); ++i) {
         const bool drawn = model != nullptr && model->NextLost();
-        if (call.packets[i].payload.empty()) {
+        if (call.packets[i].IsMissing()) {
             ++losses.missing;
         } else if (drawn) {
             losses.lost[i] = true;

@@ -28,6 +28,8 @@ AiPlcReceiverOptions ReceiverOf(const CallTimeline &timeline, AiPlcReceiverOptio
     options.sampleRate = static_cast<uint32_t>(timeline.SampleRate());
     // Calls that were not captured come from senders that announce their pauses.
     options.expectPauses = timeline.Call().hasArrivalTimes ? 1 : 0;
+    options.payloadType = timeline.Call().opusType;
+    options.redPayloadType = timeline.Call().redType;
     return options;
 }
 
@@ -44,7 +46,7 @@ CallTimeline::CallTimeline(const OpusCall &call, std::vector<bool> lost, int sam
       m_callFrames((call.span + kFrameClock - 1) / kFrameClock),
       m_samples((call.samples * sampleRate + kOpusClock / 2) / kOpusClock) {
     for (size_t i = 0; i < call.packets.size(); ++i) {
-        if (call.packets[i].payload.empty()) m_lost[i] = true;
+        if (call.packets[i].IsMissing()) m_lost[i] = true;
     }
     const bool is48K = sampleRate == 48000;
     if (!call.hasArrivalTimes) {
@@ -78,8 +80,13 @@ const PlayedFrame &CallPlayer::Next() {
         const CallPacket &packet = packets[m_nextPacket];
         if (packet.arrivalUs > deadlineUs) break;
         if (m_timeline.Lost(m_nextPacket)) continue;
-        m_receiver.Push(packet.payload, packet.sequence, packet.timestamp,
-                        m_timeline.Call().hasArrivalTimes ? packet.arrivalUs : -1);
+        const int64_t arrivalUs = m_timeline.Call().hasArrivalTimes ? packet.arrivalUs : -1;
+        if (packet.redundant.empty()) {
+            m_receiver.Push(packet.payload, packet.sequence, packet.timestamp, arrivalUs);
+        } else {
+            m_receiver.PushRtp(m_timeline.Call().redType, packet.redundant, packet.sequence,
+                               packet.timestamp, arrivalUs);
+        }
     }
     ++m_tick;
     const PlayedFrame &frame = m_receiver.Pull();

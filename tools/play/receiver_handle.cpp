@@ -51,6 +51,18 @@ void ReceiverHandle::Push(std::span<const uint8_t> payload, uint16_t sequence, u
                             arrivalUs));
 }
 
+void ReceiverHandle::PushRtp(int payloadType, std::span<const uint8_t> payload, uint16_t sequence,
+                             uint32_t timestamp, int64_t arrivalUs) {
+    m_datagram = {0x80, static_cast<uint8_t>(payloadType)};  // RFC 3550, section 5.1
+    for (const int shift : {8, 0})
+        m_datagram.push_back(static_cast<uint8_t>(sequence >> shift));
+    for (const int shift : {24, 16, 8, 0})
+        m_datagram.push_back(static_cast<uint8_t>(timestamp >> shift));
+    m_datagram.resize(12);  // one source, number 0
+    m_datagram.insert(m_datagram.end(), payload.begin(), payload.end());
+    Check(AiPlcReceiverPushRtp(m_receiver.get(), m_datagram.data(), m_datagram.size(), arrivalUs));
+}
+
 const PlayedFrame &ReceiverHandle::Pull() {
     Check(AiPlcReceiverPull(m_receiver.get(), m_samples.data(), m_samples.size()));
     m_frame.structSize = sizeof(AiPlcReceiverFrame);
