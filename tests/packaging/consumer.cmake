@@ -50,7 +50,7 @@ set(ENV{AIPLC_NAMESPACE} consumer-${build})
 set(prefix ${SCRATCH}/prefix)
 run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix})
 run(${CMAKE_COMMAND} -S ${SOURCE} -B ${SCRATCH}/build -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_C_COMPILER=${CC}
-    -DCMAKE_C_FLAGS=${FLAGS} -DEXAMPLE=${example})
+    -DCMAKE_C_FLAGS=${FLAGS} -DEXAMPLE=${example} -DEXAMPLES=${ROOT}/examples)
 run(${CMAKE_COMMAND} --build ${SCRATCH}/build)
 check_worker(${SCRATCH}/build ${SCRATCH}/build/worker/x64/xanu_audio_aiplc.exe)
 run(${prefix}/bin/aiplc --version)
@@ -68,6 +68,9 @@ file(MAKE_DIRECTORY ${SCRATCH}/staged)
 run(${CC} -std=c11 ${FLAGS} ${SOURCE}/main.c ${example} -o ${SCRATCH}/staged/consumer ${flags} -lm
     -Wl,-rpath,${library_folder})
 check_worker(${SCRATCH}/staged ${worker})
+pkg_config(flags --cflags --libs aiplc-receiver)
+run(${CC} -std=c11 ${FLAGS} ${ROOT}/examples/receive_udp.c -o ${SCRATCH}/staged/receive_udp ${flags}
+    -Wl,-rpath,${library_folder})
 
 # Nothing but folders is left of both.
 foreach(installed ${prefix} ${SCRATCH}/stage/opt/aiplc)
