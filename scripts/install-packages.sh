@@ -21,7 +21,7 @@ packages() {
     emulator) echo "qemu-user" ;;
     mutation) echo "python3" ;;
     demo) echo "fillets-ng-data-nl" ;;
-    measure) echo "fillets-ng-data-nl sox libsox-fmt-base" ;;
+    measure) echo "fillets-ng-data-nl sox libsox-fmt-base python3" ;;
     docs) echo "doxygen" ;;
     lint) echo "clang-format clang-tidy shellcheck flake8" ;;
     style) echo "clang-format shellcheck flake8" ;;
