@@ -1,6 +1,7 @@
 # make        builds everything into build/release
 # make demo   conceals a piece of speech at 20 % loss, into demo/
 # make compare-demo  the same speech at twelve losses, as tables and a page
+# make compare-redundancy  losses without and with FEC and redundant audio, at the same BITRATE (48000)
 # make measure  the figures of a ten-minute call
 # make bench  what frames, kernels and requests cost: bench/README.md, as JSON in build/bench.json
 # make channels  how many calls one core carries, with the worker and without
@@ -28,7 +29,7 @@ TEST = ctest --test-dir build/$(1) -j $(JOBS) --output-on-failure --no-tests=err
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 SCRIPTS = $(shell git ls-files '*.sh') .ci/run
 
-.PHONY: all channels tool deb package-root demo compare-demo measure bench test fresh-root fuzz long-run threads valgrind test-32 mutation coverage \
+.PHONY: all channels tool deb package-root demo compare-demo measure bench test fresh-root fuzz long-run threads valgrind test-32 mutation coverage compare-redundancy \
         install uninstall docs format style lint clean train-data loop-data train export model-report report report-test
 
 all:
@@ -48,6 +49,10 @@ demo: tool
 compare-demo: tool
 	scripts/install-packages.sh demo
 	scripts/compare_demo.sh build/release/bin/aiplc demo
+
+compare-redundancy: tool
+	scripts/install-packages.sh measure
+	scripts/compare_redundancy.py build/release/bin/aiplc build/redundancy $(BITRATE)
 
 # Add PACED=paced for the run at the pace of a call.
 measure: tool

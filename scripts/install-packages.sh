@@ -22,7 +22,7 @@ packages() {
     mutation) echo "python3" ;;
     deb) echo "debhelper dpkg-dev fakeroot help2man lintian" ;;
     demo) echo "fillets-ng-data-nl" ;;
-    measure) echo "fillets-ng-data-nl sox libsox-fmt-base" ;;
+    measure) echo "fillets-ng-data-nl sox libsox-fmt-base python3" ;;
     docs) echo "doxygen" ;;
     lint) echo "clang-format clang-tidy shellcheck flake8" ;;
     style) echo "clang-format shellcheck flake8" ;;
