@@ -36,7 +36,7 @@ all:
 tool:
 	scripts/install-packages.sh build
 	[ -f build/release/build.ninja ] || $(call CONFIGURE,tool)
-	cmake --build build/release -j $(JOBS) --target aiplc aiplc_worker
+	cmake --build build/release -j $(JOBS) --target aiplc aiplc_worker plugins
 
 demo: tool
 	scripts/install-packages.sh demo
@@ -62,7 +62,7 @@ bench:
 
 # Without a browser or npm's registry the page's tests are left out, but not where CI is true.
 test:
-	scripts/install-packages.sh build test fuzz
+	scripts/install-packages.sh build test fuzz gstreamer
 	scripts/install-packages.sh report || true
 	@echo "== 1 of 4: the programs' tests, Debug build with sanitizers"
 	$(call BUILD,debug)
