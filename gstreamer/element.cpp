@@ -2,8 +2,6 @@
 
 #include "gstreamer/element.h"
 
-#include <gst/audio/audio.h>
-
 #include <algorithm>
 #include <array>
 #include <string_view>
@@ -142,7 +140,7 @@ bool Element::Negotiate() {
         if (!MakeDecoder(rate)) return false;
     }
     GstCaps *caps =
-        gst_caps_new_simple("audio/x-raw", "format", G_TYPE_STRING, GST_AUDIO_NE(S16), "layout",
+        gst_caps_new_simple("audio/x-raw", "format", G_TYPE_STRING, AIPLC_GST_FORMAT, "layout",
                             G_TYPE_STRING, "interleaved", "rate", G_TYPE_INT,
                             static_cast<gint>(rate), "channels", G_TYPE_INT, 1, nullptr);
     const bool isTaken = gst_pad_set_caps(m_source, caps) != FALSE;
@@ -232,15 +230,23 @@ GstFlowReturn Element::Finish(int32_t result) {
     return GST_FLOW_ERROR;
 }
 
+// Pushes the part within the segment.
 bool Element::Emit(const Sound &sound) {
-    const size_t bytes = sound.samples.size_bytes();
-    GstBuffer *buffer = gst_buffer_new_allocate(nullptr, bytes, nullptr);
-    gst_buffer_fill(buffer, 0, sound.samples.data(), bytes);
-    GST_BUFFER_PTS(buffer) = sound.time;
-    GST_BUFFER_DURATION(buffer) = sound.duration;
+    guint64 begin = sound.time;
+    guint64 end = sound.time + sound.duration;
+    if (gst_segment_clip(&m_segment, GST_FORMAT_TIME, begin, end, &begin, &end) == FALSE)
+        return true;
+    const auto sample = [this, &sound](guint64 time) {
+        return gst_util_uint64_scale_round(time - sound.time, m_rate, GST_SECOND);
+    };
+    const std::span<const int16_t> samples =
+        sound.samples.subspan(sample(begin), sample(end) - sample(begin));
+    if (samples.empty()) return true;
+    GstBuffer *buffer = gst_buffer_new_allocate(nullptr, samples.size_bytes(), nullptr);
+    gst_buffer_fill(buffer, 0, samples.data(), samples.size_bytes());
+    GST_BUFFER_PTS(buffer) = begin;
+    GST_BUFFER_DURATION(buffer) = end - begin;
     if (sound.isDiscontinuous) GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_DISCONT);
-    buffer = gst_audio_buffer_clip(buffer, &m_segment, static_cast<gint>(m_rate), sizeof(int16_t));
-    if (buffer == nullptr) return true;  // outside the segment
     m_flow = gst_pad_push(m_source, buffer);
     return m_flow == GST_FLOW_OK;
 }

@@ -13,6 +13,13 @@
 #include "gstreamer/settings.h"
 #include "gstreamer/stream_decoder.h"
 
+// Signed 16 bit in the machine's own order of bytes.
+#if G_BYTE_ORDER == G_LITTLE_ENDIAN
+#define AIPLC_GST_FORMAT "S16LE"
+#else
+#define AIPLC_GST_FORMAT "S16BE"
+#endif
+
 namespace aiplc::gst {
 
 // The streaming side of one aiplcopusdec. Functions run on the streaming thread unless they say

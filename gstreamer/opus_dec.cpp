@@ -4,8 +4,6 @@
 
 #include "gstreamer/opus_dec.h"
 
-#include <gst/audio/audio.h>
-
 #include "gstreamer/element.h"
 #include "gstreamer/settings.h"
 
@@ -26,8 +24,9 @@ GstStaticPadTemplate sinkTemplate =
                             GST_STATIC_CAPS("audio/x-opus, channel-mapping-family = (int) 0"));
 GstStaticPadTemplate sourceTemplate = GST_STATIC_PAD_TEMPLATE(
     "src", GST_PAD_SRC, GST_PAD_ALWAYS,
-    GST_STATIC_CAPS("audio/x-raw, format = (string) " GST_AUDIO_NE(
-        S16) ", layout = (string) interleaved, rate = (int) { 48000, 16000 }, channels = (int) 1"));
+    GST_STATIC_CAPS("audio/x-raw, format = (string) " AIPLC_GST_FORMAT
+                    ", layout = (string) interleaved, rate = (int) { 48000, 16000 }, "
+                    "channels = (int) 1"));
 
 Element &Of(gpointer object) {
     return *static_cast<OpusDec *>(object)->element;

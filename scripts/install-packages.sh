@@ -22,8 +22,8 @@ packages() {
     mutation) echo "python3" ;;
     demo) echo "fillets-ng-data-nl" ;;
     measure) echo "fillets-ng-data-nl sox libsox-fmt-base" ;;
-    gstreamer) echo "libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools \
-                     gstreamer1.0-plugins-base gstreamer1.0-plugins-good" ;;
+    gstreamer) echo "libgstreamer1.0-dev gstreamer1.0-tools gstreamer1.0-plugins-base \
+                     gstreamer1.0-plugins-good" ;;
     docs) echo "doxygen" ;;
     lint) echo "clang-format clang-tidy shellcheck flake8" ;;
     style) echo "clang-format shellcheck flake8" ;;
