@@ -10,8 +10,8 @@ namespace {
 
 constexpr int64_t kLongestGap = int64_t{5} * 48000;  // 5 s
 constexpr int64_t kLongestGapNs = 5'000'000'000;
+constexpr int64_t kLongestStepBackNs = 500'000'000;
 constexpr double kNsPerUnit = 1e9 / 48000;
-constexpr int kMaxLateInARow = 10;  // then the times are taken to have gone back for good
 
 uint64_t Nanoseconds(int64_t units) {
     return static_cast<uint64_t>(units) * 62500 / 3;
@@ -32,38 +32,32 @@ int64_t PacketTimeline::Step() const {
 // From the end to time; nothing when that is too far.
 std::optional<int64_t> PacketTimeline::Steps(uint64_t time) const {
     const int64_t distance = Difference(time, m_endTime);
-    if (distance > kLongestGapNs || distance < -kLongestGapNs) return {};
+    if (distance > kLongestGapNs || distance < -kLongestStepBackNs) return {};
     return std::llround(static_cast<double>(distance) / kNsPerUnit / static_cast<double>(Step()));
 }
 
-PacketTimeline::Place PacketTimeline::Take(std::optional<uint64_t> time, int64_t units,
-                                           bool isDiscontinuous) {
+std::optional<PacketTimeline::Place> PacketTimeline::Take(std::optional<uint64_t> time,
+                                                          int64_t units, bool isDiscontinuous) {
     if (!m_running) {
         m_endTime = time.value_or(0);
         m_lastUnits = units;
     }
     const uint64_t begin = time.value_or(m_endTime);
-    std::optional<int64_t> steps = Steps(begin);
-    if (!steps || (*steps < 0 && isDiscontinuous)) return {Verdict::restart, 0, 0};
-    if (*steps < 0 && Difference(begin, m_newestTime) <= 0) {
-        if (++m_lateInARow > kMaxLateInARow) return {Verdict::restart, 0, 0};
-        const int64_t back = -*steps * Step();
-        const int64_t packets = std::max<int64_t>((back + m_lastUnits / 2) / m_lastUnits, 1);
-        return {Verdict::late, m_end - back, static_cast<uint16_t>(m_sequence + 1 - packets)};
-    }
-    const int64_t skipped = std::max<int64_t>(*steps, 0) * Step();
+    const std::optional<int64_t> steps = Steps(begin);
+    if (!steps) return {};
+    // A single step that nothing marks is taken for unevenness of the times.
+    const bool isGap = *steps >= (isDiscontinuous ? 1 : 2);
+    const int64_t skipped = isGap ? *steps * Step() : 0;
     if (skipped > 0 && isDiscontinuous && !m_lossReported) {
         const int64_t packets = std::max<int64_t>(skipped / m_lastUnits, 1);
         m_sequence = static_cast<uint16_t>(m_sequence + packets);
     }
-    const Place place{Verdict::next, m_end + skipped, ++m_sequence};
+    const Place place{m_end + skipped, ++m_sequence};
     m_running = true;
     m_lossReported = false;
-    m_lateInARow = 0;
     m_end = place.start + units;
     m_packetEnd = m_end;
     m_lastUnits = units;
-    m_newestTime = begin;
     m_endTime = begin + Nanoseconds(units);
     return place;
 }

@@ -20,19 +20,16 @@ inline constexpr int64_t kFrameUnits = 960;  // 20 ms on the 48 kHz clock
 // State: empty -> running with the first packet, until Restart.
 class PacketTimeline {
   public:
-    enum class Verdict {
-        next,     // behind all packets so far
-        late,     // before the newest packet
-        restart,  // so far away that a new timeline has to begin; nothing has changed
-    };
     struct Place {
-        Verdict verdict = Verdict::next;
         int64_t start = 0;
         uint16_t sequence = 0;
     };
 
     // Places a packet that lasts so many units. time: in ns; without one it follows the newest.
-    Place Take(std::optional<uint64_t> time, int64_t units, bool isDiscontinuous);
+    // Packets come in order, so that one whose time lies somewhat before the end follows the newest
+    // too. Nothing when it lies more than 5 s ahead or 0.5 s back, and then nothing has changed: a
+    // new timeline has to begin.
+    std::optional<Place> Take(std::optional<uint64_t> time, int64_t units, bool isDiscontinuous);
     // Moves the end over packets that are lost (true) or were not sent (false). False when the end
     // lies too far away for one timeline, and nothing has changed.
     bool Skip(std::optional<uint64_t> time, std::optional<uint64_t> duration, bool isLost);
@@ -51,13 +48,11 @@ class PacketTimeline {
 
     bool m_running = false;
     bool m_lossReported = false;  // since the newest packet
-    int m_lateInARow = 0;
-    uint16_t m_sequence = 0;  // of the newest packet
+    uint16_t m_sequence = 0;      // of the newest packet
     int64_t m_end = 0;
     int64_t m_packetEnd = 0;  // of the newest packet
     int64_t m_lastUnits = kFrameUnits;
-    uint64_t m_newestTime = 0;  // ns, beginning of the newest packet
-    uint64_t m_endTime = 0;     // ns, of m_end
+    uint64_t m_endTime = 0;  // ns, of m_end
 };
 
 }  // namespace aiplc::gst

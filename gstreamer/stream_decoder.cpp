@@ -50,27 +50,25 @@ int32_t StreamDecoder::Push(const Packet &packet) {
     }
     const std::optional<int64_t> known = OpusUnits(packet.payload);
     const int64_t units = known.value_or(StatedUnits(packet.duration, m_timeline.LastUnits()));
-    PacketTimeline::Place place;
+    std::optional<PacketTimeline::Place> place;
     if (!known && !m_timeline.IsRunning()) {
         // The receiver counts it, but a call begins with audio.
-        place.sequence = m_timeline.NextSequence();
+        place = {0, m_timeline.NextSequence()};
     } else {
+        const bool isFirst = !m_timeline.IsRunning();
         place = m_timeline.Take(packet.time, std::max<int64_t>(units, 1), packet.isDiscontinuous);
+        if (isFirst) m_baseTime = packet.time.value_or(0);
+        if (place && packet.time) FollowTime(*packet.time, place->start);
     }
-    if (place.verdict == PacketTimeline::Verdict::restart) {
-        if (const int32_t result = Drain(); result != AIPLC_RECEIVER_OK) return result;
-        if (m_isStopped) return AIPLC_RECEIVER_OK;
-        return Push(packet);
+    if (!place) {
+        const int32_t result = Drain();
+        return result != AIPLC_RECEIVER_OK || m_isStopped ? result : Push(packet);
     }
-    const bool isFirst = m_timeline.IsRunning() && m_pulledFrames == 0 && m_emitted == 0;
-    if (isFirst && place.start == 0) m_baseTime = packet.time.value_or(0);
-    if (packet.time && place.verdict == PacketTimeline::Verdict::next)
-        FollowTime(*packet.time, place.start);
     {
         const std::lock_guard lock(m_mutex);
         const int32_t result =
             AiPlcReceiverPush(m_receiver.get(), packet.payload.data(), packet.payload.size(),
-                              place.sequence, static_cast<uint32_t>(place.start), -1);
+                              place->sequence, static_cast<uint32_t>(place->start), -1);
         if (result != AIPLC_RECEIVER_OK) return result;
     }
     return PullFrames(m_timeline.End() / kFrameUnits);

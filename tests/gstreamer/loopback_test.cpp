@@ -83,7 +83,8 @@ TEST(Loopback, AConcealedCallHasTheLengthOfTheOneThatWasSent) {
         testing::TempDir() + "aiplc_loopback_" + std::to_string(g_random_int()) + ".pcm";
     Pipeline receiver(
         "udpsrc name=source address=127.0.0.1 port=0 caps=application/x-rtp,media=audio,"
-        "clock-rate=48000,encoding-name=OPUS,payload=96 ! rtpjitterbuffer do-lost=true latency=40 "
+        "clock-rate=48000,encoding-name=OPUS,payload=96 ! rtpjitterbuffer do-lost=true mode=none "
+        "latency=40 "
         "! rtpopusdepay ! aiplcopusdec name=decoder ! audio/x-raw,rate=16000 ! filesink location=" +
         file);
     guint arrived = 0;
