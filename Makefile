@@ -1,6 +1,7 @@
 # make        builds everything into build/release
 # make demo   conceals a piece of speech at 20 % loss, into demo/
 # make compare-demo  the same speech at twelve losses, as tables and a page
+# make gstreamer-demo  a lossy call by opusdec and by aiplcopusdec; LOSS=0.1
 # make measure  the figures of a ten-minute call
 # make bench  what frames, kernels and requests cost: bench/README.md, as JSON in build/bench.json
 # make test   all tests: the programs' in a Debug build with sanitizers and in the Release build, a short
@@ -25,7 +26,7 @@ TEST = ctest --test-dir build/$(1) -j $(JOBS) --output-on-failure --no-tests=err
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 SCRIPTS = $(shell git ls-files '*.sh') .ci/run
 
-.PHONY: all tool demo compare-demo measure bench test fresh-root fuzz long-run threads valgrind test-32 mutation coverage \
+.PHONY: all tool demo compare-demo gstreamer-demo measure bench test fresh-root fuzz long-run threads valgrind test-32 mutation coverage \
         install uninstall docs format style lint clean train-data loop-data train export model-report report report-test
 
 all:
@@ -45,6 +46,13 @@ demo: tool
 compare-demo: tool
 	scripts/install-packages.sh demo
 	scripts/compare_demo.sh build/release/bin/aiplc demo
+
+LOSS ?= 0.1
+gstreamer-demo:
+	scripts/install-packages.sh build demo gstreamer
+	$(if $(wildcard build/release/build.ninja),cmake build/release >/dev/null,$(call CONFIGURE,tool))
+	cmake --build build/release -j $(JOBS) --target aiplc_worker plugins
+	scripts/gstreamer_demo.sh build/release build/gstreamer-demo $(LOSS)
 
 # Add PACED=paced for the run at the pace of a call.
 measure: tool

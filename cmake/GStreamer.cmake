@@ -11,7 +11,7 @@ endif()
 if(AIPLC_BUILD_GSTREAMER AND GSTREAMER_FOUND)
   message(STATUS "GStreamer plug-in: built, for GStreamer ${GSTREAMER_VERSION}")
   add_subdirectory(gstreamer)
-  add_dependencies(plugins gstaiplc)
+  add_dependencies(plugins gstaiplc gstreamer_compare)
 elseif(AIPLC_BUILD_GSTREAMER)
   message(STATUS "GStreamer plug-in: left out, GStreamer's development files are not there "
                  "(scripts/install-packages.sh gstreamer)")

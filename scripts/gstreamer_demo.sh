@@ -2,7 +2,7 @@
 # Sends recorded speech over UDP on the loopback interface, loses packets on the way, decodes what arrives by
 # opusdec and by aiplcopusdec at once, and prints how far each is from the loss-free decode:
 #     scripts/gstreamer_demo.sh BUILD FOLDER [LOSS]      LOSS: 0 to 1 (0.1)
-# The losses differ from run to run; both decoders get the same ones.
+# Both decoders get the same losses. They repeat from run to run: identity's random numbers begin alike.
 set -eu
 build=$1
 folder=$2
