@@ -2,6 +2,7 @@
 # make demo   conceals a piece of speech at 20 % loss, into demo/
 # make compare-demo  the same speech at twelve losses, as tables and a page
 # make compare-redundancy  losses without and with FEC and redundant audio, at the same BITRATE (48000)
+# make gstreamer-demo  a lossy call by opusdec and by aiplcopusdec; LOSS=0.1
 # make measure  the figures of a ten-minute call
 # make bench  what frames, kernels and requests cost: bench/README.md, as JSON in build/bench.json
 # make channels  how many calls one core carries, with the worker and without
@@ -29,8 +30,9 @@ TEST = ctest --test-dir build/$(1) -j $(JOBS) --output-on-failure --no-tests=err
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 SCRIPTS = $(shell git ls-files '*.sh') .ci/run
 
-.PHONY: all channels tool deb package-root demo compare-demo measure bench test fresh-root fuzz long-run threads valgrind test-32 mutation coverage compare-redundancy \
-        install uninstall docs format style lint clean train-data loop-data train export model-report report report-test
+.PHONY: all channels tool deb package-root demo compare-demo measure bench test fresh-root fuzz long-run \
+        threads valgrind test-32 mutation coverage compare-redundancy gstreamer-demo install uninstall \
+        docs format style lint clean train-data loop-data train export model-report report report-test
 
 all:
 	scripts/install-packages.sh build test
@@ -40,7 +42,7 @@ all:
 tool:
 	scripts/install-packages.sh build
 	[ -f build/release/build.ninja ] || $(call CONFIGURE,tool)
-	cmake --build build/release -j $(JOBS) --target aiplc aiplc_worker
+	cmake --build build/release -j $(JOBS) --target aiplc aiplc_worker plugins
 
 demo: tool
 	scripts/install-packages.sh demo
@@ -53,6 +55,13 @@ compare-demo: tool
 compare-redundancy: tool
 	scripts/install-packages.sh measure
 	scripts/compare_redundancy.py build/release/bin/aiplc build/redundancy $(BITRATE)
+
+LOSS ?= 0.1
+gstreamer-demo:
+	scripts/install-packages.sh build demo gstreamer
+	$(if $(wildcard build/release/build.ninja),cmake build/release >/dev/null,$(call CONFIGURE,tool))
+	cmake --build build/release -j $(JOBS) --target aiplc_worker plugins
+	scripts/gstreamer_demo.sh build/release build/gstreamer-demo $(LOSS)
 
 # Add PACED=paced for the run at the pace of a call.
 measure: tool
@@ -76,7 +85,7 @@ channels:
 
 # Without a browser or npm's registry the page's tests are left out, but not where CI is true.
 test:
-	scripts/install-packages.sh build test fuzz
+	scripts/install-packages.sh build test fuzz gstreamer
 	scripts/install-packages.sh report || true
 	@echo "== 1 of 4: the programs' tests, Debug build with sanitizers"
 	$(call BUILD,debug)

@@ -17,6 +17,11 @@ if(TARGET aiplc_receiver)
   install(TARGETS aiplc_receiver EXPORT aiplcTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 endif()
 
+if(TARGET gstaiplc)
+  set_target_properties(gstaiplc PROPERTIES INSTALL_RPATH "$ORIGIN/..")
+  install(TARGETS gstaiplc LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/gstreamer-1.0)
+endif()
+
 if(TARGET aiplc)
   file(RELATIVE_PATH to_lib /${AIPLC_LIBEXEC_DIR} /${CMAKE_INSTALL_LIBDIR})
   set_target_properties(aiplc PROPERTIES INSTALL_RPATH "$ORIGIN/${to_lib}")

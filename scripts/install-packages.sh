@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs the Debian or Ubuntu packages that the named groups need and that are missing.
 #     scripts/install-packages.sh build|test|bench|fuzz|coverage|valgrind|x86-32|emulator|mutation|demo|measure| \
-#                                 deb|docs|lint|style|training|report ...
+#                                 deb|gstreamer|docs|lint|style|training|report ...
 # The one list of packages of the project.
 set -eu
 
@@ -23,6 +23,8 @@ packages() {
     deb) echo "debhelper dpkg-dev fakeroot help2man lintian" ;;
     demo) echo "fillets-ng-data-nl" ;;
     measure) echo "fillets-ng-data-nl sox libsox-fmt-base python3" ;;
+    gstreamer) echo "libgstreamer1.0-dev gstreamer1.0-tools gstreamer1.0-plugins-base \
+                     gstreamer1.0-plugins-good" ;;
     docs) echo "doxygen" ;;
     lint) echo "clang-format clang-tidy shellcheck flake8" ;;
     style) echo "clang-format shellcheck flake8" ;;
@@ -32,7 +34,7 @@ packages() {
         # Ubuntu has Chromium as a snap only, which not every machine can run.
         ! grep -qx 'ID=debian' /etc/os-release || echo "chromium" ;;
     *) echo "install-packages.sh: unknown group '$1': use build, test, bench, fuzz, coverage, valgrind," \
-            "x86-32, emulator, mutation, demo, measure, deb, docs, lint, style, training or report" >&2
+            "x86-32, emulator, mutation, demo, measure, deb, gstreamer, docs, lint, style, training or report" >&2
        exit 2 ;;
     esac
 }

@@ -19,6 +19,13 @@ done
 man aiplc-conceal | grep -q -- --predictor
 bash -n /usr/share/bash-completion/completions/aiplc
 
+# The element in a pipeline, with the weights of the tool's package.
+apt-get install -y -qq --no-install-recommends "$folder"/gstreamer1.0-aiplc_*.deb gstreamer1.0-tools \
+    gstreamer1.0-plugins-base >/dev/null
+gst-launch-1.0 -q audiotestsrc num-buffers=50 samplesperbuffer=960 ! audio/x-raw,rate=48000,channels=1 ! opusenc ! \
+    aiplcopusdec ! filesink location=decoded.raw
+[ "$(stat -c %s decoded.raw)" -gt 80000 ]
+
 # A program of one's own on the library, with pkg-config and nothing else of this folder.
 apt-get install -y -qq --no-install-recommends "$folder"/libaiplc-dev_*.deb gcc libc6-dev pkg-config libopus-dev \
     >/dev/null
@@ -34,6 +41,6 @@ o.predictor = AIPLC_PREDICTOR_IN_PROCESS; return AiPlcReceiverCreate(&r, &o); }\
 gcc -std=c11 own.c -o own $(pkg-config --cflags --libs aiplc-receiver)
 ./own # the installed weights are found
 
-apt-get purge -y -qq aiplc libaiplc-dev libaiplc-receiver1 libxanu-audiocore-aiplc1 >/dev/null
+apt-get purge -y -qq aiplc gstreamer1.0-aiplc libaiplc-dev libaiplc-receiver1 libxanu-audiocore-aiplc1 >/dev/null
 [ -z "$(find /usr -name '*aiplc*' -not -path '*/doc/*')" ]
 echo "packages: installed, used and removed"

@@ -1,0 +1,20 @@
+# Adds the GStreamer plug-in where it is wanted and can be built, and says which. The target plugins
+# builds what there is.
+add_custom_target(plugins)
+find_package(PkgConfig REQUIRED)
+set(modules gstreamer-1.0>=1.20)
+if(AIPLC_BUILD_GSTREAMER STREQUAL "AUTO")
+  pkg_check_modules(GSTREAMER QUIET IMPORTED_TARGET ${modules})
+elseif(AIPLC_BUILD_GSTREAMER)
+  pkg_check_modules(GSTREAMER REQUIRED IMPORTED_TARGET ${modules})
+endif()
+if(AIPLC_BUILD_GSTREAMER AND GSTREAMER_FOUND)
+  message(STATUS "GStreamer plug-in: built, for GStreamer ${GSTREAMER_VERSION}")
+  add_subdirectory(gstreamer)
+  add_dependencies(plugins gstaiplc gstreamer_compare)
+elseif(AIPLC_BUILD_GSTREAMER)
+  message(STATUS "GStreamer plug-in: left out, GStreamer's development files are not there "
+                 "(scripts/install-packages.sh gstreamer)")
+else()
+  message(STATUS "GStreamer plug-in: left out, as AIPLC_BUILD_GSTREAMER says")
+endif()
