@@ -20,7 +20,7 @@ struct ReceiverOptions {
     uint32_t sampleRate = 48000;  // of the output: 16000 or 48000
     // Who fills the gaps: AIPLC_PREDICTOR_NONE leaves them all to the codec.
     AiPlcPredictor predictor = AIPLC_PREDICTOR_WORKER;
-    std::string modelPath{};       // of AIPLC_PREDICTOR_IN_PROCESS; empty: ModelLocation()
+    std::string modelPath{};     // of AIPLC_PREDICTOR_IN_PROCESS; empty: ModelLocation()
     bool useSecondLook = true;   // ask it for single lost frames too, which the library would not
     bool useFec = true;          // recover from the redundancy of the packet after a loss
     bool useLatePackets = true;  // take packets that come up to 60 ms after their frame was due
@@ -61,6 +61,10 @@ class Receiver {
 
     // The packet arrives now. Any content, any order, any number of times.
     void Push(const RtpPacket &packet);
+
+    // Where audio of this RTP timestamp is played, after its packet was pushed: 48 kHz samples
+    // since the start of frame 0.
+    int64_t PositionOf(uint32_t timestamp) const;
 
     // The next packet is the first one of another sender, which goes on with the call.
     void ExpectNewSource();

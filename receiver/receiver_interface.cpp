@@ -10,18 +10,22 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
+#include "host/opus_packet.h"
 #include "host/receiver.h"
 #include "host/rtp_view.h"
 #include "receiver/arrival_jitter.h"
+#include "receiver/jitter_buffer.h"
 #include "receiver/option_check.h"
 #include "receiver/rtp_stream.h"
 
 using aiplc::host::OutputFrame;
 using aiplc::host::RtpPacket;
 using aiplc::receiver::ArrivalJitter;
+using aiplc::receiver::JitterBuffer;
 using aiplc::receiver::RtpStream;
 
 namespace {
@@ -87,7 +91,15 @@ struct AiPlcReceiver {
           payloadType(options.payloadType),
           redPayloadType(options.redPayloadType),
           stream(payloadType, redPayloadType),
-          sampleRate(options.sampleRate) {}
+          sampleRate(options.sampleRate),
+          setUp(options) {
+        setUp.modelPath = nullptr;  // the caller's memory
+        StartJitterBuffer();
+    }
+
+    void StartJitterBuffer() {
+        if (setUp.jitterBuffer != AIPLC_JITTER_NONE) jitterBuffer.emplace(setUp, engine);
+    }
 
     void Push(const uint8_t *payload, size_t bytes, uint16_t sequence, uint32_t timestamp,
               int64_t arrivalUs) {
@@ -96,17 +108,21 @@ struct AiPlcReceiver {
         packet.payload.assign(payload, payload + bytes);
         engine.Push(packet);
         if (arrivalUs >= 0) jitter.Add(arrivalUs, timestamp);
+        if (!jitterBuffer) return;
+        const auto info = aiplc::host::ParseOpusPacket(packet.payload);
+        if (info) jitterBuffer->Arrive(timestamp, arrivalUs, info->duration);
     }
 
     void Pull(int16_t *samples, size_t count) {
         while (count > 0) {
             if (rest.empty()) {
-                frame = engine.Pull();
-                rest = frame.samples;
+                if (!jitterBuffer) frame = engine.Pull();
+                rest = jitterBuffer ? jitterBuffer->Next(frame) : frame.samples;
             }
             const size_t taken = std::min(count, rest.size());
             samples = std::copy_n(rest.begin(), taken, samples);
             rest = rest.subspan(taken);
+            if (jitterBuffer) jitterBuffer->Pulled(taken);
             count -= taken;
         }
     }
@@ -119,6 +135,7 @@ struct AiPlcReceiver {
         sourceChanges = 0;
         rest = {};
         frame = {};
+        StartJitterBuffer();
     }
 
     Log log;
@@ -130,6 +147,8 @@ struct AiPlcReceiver {
     uint64_t packetsForeign = 0;
     uint64_t sourceChanges = 0;
     uint32_t sampleRate;
+    AiPlcReceiverOptions setUp;
+    std::optional<JitterBuffer> jitterBuffer;
     RtpPacket packet;               // of the last Push
     OutputFrame frame;              // of the last Pull
     std::span<const int16_t> rest;  // of the frame, not pulled yet
@@ -200,6 +219,7 @@ int32_t AiPlcReceiverPushRtp(AiPlcReceiver *receiver, const void *packet, size_t
             ++receiver->sourceChanges;
             receiver->engine.ExpectNewSource();
             receiver->jitter = {};
+            if (receiver->jitterBuffer) receiver->jitterBuffer->ExpectNewSource();
             receiver->log(AIPLC_RECEIVER_LOG_NOTE,
                           "the stream goes on from source " + std::to_string(view->ssrc));
         }
@@ -243,6 +263,7 @@ int32_t AiPlcReceiverGetStatistics(const AiPlcReceiver *receiver,
     counted.packetsForeign = receiver->packetsForeign;
     counted.sourceChanges = receiver->sourceChanges;
     counted.jitter = receiver->jitter.Seconds();
+    if (receiver->jitterBuffer) receiver->jitterBuffer->FillIn(counted);
     return CopyOut(counted, statistics) ? AIPLC_RECEIVER_OK : AIPLC_RECEIVER_E_ARGUMENT;
 }
 
