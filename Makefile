@@ -14,6 +14,7 @@
 # make install, uninstall  with PREFIX (/usr/local) and DESTDIR
 # make fuzz   each fuzzer for FUZZ_SECONDS, see fuzz/README.md
 # make long-run  a day of calls at full speed; memory and descriptors must not grow
+# make jitter-table  delay and late losses of the jitter buffer on simulated networks
 # make threads   the tests of several threads and processes under ThreadSanitizer
 # make valgrind  the library's tests under Valgrind
 # make test-32   the library and its tests for 32-bit x86, in an emulator where the machine runs no such programs
@@ -30,7 +31,7 @@ TEST = ctest --test-dir build/$(1) -j $(JOBS) --output-on-failure --no-tests=err
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 SCRIPTS = $(shell git ls-files '*.sh') .ci/run
 
-.PHONY: all channels tool deb package-root demo compare-demo measure bench test fresh-root fuzz long-run \
+.PHONY: all channels tool deb package-root demo compare-demo measure bench test fresh-root fuzz long-run jitter-table \
         threads valgrind test-32 mutation coverage compare-redundancy gstreamer-demo install uninstall \
         docs format style lint clean train-data loop-data train export model-report report report-test
 
@@ -135,6 +136,10 @@ threads:
 	$(call BUILD,threads)
 	AIPLC_MODEL=autoregressive TSAN_OPTIONS='halt_on_error=1 report_mutex_bugs=0' $(call TEST,threads) \
 		-R '^(Threads|Event|Mutex|NamedObject|Process|Wait|Protocol|Service|JobPool)'
+
+# Delay and late losses of the jitter buffer on simulated networks, beside fixed ones of 40 and 80 ms.
+jitter-table: all
+	build/release/bin/jitter_table
 
 valgrind: all
 	scripts/install-packages.sh valgrind

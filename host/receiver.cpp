@@ -70,6 +70,7 @@ class Receiver::Engine {
     }
 
     void Push(const RtpPacket &packet);
+    int64_t PositionOf(uint32_t timestamp) const { return m_clock.PositionOf(timestamp, Now()); }
     void ExpectNewSource() { m_clock.ExpectNewSource(); }
     const OutputFrame &Pull();
 
@@ -384,6 +385,9 @@ Receiver::~Receiver() = default;
 
 void Receiver::Push(const RtpPacket &packet) {
     m_engine->Push(packet);
+}
+int64_t Receiver::PositionOf(uint32_t timestamp) const {
+    return m_engine->PositionOf(timestamp);
 }
 void Receiver::ExpectNewSource() {
     m_engine->ExpectNewSource();

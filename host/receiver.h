@@ -62,6 +62,10 @@ class Receiver {
     // The packet arrives now. Any content, any order, any number of times.
     void Push(const RtpPacket &packet);
 
+    // Where audio of this RTP timestamp is played, after its packet was pushed: 48 kHz samples
+    // since the start of frame 0.
+    int64_t PositionOf(uint32_t timestamp) const;
+
     // The next packet is the first one of another sender, which goes on with the call.
     void ExpectNewSource();
 

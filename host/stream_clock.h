@@ -46,6 +46,11 @@ class StreamClock {
     // next packet is the first of them; where packets came before, it restarts the timeline.
     void ExpectNewSource() { m_nextIsNewSource = true; }
 
+    // Where the audio of this timestamp is near now; on the same scale.
+    int64_t PositionOf(uint32_t timestamp, int64_t now) const {
+        return now + static_cast<int32_t>(timestamp - m_origin - static_cast<uint32_t>(now));
+    }
+
     // Moves all positions by units, before the first frame was played.
     void Shift(int64_t units) { m_origin -= static_cast<uint32_t>(units); }
 

@@ -10,13 +10,16 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
+#include "host/opus_packet.h"
 #include "host/receiver.h"
 #include "host/redundant_audio.h"
 #include "host/rtp_view.h"
 #include "receiver/arrival_jitter.h"
+#include "receiver/jitter_buffer.h"
 #include "receiver/option_check.h"
 #include "receiver/rtp_stream.h"
 
@@ -25,6 +28,7 @@ using aiplc::host::RedundantAudio;
 using aiplc::host::RtpPacket;
 using aiplc::host::RtpView;
 using aiplc::receiver::ArrivalJitter;
+using aiplc::receiver::JitterBuffer;
 using aiplc::receiver::RtpStream;
 
 namespace {
@@ -90,7 +94,15 @@ struct AiPlcReceiver {
           payloadType(options.payloadType),
           redPayloadType(options.redPayloadType),
           stream(payloadType, redPayloadType),
-          sampleRate(options.sampleRate) {}
+          sampleRate(options.sampleRate),
+          setUp(options) {
+        setUp.modelPath = nullptr;  // the caller's memory
+        StartJitterBuffer();
+    }
+
+    void StartJitterBuffer() {
+        if (setUp.jitterBuffer != AIPLC_JITTER_NONE) jitterBuffer.emplace(setUp, engine);
+    }
 
     void Push(const uint8_t *payload, size_t bytes, uint16_t sequence, uint32_t timestamp,
               int64_t arrivalUs) {
@@ -114,12 +126,13 @@ struct AiPlcReceiver {
     void Pull(int16_t *samples, size_t count) {
         while (count > 0) {
             if (rest.empty()) {
-                frame = engine.Pull();
-                rest = frame.samples;
+                if (!jitterBuffer) frame = engine.Pull();
+                rest = jitterBuffer ? jitterBuffer->Next(frame) : frame.samples;
             }
             const size_t taken = std::min(count, rest.size());
             samples = std::copy_n(rest.begin(), taken, samples);
             rest = rest.subspan(taken);
+            if (jitterBuffer) jitterBuffer->Pulled(taken);
             count -= taken;
         }
     }
@@ -133,6 +146,7 @@ struct AiPlcReceiver {
         redundancyBytes = 0;
         rest = {};
         frame = {};
+        StartJitterBuffer();
     }
 
     // What is in packet.
@@ -141,6 +155,9 @@ struct AiPlcReceiver {
         packet.timestamp = timestamp;
         engine.Push(packet);
         if (arrivalUs >= 0) jitter.Add(arrivalUs, timestamp);
+        if (!jitterBuffer) return;
+        const auto info = aiplc::host::ParseOpusPacket(packet.payload);
+        if (info) jitterBuffer->Arrive(timestamp, arrivalUs, info->duration);
     }
 
     Log log;
@@ -153,6 +170,8 @@ struct AiPlcReceiver {
     uint64_t sourceChanges = 0;
     uint64_t redundancyBytes = 0;  // of payloads, besides the packets' own audio
     uint32_t sampleRate;
+    AiPlcReceiverOptions setUp;
+    std::optional<JitterBuffer> jitterBuffer;
     RtpPacket packet;               // of the last Push
     OutputFrame frame;              // of the last Pull
     std::span<const int16_t> rest;  // of the frame, not pulled yet
@@ -223,6 +242,7 @@ int32_t AiPlcReceiverPushRtp(AiPlcReceiver *receiver, const void *packet, size_t
             ++receiver->sourceChanges;
             receiver->engine.ExpectNewSource();
             receiver->jitter = {};
+            if (receiver->jitterBuffer) receiver->jitterBuffer->ExpectNewSource();
             receiver->log(AIPLC_RECEIVER_LOG_NOTE,
                           "the stream goes on from source " + std::to_string(view->ssrc));
         }
@@ -266,6 +286,7 @@ int32_t AiPlcReceiverGetStatistics(const AiPlcReceiver *receiver,
     counted.sourceChanges = receiver->sourceChanges;
     counted.bytesReceived += receiver->redundancyBytes;
     counted.jitter = receiver->jitter.Seconds();
+    if (receiver->jitterBuffer) receiver->jitterBuffer->FillIn(counted);
     return CopyOut(counted, statistics) ? AIPLC_RECEIVER_OK : AIPLC_RECEIVER_E_ARGUMENT;
 }
 

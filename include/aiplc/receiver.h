@@ -72,10 +72,12 @@ enum AiPlcJitterBuffer {
     /// packets
     /// have no jitter.
     AIPLC_JITTER_NONE = 0,
-    /// Always minDelayMs.
+    /// Always minDelayMs before a frame is due; its packet is used for 60 ms more, until the frame
+    /// is played (useLatePackets). Where the clocks of sender and player differ, pauses and steady
+    /// voice are stretched or shortened.
     AIPLC_JITTER_FIXED = 1,
-    /// As long as the network asks for, from minDelayMs to maxDelayMs. Pauses and steady voice are
-    /// stretched or shortened on the way.
+    /// The same, as long as the network asks for, from minDelayMs to maxDelayMs: the delay of 97 %
+    /// of the packets of the last seconds less those 60 ms, at least the delay of 90 %.
     AIPLC_JITTER_ADAPTIVE = 2
 };
 
@@ -151,8 +153,9 @@ typedef struct AiPlcReceiverStatistics {
     uint64_t fecPacketsDiscarded;    ///< of those, redundancy that nobody needed
     uint64_t bytesReceived;          ///< payloads
     double jitter;                   ///< RFC 3550 6.4.1, of packets with an arrival time
-    double jitterBufferDelay;        ///< sum over emitted samples of the time since their arrival
-    double jitterBufferTargetDelay;  ///< sum over emitted samples of the delay aimed at
+    double jitterBufferDelay;        ///< sum over emitted samples of the time since their arrival,
+                                     ///< the look-ahead of 60 ms included
+    double jitterBufferTargetDelay;  ///< sum over emitted samples of the delay aimed at, likewise
     uint64_t jitterBufferEmittedCount;        ///< samples that came out of the jitter buffer
     uint64_t insertedSamplesForDeceleration;  ///< by which audio was stretched
     uint64_t removedSamplesForAcceleration;   ///< by which audio was shortened
