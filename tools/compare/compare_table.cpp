@@ -81,7 +81,8 @@ class TableWriter {
                     FindFigure(m_figures[loss], method, CompareKind::call, ShareOf(source));
                 if (figure == nullptr || figure->estimate.value == 0.0) continue;
                 std::array<char, 64> text{};
-                const std::string_view name = AiPlcFrameSourceName(static_cast<AiPlcFrameSource>(source));
+                const std::string_view name =
+                    AiPlcFrameSourceName(static_cast<AiPlcFrameSource>(source));
                 std::snprintf(text.data(), text.size(), "%s%.*s %.1f", cells.empty() ? "" : ", ",
                               static_cast<int>(name.size()), name.data(), figure->estimate.value);
                 cells += text.data();
