@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs the Debian or Ubuntu packages that the named groups need and that are missing.
 #     scripts/install-packages.sh build|test|bench|fuzz|coverage|valgrind|x86-32|emulator|mutation|demo|measure| \
-#                                 deb|gstreamer|docs|lint|style|training|report ...
+#                                 deb|gstreamer|live|docs|lint|style|training|report ...
 # The one list of packages of the project.
 set -eu
 
@@ -9,7 +9,7 @@ packages() {
     case "$1" in
     build) echo "g++ cmake make ninja-build pkg-config libopus-dev libogg-dev libsndfile1-dev libsoxr-dev \
                  libcli11-dev nlohmann-json3-dev libpcap-dev libkissfft-dev \
-                 libhwy-dev zlib1g-dev" ;;
+                 libhwy-dev zlib1g-dev libasound2-dev" ;;
     test) echo "libgtest-dev libgmock-dev" ;;
     bench) echo "libbenchmark-dev" ;;
     fuzz) # the run-time library is a package of its own, but in Ubuntu 22.04
@@ -25,6 +25,7 @@ packages() {
     measure) echo "fillets-ng-data-nl sox libsox-fmt-base python3" ;;
     gstreamer) echo "libgstreamer1.0-dev gstreamer1.0-tools gstreamer1.0-plugins-base \
                      gstreamer1.0-plugins-good" ;;
+    live) echo "ffmpeg gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good" ;;
     docs) echo "doxygen" ;;
     lint) echo "clang-format clang-tidy shellcheck flake8" ;;
     style) echo "clang-format shellcheck flake8" ;;
@@ -34,7 +35,8 @@ packages() {
         # Ubuntu has Chromium as a snap only, which not every machine can run.
         ! grep -qx 'ID=debian' /etc/os-release || echo "chromium" ;;
     *) echo "install-packages.sh: unknown group '$1': use build, test, bench, fuzz, coverage, valgrind," \
-            "x86-32, emulator, mutation, demo, measure, deb, gstreamer, docs, lint, style, training or report" >&2
+            "x86-32, emulator, mutation, demo, measure, deb, gstreamer, live, docs, lint, style, training or" \
+            "report" >&2
        exit 2 ;;
     esac
 }

@@ -17,6 +17,10 @@
 #include "tools/compare/compare_command.h"
 #include "tools/conceal/conceal.h"
 #include "tools/conceal/conceal_command.h"
+#include "tools/live/receive.h"
+#include "tools/live/receive_command.h"
+#include "tools/live/send.h"
+#include "tools/live/send_command.h"
 #include "tools/play/model_facts.h"
 #include "tools/shell/command_name.h"
 #include "tools/shell/completion.h"
@@ -126,8 +130,12 @@ int RunCommandLine(int argc, char **argv) {
     });
     ConcealOptions conceal;
     CompareOptions compare;
+    ReceiveOptions receive;
+    SendOptions send;
     const CLI::App *concealCommand = AddConceal(program, conceal);
     AddCompare(program, compare);
+    const CLI::App *receiveCommand = AddReceive(program, receive);
+    const CLI::App *sendCommand = AddSend(program, send);
     if (argc == 3 && std::string(argv[1]) == "completion") {
         const std::string script = CompletionScript(program, argv[2]);
         if (script.empty()) {
@@ -153,6 +161,18 @@ int RunCommandLine(int argc, char **argv) {
     if (concealCommand->parsed()) {
         return RunCommand("conceal", [&] {
             Conceal(conceal);
+            return 0;
+        });
+    }
+    if (receiveCommand->parsed()) {
+        return RunCommand("receive", [&] {
+            Receive(receive);
+            return 0;
+        });
+    }
+    if (sendCommand->parsed()) {
+        return RunCommand("send", [&] {
+            Send(send);
             return 0;
         });
     }

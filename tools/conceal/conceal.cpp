@@ -15,7 +15,7 @@
 #include "measure/log_spectral_distance.h"
 #include "tools/conceal/frame_table.h"
 #include "tools/conceal/wav_output.h"
-#include "tools/loss/loss_condition.h"
+#include "tools/loss/loss_options.h"
 #include "tools/loss/packet_losses.h"
 #include "tools/play/call_player.h"
 #include "tools/shell/failure.h"
@@ -27,19 +27,6 @@
 
 namespace aiplc::tools {
 namespace {
-
-// Throws UsageError for losses that contradict each other, Failure for a trace.
-std::unique_ptr<LossModel> MakeLossModel(const LossOptions &loss) {
-    if (loss.tracePath && loss.lossPercent) {
-        throw UsageError("--loss and --loss-trace: give one of them, either says what is lost");
-    }
-    LossGrid grid;
-    if (loss.lossPercent) grid.percents = {*loss.lossPercent};
-    if (loss.meanBurst) grid.meanBursts = {*loss.meanBurst};
-    if (loss.tracePath) grid.tracePaths = {*loss.tracePath};
-    grid.seed = loss.seed;
-    return LossConditions(grid).front().MakeModel(loss.seed.value_or(1));
-}
 
 // OUT.wav is WAV whatever its name; a name that promises something else is refused, and with it the
 // input's, which may be a capture.

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <vector>
 
+#include "tools/shell/failure.h"
 #include "tools/shell/number_check.h"
 
 namespace aiplc::tools {
@@ -80,6 +81,18 @@ void AddLoss(CLI::App &app, LossGrid &grid) {
               .traceHelp = "file of 0 (received) and 1 (lost), one per packet; may be repeated"});
     for (const char *name : {"--loss", "--burst"})
         app.get_option(name)->delimiter(',');
+}
+
+std::unique_ptr<LossModel> MakeLossModel(const LossOptions &loss) {
+    if (loss.tracePath && loss.lossPercent) {
+        throw UsageError("--loss and --loss-trace: give one of them, either says what is lost");
+    }
+    LossGrid grid;
+    if (loss.lossPercent) grid.percents = {*loss.lossPercent};
+    if (loss.meanBurst) grid.meanBursts = {*loss.meanBurst};
+    if (loss.tracePath) grid.tracePaths = {*loss.tracePath};
+    grid.seed = loss.seed;
+    return LossConditions(grid).front().MakeModel(loss.seed.value_or(1));
 }
 
 }  // namespace aiplc::tools

@@ -5,6 +5,7 @@
 
 #include <CLI/App.hpp>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -25,6 +26,10 @@ struct LossOptions {
 // struct, which outlives the command.
 void AddLoss(CLI::App &app, LossOptions &loss);
 void AddLoss(CLI::App &app, LossGrid &grid);
+
+// The model of what the options ask for; null: nothing is lost. Throws UsageError for losses that
+// contradict each other, Failure for a trace.
+std::unique_ptr<LossModel> MakeLossModel(const LossOptions &loss);
 
 }  // namespace aiplc::tools
 

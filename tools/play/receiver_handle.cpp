@@ -35,13 +35,12 @@ AiPlcReceiverOptions CodecAlone(int decoderComplexity) {
 
 ReceiverHandle::ReceiverHandle(AiPlcReceiverOptions options) : m_samples(options.sampleRate / 50) {
     // Commands report a worker that does not start in their own words, and nothing is logged later.
-    std::string error;
     options.log = KeepError;
-    options.logUserData = &error;
+    options.logUserData = &m_error;
     AiPlcReceiver *receiver = nullptr;
     const int32_t result = AiPlcReceiverCreate(&receiver, &options);
     m_receiver.reset(receiver);
-    if (result != AIPLC_RECEIVER_OK && !error.empty()) throw Failure(error);
+    if (result != AIPLC_RECEIVER_OK && !m_error.empty()) throw Failure(m_error);
     Check(result);
 }
 
@@ -61,6 +60,14 @@ void ReceiverHandle::PushRtp(int payloadType, std::span<const uint8_t> payload, 
     m_datagram.resize(12);  // one source, number 0
     m_datagram.insert(m_datagram.end(), payload.begin(), payload.end());
     Check(AiPlcReceiverPushRtp(m_receiver.get(), m_datagram.data(), m_datagram.size(), arrivalUs));
+}
+
+bool ReceiverHandle::PushRtp(std::span<const uint8_t> packet, int64_t arrivalUs) {
+    const int32_t result =
+        AiPlcReceiverPushRtp(m_receiver.get(), packet.data(), packet.size(), arrivalUs);
+    if (result == AIPLC_RECEIVER_E_PACKET) return false;
+    Check(result);
+    return true;
 }
 
 const PlayedFrame &ReceiverHandle::Pull() {

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace aiplc::tools {
@@ -40,6 +41,8 @@ class ReceiverHandle {
     // The same with a payload of this type, in an RTP packet.
     void PushRtp(int payloadType, std::span<const uint8_t> payload, uint16_t sequence,
                  uint32_t timestamp, int64_t arrivalUs);
+    // Takes a whole RTP packet; false when it is none of the stream.
+    bool PushRtp(std::span<const uint8_t> packet, int64_t arrivalUs);
     const PlayedFrame &Pull();
 
     [[nodiscard]] AiPlcReceiverStatistics Statistics() const;
@@ -52,6 +55,7 @@ class ReceiverHandle {
         void operator()(AiPlcReceiver *receiver) const { AiPlcReceiverDestroy(receiver); }
     };
 
+    std::string m_error;              // that the receiver logged last
     std::vector<int16_t> m_samples;   // one frame
     std::vector<uint8_t> m_datagram;  // of PushRtp
     PlayedFrame m_frame{};
