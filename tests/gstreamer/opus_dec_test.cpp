@@ -196,7 +196,7 @@ TEST(OpusDec, PlaysTheLookAheadAtTheEndAndDropsItAtAFlush) {
     EXPECT_TRUE(harness.Sound(16000, 500 * GST_SECOND) == reference);
     harness.PlayWithGapEvents(packets, 100 * GST_SECOND - 2 * kFrame);
     harness.Send(gst_event_new_eos());
-    (void)gst_harness_pull(harness.Get());  // of the packet at 900 s
+    gst_buffer_unref(gst_harness_pull(harness.Get()));  // of the packet at 900 s
     EXPECT_TRUE(harness.Sound(16000, 100 * GST_SECOND) ==
                 Pcm(reference.begin() + 2 * 320, reference.end()));
 }

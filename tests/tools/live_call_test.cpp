@@ -123,6 +123,19 @@ TEST_F(LiveCallTest, SendsToReceiveOverBothVersionsOfTheProtocol) {
     }
 }
 
+TEST_F(LiveCallTest, CopiesOfLostPacketsAreHeard) {
+    Running receiver(Receive("--once --payload-type 100 --red-payload-type 99"));
+    Running sender(Send("127.0.0.1:" + receiver.Port() +
+                        " --payload-type 100 --red 3 --red-payload-type 99 --loss 20 --burst 2"));
+    EXPECT_EQ(sender.Join(), 0);
+    EXPECT_EQ(receiver.Join(), 0);
+    const nlohmann::json end = End();
+    EXPECT_EQ(end["packetsForeign"], 0);
+    EXPECT_EQ(end["packetsUndecodable"], 0);
+    EXPECT_GT(end["packetsLost"], 0);
+    EXPECT_GT(end["redundantBlocksUsed"], 0);
+}
+
 // Bytes of any kind, a stray RTCP packet, and a second sender with other numbers and another
 // payload type; then nothing, until somebody ends the call.
 TEST_F(LiveCallTest, GoesOnWhateverComesToThePort) {

@@ -64,6 +64,8 @@ std::string StatusJson(const CallStatus &status, const char *event) {
     json["packetsForeign"] = counted.packetsForeign;
     json["fecPacketsReceived"] = counted.fecPacketsReceived;
     json["fecPacketsDiscarded"] = counted.fecPacketsDiscarded;
+    json["redundantBlocksReceived"] = counted.redundantBlocksReceived;
+    json["redundantBlocksUsed"] = counted.redundantBlocksUsed;
     json["bytesReceived"] = counted.bytesReceived;
     json["jitter"] = counted.jitter;
     json["jitterBufferDelay"] = counted.jitterBufferDelay;

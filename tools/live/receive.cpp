@@ -38,6 +38,7 @@ struct Source {
     Address address;
     std::optional<Address> group;  // multicast
     std::optional<int> payloadType;
+    std::optional<int> redPayloadType;
     std::optional<uint16_t> rtcpPort;
     bool rtcpMux = false;
 };
@@ -53,6 +54,7 @@ Source FromDescription(const std::string &path) {
     Source source;
     source.address = Resolve("", session.port);
     source.payloadType = session.payloadType;
+    source.redPayloadType = session.redPayloadType;
     source.rtcpPort = session.rtcpPort;
     source.rtcpMux = session.rtcpMux;
     if (session.host.empty()) return source;
@@ -71,6 +73,7 @@ Source SourceOf(const ReceiveOptions &options) {
         source = FromDescription(options.source);
     }
     if (options.payloadType) source.payloadType = options.payloadType;
+    if (options.redPayloadType) source.redPayloadType = options.redPayloadType;
     source.rtcpMux = source.rtcpMux || options.rtcpMux;
     return source;
 }
@@ -79,6 +82,7 @@ AiPlcReceiverOptions ReceiverOptionsOf(const ReceiveOptions &options, const Sour
     AiPlcReceiverOptions receiver = ReceiverFor(options.receiving);
     receiver.sampleRate = static_cast<uint32_t>(options.sampleRate);
     receiver.payloadType = source.payloadType.value_or(-1);
+    receiver.redPayloadType = source.redPayloadType.value_or(-1);
     receiver.jitterBuffer = options.jitterBuffer.kind;
     receiver.minDelayMs = options.jitterBuffer.minDelayMs;
     receiver.maxDelayMs = options.jitterBuffer.maxDelayMs;

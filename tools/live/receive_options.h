@@ -28,6 +28,7 @@ struct ReceiveOptions : MessageOptions {
     std::optional<std::string> card;  // device of the sound card
     int sampleRate = 48000;           // 16000 or 48000
     std::optional<int> payloadType;
+    std::optional<int> redPayloadType;  // of redundant audio (RFC 2198)
     ReceivingOptions receiving;
     JitterBufferOptions jitterBuffer;
     bool rtcpMux = false;

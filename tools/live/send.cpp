@@ -44,6 +44,18 @@ LoadedCall LoadFor(const SendOptions &given, std::string &name) {
     return LoadCall(input, kind, WithDefaults(options, kind));
 }
 
+// The payload of a packet of redundant audio (RFC 2198, section 3) with all blocks of this type.
+std::vector<uint8_t> WithBlockType(std::vector<uint8_t> payload, int type) {
+    constexpr uint8_t kMoreFollow = 0x80;
+    constexpr size_t kHeaderBytes = 4;
+    for (size_t at = 0; at < payload.size(); at += kHeaderBytes) {
+        const bool isLast = (payload[at] & kMoreFollow) == 0;
+        payload[at] = static_cast<uint8_t>((payload[at] & kMoreFollow) | type);
+        if (isLast) break;
+    }
+    return payload;
+}
+
 class LiveSender {
   public:
     LiveSender(const SendOptions &options, const LoadedCall &loaded, const Address &destination,
@@ -76,18 +88,21 @@ class LiveSender {
   private:
     void SendOnce() {
         const PacketLosses losses = DrawLosses(m_call, m_losses.get(), m_inputName);
-        m_lost += losses.dropped + losses.missing;
+        size_t reached = losses.lost.size();
         for (const Departure &departure :
              Departures(m_call, losses.lost, m_options.disturbance, m_random)) {
             const int64_t at = m_startUs + m_roundUs + departure.atUs;
             if (m_options.duration &&
                 static_cast<double>(at - m_startUs) > *m_options.duration * 1e6) {
                 m_isOver = true;
+                reached = departure.packet;
                 break;
             }
             WaitUntil(at);
             SendPacket(m_call.packets[departure.packet]);
         }
+        for (size_t i = 0; i < reached; ++i)
+            m_lost += losses.lost[i] || m_call.packets[i].IsMissing() ? 1 : 0;
         const CallPacket &first = m_call.packets.front();
         const CallPacket &last = m_call.packets.back();
         m_roundUs += m_call.span * 1000 / (kOpusClock / 1000);
@@ -102,16 +117,20 @@ class LiveSender {
             static_cast<uint16_t>(m_firstSequence + packet.sequence - first.sequence);
         m_timestamp = m_firstTimestamp + packet.timestamp - first.timestamp;
         m_timestampUs = SteadyUs();
-        m_bytes.assign({0x80, static_cast<uint8_t>(m_options.payloadType),
-                        static_cast<uint8_t>(sequence >> 8), static_cast<uint8_t>(sequence)});
+        const bool isRed = !packet.redundant.empty();
+        const int type = isRed ? m_options.redPayloadType : m_options.payloadType;
+        m_bytes.assign({0x80, static_cast<uint8_t>(type), static_cast<uint8_t>(sequence >> 8),
+                        static_cast<uint8_t>(sequence)});
         for (const uint32_t word : {m_timestamp, m_ssrc}) {
             for (int shift = 24; shift >= 0; shift -= 8)
                 m_bytes.push_back(static_cast<uint8_t>(word >> shift));
         }
-        m_bytes.insert(m_bytes.end(), packet.payload.begin(), packet.payload.end());
+        const std::vector<uint8_t> payload =
+            isRed ? WithBlockType(packet.redundant, m_options.payloadType) : packet.payload;
+        m_bytes.insert(m_bytes.end(), payload.begin(), payload.end());
         if (!m_sockets.rtp.Send(m_bytes, m_destination)) return;
         ++m_packets;
-        m_payloadBytes += static_cast<uint32_t>(packet.payload.size());
+        m_payloadBytes += static_cast<uint32_t>(payload.size());
         if (m_packets == 1) Report(m_timestampUs, false);
     }
 
@@ -198,13 +217,15 @@ class LiveSender {
     double m_roundTripMs = -1;
 };
 
-void WriteDescription(const SendOptions &options, const Address &destination) {
+void WriteDescription(const SendOptions &options, const Address &destination,
+                      std::optional<int> redType) {
     std::string host = destination.WithPort(0).Text();
     if (destination.IsVersion6()) host = host.substr(1, host.size() - 2);
     OutputFile file(options.sdpPath, OutputFile::kNoInput);
     file.Write(SessionDescriptionText({.host = host,
                                        .port = destination.Port(),
                                        .payloadType = options.payloadType,
+                                       .redPayloadType = redType,
                                        .rtcpPort = std::nullopt,
                                        .rtcpMux = false},
                                       destination.IsVersion6()));
@@ -220,7 +241,14 @@ void Send(const SendOptions &options) {
     const LoadedCall loaded = LoadFor(options, inputName);
     for (const std::string &warning : loaded.warnings)
         std::fprintf(stderr, "aiplc: send: warning: %s\n", warning.c_str());
-    if (!options.sdpPath.empty()) WriteDescription(options, destination);
+    const bool hasRed = loaded.call.redType >= 0;
+    if (hasRed && options.redPayloadType == options.payloadType) {
+        throw UsageError("--payload-type and --red-payload-type are both " +
+                         std::to_string(options.payloadType) + "; give two different ones");
+    }
+    if (!options.sdpPath.empty())
+        WriteDescription(options, destination,
+                         hasRed ? std::optional(options.redPayloadType) : std::nullopt);
     LiveSender(options, loaded, destination, inputName).Run();
 }
 

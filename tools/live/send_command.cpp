@@ -21,6 +21,8 @@ Examples:
       Losses in bursts of 3 packets, up to 40 ms of jitter; the same in each run.
   aiplc send talk.flac 192.0.2.7:5004 --loop --fec --loss 5 --dtx
       Again and again until Ctrl-C, with in-band redundancy and pauses.
+  aiplc send talk.wav 127.0.0.1:5004 --loss 20 --burst 2 --red 3
+      Each packet carries copies of the three before it: aiplc receive 5004 --red-payload-type 63
   aiplc send talk.wav 127.0.0.1:5004 --sdp call.sdp
   ffplay -protocol_whitelist file,udp,rtp call.sdp
       A session description, for programs that need one.
@@ -45,6 +47,10 @@ CLI::App *AddSend(CLI::App &program, SendOptions &options) {
         ->required()
         ->type_name("");
     app->add_option("--payload-type", options.payloadType, "of Opus, 0 to 127 (111)")
+        ->check(CLI::Range(0, 127).description(""))
+        ->type_name("N");
+    app->add_option("--red-payload-type", options.redPayloadType,
+                    "of redundant audio, which --red makes, 0 to 127 (63)")
         ->check(CLI::Range(0, 127).description(""))
         ->type_name("N");
     app->add_option("--ssrc", options.ssrc, "of the stream (random)")

@@ -21,6 +21,7 @@ struct SendOptions : CallOptions, MessageOptions {
     LossOptions loss;
     Disturbance disturbance;
     int payloadType = 111;
+    int redPayloadType = 63;  // of redundant audio (RFC 2198), which encoding.redundancy asks for
     std::optional<uint32_t> ssrc;    // random when not given
     std::string sdpPath;             // empty: no session description
     bool loop = false;               // begin again at the end

@@ -31,11 +31,12 @@ std::vector<std::string> Words(const std::string &text) {
     return words;
 }
 
-bool NamesOpus(std::string encoding) {
+// name: in small letters.
+bool IsNamed(std::string encoding, const char *name) {
     std::ranges::transform(encoding, encoding.begin(), [](char letter) {
         return static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
     });
-    return encoding.starts_with("opus/48000");
+    return encoding.starts_with(name);
 }
 
 // One m= section, as far as it has been read.
@@ -72,9 +73,10 @@ void TakeAttribute(const std::vector<std::string> &words, Media &media) {
         const std::optional<int> port = Number(name.substr(5), kMaxPort);
         if (port) media.session.rtcpPort = static_cast<uint16_t>(*port);
     }
-    if (name.starts_with("rtpmap:") && words.size() >= 2 && NamesOpus(words[1]) && !media.isOpus) {
-        const std::optional<int> type = Number(name.substr(7), kMaxPayloadType);
-        if (!type) return;
+    if (!name.starts_with("rtpmap:") || words.size() < 2) return;
+    const std::optional<int> type = Number(name.substr(7), kMaxPayloadType);
+    if (type && IsNamed(words[1], "red/48000")) media.session.redPayloadType = *type;
+    if (type && IsNamed(words[1], "opus/48000") && !media.isOpus) {
         media.isOpus = true;
         media.session.payloadType = *type;
     }
@@ -110,9 +112,18 @@ SessionDescription ParseSessionDescription(const std::string &text, const std::s
 std::string SessionDescriptionText(const SessionDescription &session, bool isVersion6) {
     const std::string address = std::string("IN ") + (isVersion6 ? "IP6 " : "IP4 ") + session.host;
     const std::string type = std::to_string(session.payloadType);
+    std::string types = type;
+    std::string red;
+    if (session.redPayloadType) {
+        const std::string redType = std::to_string(*session.redPayloadType);
+        types = redType + " " + type;
+        red = "a=rtpmap:" + redType + " red/48000/2\r\na=fmtp:" + redType + " " + type + "/" +
+              type + "\r\n";
+    }
     return "v=0\r\no=- 0 0 " + address + "\r\ns=aiplc send\r\nc=" + address +
-           "\r\nt=0 0\r\nm=audio " + std::to_string(session.port) + " RTP/AVP " + type +
-           "\r\na=rtpmap:" + type + " opus/48000/2\r\n" + (session.rtcpMux ? "a=rtcp-mux\r\n" : "");
+           "\r\nt=0 0\r\nm=audio " + std::to_string(session.port) + " RTP/AVP " + types +
+           "\r\na=rtpmap:" + type + " opus/48000/2\r\n" + red +
+           (session.rtcpMux ? "a=rtcp-mux\r\n" : "");
 }
 
 }  // namespace aiplc::tools

@@ -14,8 +14,9 @@ struct SessionDescription {
     std::string host;  // where it is sent to
     uint16_t port = 0;
     int payloadType = 0;
-    std::optional<uint16_t> rtcpPort;  // a=rtcp (RFC 3605); otherwise the next port
-    bool rtcpMux = false;              // RTCP on the same port (RFC 5761)
+    std::optional<int> redPayloadType;  // of redundant audio (RFC 2198)
+    std::optional<uint16_t> rtcpPort;   // a=rtcp (RFC 3605); otherwise the next port
+    bool rtcpMux = false;               // RTCP on the same port (RFC 5761)
 };
 
 // The first Opus stream of the text. Throws Failure naming file and what is missing.
