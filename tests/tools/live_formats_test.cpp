@@ -50,7 +50,8 @@ TEST(SessionDescription, FindsTheOpusStream) {
     const std::string text =
         "v=0\r\nc=IN IP4 192.0.2.1/127\r\nm=video 4000 RTP/AVP 96\r\na=rtpmap:96 VP8/90000\r\n"
         "m=audio 5004 RTP/AVP 0 97\r\nc=IN IP6 ff15::101\r\na=rtpmap:0 PCMU/8000\r\n"
-        "a=rtpmap:97 OPUS/48000/2\r\na=rtpmap:63 red/48000/2\r\na=rtcp:5010 IN IP4 192.0.2.1\r\na=rtcp-mux\r\n";
+        "a=rtpmap:97 OPUS/48000/2\r\na=rtpmap:63 red/48000/2\r\na=rtcp:5010 IN IP4 "
+        "192.0.2.1\r\na=rtcp-mux\r\n";
     const SessionDescription session = ParseSessionDescription(text, "a.sdp");
     EXPECT_EQ(session.host, "ff15::101");
     EXPECT_EQ(session.port, 5004);
