@@ -1,10 +1,10 @@
 #!/bin/sh
 # Prints which folder includes from which, with the number of includes, and fails when folders depend on each
 # other in a circle.
-#     scripts/folder_arrows.sh [FOLDER ...]     tools worker src host measure
+#     scripts/folder_arrows.sh [FOLDER ...]     tools worker src host receiver gstreamer measure
 set -eu
 cd "$(dirname "$0")/.."
-[ $# -gt 0 ] || set -- tools worker src host measure
+[ $# -gt 0 ] || set -- tools worker src host receiver gstreamer measure
 
 arrows=$(git grep -oE '^#include "[^"]+"' -- "$@" | awk -F '[:"]' '{
     from = $1; to = $3
