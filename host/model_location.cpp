@@ -31,7 +31,7 @@ fs::path LibraryFolder() {
 
 std::string ModelLocation() {
     const fs::path beside = ProgramFolder() / "x64" / "";
-    const std::string chosen = worker::ModelPath(beside);
+    std::string chosen = worker::ModelPath(beside);
     std::error_code error;
     if (chosen != (beside / worker::kModelFileName).string() || fs::exists(chosen, error))
         return chosen;

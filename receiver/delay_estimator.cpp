@@ -29,8 +29,8 @@ void WindowMinimum::Add(int64_t time, int64_t value) {
 }
 
 DelayEstimator::DelayEstimator() {
-    m_histogram[size_t{20 * 48} / kBin - 1] = 0.9F;
-    m_histogram[size_t{80 * 48} / kBin - 1] = 0.1F;
+    m_histogram[size_t{20} * 48 / kBin - 1] = 0.9F;
+    m_histogram[size_t{80} * 48 / kBin - 1] = 0.1F;
 }
 
 void DelayEstimator::Restart() {

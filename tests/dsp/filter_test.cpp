@@ -43,7 +43,7 @@ std::map<std::string, Floats> PublishedTaps() {
 // All bands are one prototype, modulated with odd multiples of the lowest band's cosine.
 float BankTap(const Floats &lowBand, size_t band, size_t n) {
     const double phase = M_PI / 6 * (static_cast<double>(n) - 1);
-    const double multiple = static_cast<double>(2 * band + 1);
+    const auto multiple = static_cast<double>(2 * band + 1);
     return lowBand[n] *
            static_cast<float>(std::round(std::cos(multiple * phase) / std::cos(phase)));
 }

@@ -47,7 +47,7 @@ struct Signal {
             AiPlcThreeBandAnalysis(bands.data(), bands.data(), memory,
                                    static_cast<int32_t>(bands.size()));
         }
-        low.assign(bands.begin(), bands.begin() + kFrames * AIPLC_BAND_SAMPLES);
+        low.assign(bands.begin(), bands.begin() + ptrdiff_t{kFrames} * AIPLC_BAND_SAMPLES);
     }
     uint32_t rate;
     size_t frameSamples;

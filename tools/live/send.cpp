@@ -102,7 +102,7 @@ class LiveSender {
             SendPacket(m_call.packets[departure.packet]);
         }
         for (size_t i = 0; i < reached; ++i)
-            m_lost += losses.lost[i] || m_call.packets[i].IsMissing() ? 1 : 0;
+            m_lost += losses.lost[i] || m_call.packets[i].IsMissing() ? 1U : 0U;
         const CallPacket &first = m_call.packets.front();
         const CallPacket &last = m_call.packets.back();
         m_roundUs += m_call.span * 1000 / (kOpusClock / 1000);

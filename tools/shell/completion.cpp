@@ -63,6 +63,7 @@ std::string Joined(const Items &items) {
 
 std::vector<std::string> Texts(const std::vector<Word> &words) {
     std::vector<std::string> texts;
+    texts.reserve(words.size());
     for (const Word &word : words)
         texts.push_back(word.text);
     return texts;
