@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 //
-// What a call costs: plays calls at 10 % loss by each predictor and prints the processor time of
+// The cost of a call: plays calls at 10 % loss by each predictor and prints the processor time of
 // host and worker a second of call, how many such calls one core carries, and the memory of one
 // more.
 //     channels [SECONDS] [CALLS]

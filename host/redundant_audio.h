@@ -15,7 +15,7 @@
 
 namespace aiplc::host {
 
-// What the header of a copy can say (RFC 2198, section 3).
+// The largest values that the header of a copy can hold (RFC 2198, section 3).
 inline constexpr size_t kMaxCopyBytes = 1023;
 inline constexpr uint32_t kMaxCopyOffset = 16383;  // of its timestamp, backwards
 

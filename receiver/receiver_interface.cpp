@@ -149,7 +149,7 @@ struct AiPlcReceiver {
         StartJitterBuffer();
     }
 
-    // What is in packet.
+    // Pushes the member packet.
     void Push(uint16_t sequence, uint32_t timestamp, int64_t arrivalUs) {
         packet.sequenceNumber = sequence;
         packet.timestamp = timestamp;

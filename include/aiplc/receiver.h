@@ -188,7 +188,7 @@ typedef struct AiPlcReceiverStatistics {
     float initTimeMs;            ///< start of channel and worker; 0 without a worker
 } AiPlcReceiverStatistics;
 
-/// What a 20 ms frame of the output was made of.
+/// Origin of a 20 ms frame of the output.
 typedef struct AiPlcReceiverFrame {
     uint32_t structSize;        ///< bytes; set by the caller
     int32_t source;             ///< AiPlcFrameSource

@@ -21,7 +21,7 @@ bool IsLost(size_t index) {
     return index % 10 == 4 || index % 10 == 5;
 }
 
-// What the receiver plays of the packets that are not lost, aligned with them.
+// The receiver's output for the packets that are not lost, aligned with them.
 Pcm Reference(const Packets &packets, uint32_t rate) {
     AiPlcReceiverOptions options;
     AiPlcReceiverDefaults(&options);

@@ -52,7 +52,7 @@ inline std::vector<int64_t> Arrivals(Network network, size_t packets) {
                 arrival += exponential(3);
                 break;
         }
-        // What has been waiting goes out at 2 ms a packet.
+        // Packets that have been waiting go out at 2 ms a packet.
         if (arrival < blockedUntil) arrival = blockedUntil += 2;
         arrivals.push_back(static_cast<int64_t>(arrival * 1000));
     }

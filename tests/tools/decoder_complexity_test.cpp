@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-2-Clause
 //
-// What the libopus at hand makes of each complexity of its decoder.
+// The abilities of the libopus at hand at each complexity of its decoder.
 
 #include "tools/play/decoder_facts.h"
 

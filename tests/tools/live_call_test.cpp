@@ -83,7 +83,7 @@ class LiveCallTest : public FolderTest {
     std::string Send(const std::string &options) const {
         return "'" AIPLC_PROGRAM "' send " + Quoted("talk.wav") + " " + options;
     }
-    // What the receiver wrote last, and the audio that it must have written.
+    // The receiver's last line, and the audio that it must have written.
     nlohmann::json End() const {
         const std::string lines = Read("lines");
         const size_t start = lines.rfind('\n', lines.size() - 2);

@@ -22,7 +22,7 @@ struct ReceptionReport {
     uint32_t sinceSenderReport = 0;  // 1/65536 s
 };
 
-// What a sender has sent (RFC 3550 6.4.1).
+// A sender's account of its stream (RFC 3550 6.4.1).
 struct SenderInformation {
     uint64_t ntp = 0;  // seconds since 1900 and fraction
     uint32_t timestamp = 0;

@@ -61,7 +61,7 @@ class UdpSocket {
     };
     // Nothing when there is none.
     std::optional<Datagram> Receive(std::span<uint8_t> room);
-    // What cannot be sent is lost, as on the network. False then.
+    // A datagram that cannot be sent is lost, as on the network; the result is false then.
     bool Send(std::span<const uint8_t> bytes, const Address &to);
 
   private:
