@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// What lies over all lanes: where excerpts meet, and the loop.
+// Marks over all lanes: where excerpts meet, and the loop.
 import type { Stretch } from "./lane_painter";
 import type { Timeline } from "./timeline";
 import { span, type View } from "./view";

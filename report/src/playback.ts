@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// What plays a call, and the ways to move within it.
+// The player of a call, and the ways to move within it.
 import { useLayoutEffect, useMemo, useReducer } from "preact/hooks";
 import { announce } from "./announce";
 import { clockTime } from "./figures";

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-2-Clause
-// What the page says: verdict, tables, plots, and what is wrong with a report.
+// The page's words and figures: verdict, tables, plots, and what is wrong with a report.
 import assert from "node:assert/strict";
 import { test } from "node:test";
 import { missing, openPage } from "./browser.mjs";
