@@ -2,6 +2,8 @@
 
 #include "gstreamer/element.h"
 
+#include <aiplc/channel.h>
+
 #include <algorithm>
 #include <array>
 #include <string_view>
@@ -16,7 +18,9 @@ namespace aiplc::gst {
 namespace {
 
 constexpr uint32_t kPreferredRate = 48000;
-constexpr uint64_t kUsualLatency = 60'000'000 + 44 * uint64_t{1'000'000'000} / 48000;  // ns
+// ns, at the preferred rate.
+constexpr uint64_t kUsualLatency = AIPLC_LOOK_AHEAD_FRAMES * uint64_t{20'000'000} +
+                                   AIPLC_BANK_DELAY * uint64_t{1'000'000'000} / kPreferredRate;
 
 std::optional<uint64_t> Time(GstClockTime time) {
     if (!GST_CLOCK_TIME_IS_VALID(time)) return {};

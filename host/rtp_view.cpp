@@ -39,4 +39,15 @@ std::optional<RtpView> ParseRtp(std::span<const uint8_t> datagram) {
     return packet;
 }
 
+void WriteRtp(const RtpView &packet, std::vector<uint8_t> &datagram) {
+    datagram.assign({0x80, packet.payloadType});
+    for (const int shift : {8, 0})
+        datagram.push_back(static_cast<uint8_t>(packet.sequence >> shift));
+    for (const uint32_t word : {packet.timestamp, packet.ssrc}) {
+        for (const int shift : {24, 16, 8, 0})
+            datagram.push_back(static_cast<uint8_t>(word >> shift));
+    }
+    datagram.insert(datagram.end(), packet.payload.begin(), packet.payload.end());
+}
+
 }  // namespace aiplc::host

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <vector>
 
 namespace aiplc::host {
 
@@ -20,6 +21,9 @@ struct RtpView {
 
 // Nothing when the datagram is no RTP: wrong version, RTCP, lengths that do not add up.
 std::optional<RtpView> ParseRtp(std::span<const uint8_t> datagram);
+
+// Writes the packet with the shortest header, in place of what datagram held.
+void WriteRtp(const RtpView &packet, std::vector<uint8_t> &datagram);
 
 }  // namespace aiplc::host
 

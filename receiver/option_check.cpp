@@ -2,6 +2,8 @@
 
 #include "receiver/option_check.h"
 
+#include <utility>
+
 namespace aiplc::receiver {
 namespace {
 
@@ -36,6 +38,12 @@ std::string OptionFault(const AiPlcReceiverOptions &options) {
         if (range.value >= range.least && range.value <= range.most) continue;
         return std::string(range.name) + " is " + std::to_string(range.value) + ", must be " +
                std::to_string(range.least) + " to " + std::to_string(range.most);
+    }
+    for (const auto &[name, type] : {std::pair{"payloadType", options.payloadType},
+                                     std::pair{"redPayloadType", options.redPayloadType}}) {
+        if (type >= 64 && type <= 95)
+            return std::string(name) + " is " + std::to_string(type) +
+                   ", must be -1 to 63 or 96 to 127: the others are RTCP's (RFC 5761)";
     }
     if (options.redPayloadType >= 0 && options.redPayloadType == options.payloadType)
         return "redPayloadType and payloadType are both " + std::to_string(options.payloadType) +

@@ -13,6 +13,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "host/opus_packet.h"
 #include "host/receiver.h"
@@ -33,7 +34,6 @@ using aiplc::receiver::RtpStream;
 
 namespace {
 
-constexpr int64_t kBankDelay48K = 44;  // analysis and synthesis of the three-band filter bank
 constexpr uint32_t kPullsPerSecond = 100;
 
 struct Log {
@@ -91,17 +91,15 @@ struct AiPlcReceiver {
     explicit AiPlcReceiver(const AiPlcReceiverOptions &options)
         : log{options.log, options.logUserData},
           engine(HostOptions(options)),
-          payloadType(options.payloadType),
-          redPayloadType(options.redPayloadType),
-          stream(payloadType, redPayloadType),
-          sampleRate(options.sampleRate),
-          setUp(options) {
+          setUp(options),
+          stream(setUp.payloadType, setUp.redPayloadType),
+          jitterBuffer(NewJitterBuffer()) {
         setUp.modelPath = nullptr;  // the caller's memory
-        StartJitterBuffer();
     }
 
-    void StartJitterBuffer() {
-        if (setUp.jitterBuffer != AIPLC_JITTER_NONE) jitterBuffer.emplace(setUp, engine);
+    std::optional<JitterBuffer> NewJitterBuffer() {
+        if (setUp.jitterBuffer == AIPLC_JITTER_NONE) return std::nullopt;
+        return std::make_optional<JitterBuffer>(setUp, engine);
     }
 
     void Push(const uint8_t *payload, size_t bytes, uint16_t sequence, uint32_t timestamp,
@@ -112,12 +110,12 @@ struct AiPlcReceiver {
     }
 
     void PushRtp(const RtpView &rtp, int64_t arrivalUs) {
-        if (rtp.payloadType != redPayloadType)
+        if (rtp.payloadType != setUp.redPayloadType)
             return Push(rtp.payload.data(), rtp.payload.size(), rtp.sequence, rtp.timestamp,
                         arrivalUs);
         // With blocks that do not add up it is a packet that cannot be decoded.
         const auto blocks =
-            aiplc::host::ParseRedundantAudio(rtp.payload, payloadType, redPayloadType);
+            aiplc::host::ParseRedundantAudio(rtp.payload, setUp.payloadType, setUp.redPayloadType);
         TakeBlocks(blocks.value_or(RedundantAudio{}), packet);
         redundancyBytes += rtp.payload.size() - packet.payload.size();
         Push(rtp.sequence, rtp.timestamp, arrivalUs);
@@ -138,15 +136,16 @@ struct AiPlcReceiver {
     }
 
     void Reset() {
+        std::optional<JitterBuffer> begun = NewJitterBuffer();
         engine.Reset();
-        stream = RtpStream(payloadType, redPayloadType);
+        if (begun) jitterBuffer.emplace(std::move(*begun));
+        stream = RtpStream(setUp.payloadType, setUp.redPayloadType);
         jitter = {};
         packetsForeign = 0;
         sourceChanges = 0;
         redundancyBytes = 0;
         rest = {};
         frame = {};
-        StartJitterBuffer();
     }
 
     // Pushes the member packet.
@@ -162,16 +161,13 @@ struct AiPlcReceiver {
 
     Log log;
     aiplc::host::Receiver engine;
-    int payloadType;
-    int redPayloadType;
+    AiPlcReceiverOptions setUp;
     RtpStream stream;
+    std::optional<JitterBuffer> jitterBuffer;
     ArrivalJitter jitter;
     uint64_t packetsForeign = 0;
     uint64_t sourceChanges = 0;
-    uint64_t redundancyBytes = 0;  // of payloads, besides the packets' own audio
-    uint32_t sampleRate;
-    AiPlcReceiverOptions setUp;
-    std::optional<JitterBuffer> jitterBuffer;
+    uint64_t redundancyBytes = 0;   // of payloads, besides the packets' own audio
     RtpPacket packet;               // of the last Push
     OutputFrame frame;              // of the last Pull
     std::span<const int16_t> rest;  // of the frame, not pulled yet
@@ -181,14 +177,15 @@ void AiPlcReceiverDefaults(AiPlcReceiverOptions *options) {
     if (options == nullptr) return;
     *options = {};
     options->structSize = sizeof *options;
-    options->sampleRate = 48000;
-    options->predictor = AIPLC_PREDICTOR_WORKER;
-    options->useSecondLook = 1;
-    options->useFec = 1;
-    options->useLatePackets = 1;
-    options->expectPauses = 1;
-    options->codecConceals = 1;
-    options->decoderComplexity = 10;
+    const aiplc::host::ReceiverOptions usual;
+    options->sampleRate = usual.sampleRate;
+    options->predictor = usual.predictor;
+    options->useSecondLook = usual.useSecondLook ? 1 : 0;
+    options->useFec = usual.useFec ? 1 : 0;
+    options->useLatePackets = usual.useLatePackets ? 1 : 0;
+    options->expectPauses = usual.expectPauses ? 1 : 0;
+    options->codecConceals = usual.codecConceals ? 1 : 0;
+    options->decoderComplexity = usual.decoderComplexity;
     options->payloadType = -1;
     options->redPayloadType = -1;
     options->jitterBuffer = AIPLC_JITTER_NONE;
@@ -261,8 +258,8 @@ int32_t AiPlcReceiverPush(AiPlcReceiver *receiver, const void *payload, size_t b
 
 int32_t AiPlcReceiverPull(AiPlcReceiver *receiver, int16_t *samples, size_t count) {
     if (receiver == nullptr || samples == nullptr) return AIPLC_RECEIVER_E_ARGUMENT;
-    const size_t step = receiver->sampleRate / kPullsPerSecond;
-    if (count == 0 || count % step != 0 || count > receiver->sampleRate)
+    const size_t step = receiver->setUp.sampleRate / kPullsPerSecond;
+    if (count == 0 || count % step != 0 || count > receiver->setUp.sampleRate)
         return AIPLC_RECEIVER_E_ARGUMENT;
     const int32_t result = Guarded(receiver->log, [&] { receiver->Pull(samples, count); });
     if (result != AIPLC_RECEIVER_OK) std::fill_n(samples, count, int16_t{0});
@@ -292,8 +289,8 @@ int32_t AiPlcReceiverGetStatistics(const AiPlcReceiver *receiver,
 
 uint32_t AiPlcReceiverDelay(const AiPlcReceiver *receiver) {
     if (receiver == nullptr) return 0;
-    const uint32_t lookAhead = AIPLC_LOOK_AHEAD_FRAMES * receiver->sampleRate / 50;
-    return receiver->sampleRate == 48000 ? lookAhead + kBankDelay48K : lookAhead;
+    const uint32_t lookAhead = AIPLC_LOOK_AHEAD_FRAMES * receiver->setUp.sampleRate / 50;
+    return receiver->setUp.sampleRate == 48000 ? lookAhead + AIPLC_BANK_DELAY : lookAhead;
 }
 
 int32_t AiPlcReceiverPredictorRunning(const AiPlcReceiver *receiver) {

@@ -32,6 +32,7 @@
 #define AIPLC_WINDOW_FRAMES 8        ///< frames of a request
 #define AIPLC_WINDOW_SAMPLES 2560    ///< those frames at 16 kHz
 #define AIPLC_BANK_TAPS 48           ///< state of the filter bank, in floats
+#define AIPLC_BANK_DELAY 44          ///< of analysis and synthesis of the bank, at 48 kHz
 #define AIPLC_LOW_PASS_TAPS_16K 31   ///< taps of the narrowband low-pass filter at 16 kHz
 #define AIPLC_LOW_PASS_TAPS_48K 91   ///< taps of the narrowband low-pass filter at 48 kHz
 #define AIPLC_CHANNEL_BYTES 15200    ///< bytes of a channel

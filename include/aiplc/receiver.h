@@ -126,11 +126,13 @@ typedef struct AiPlcReceiverOptions {
     int32_t decoderComplexity;  ///< 0 to 10, of libopus' decoder (10): from 5 on its own network
                                 ///< conceals, from 6 on it enhances wideband speech, both with
                                 ///< libopus 1.5 and later
-    int32_t payloadType;  ///< of Opus in RTP, 0 to 127; -1 (the default): any that is not another
-    int32_t redPayloadType;  ///< of redundant audio (RFC 2198), 0 to 127; -1 (the default): none
-    int32_t jitterBuffer;    ///< AiPlcJitterBuffer (AIPLC_JITTER_NONE)
-    int32_t minDelayMs;      ///< 0 to 2000 (0): see AiPlcJitterBuffer
-    int32_t maxDelayMs;      ///< minDelayMs to 2000 (500)
+    int32_t payloadType;  ///< of Opus in RTP, 0 to 63 or 96 to 127; -1 (the default): any that is
+                          ///< not another
+    int32_t
+        redPayloadType;  ///< of redundant audio (RFC 2198), as payloadType; -1 (the default): none
+    int32_t jitterBuffer;  ///< AiPlcJitterBuffer (AIPLC_JITTER_NONE)
+    int32_t minDelayMs;    ///< 0 to 2000 (0): see AiPlcJitterBuffer
+    int32_t maxDelayMs;    ///< minDelayMs to 2000 (500)
     const char
         *modelPath;  ///< file of the weights for AIPLC_PREDICTOR_IN_PROCESS; null (the
                      ///< default): AIPLC_MODEL of the environment, else

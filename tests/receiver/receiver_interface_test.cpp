@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/redundant_audio.h"
+#include "host/rtp_view.h"
 #include "tests/host/call.h"
 
 namespace aiplc::host {
@@ -48,22 +49,15 @@ AiPlcReceiverStatistics Counted(const Handle &receiver) {
     return statistics;
 }
 
-std::vector<uint8_t> Rtp(const RtpPacket &packet, uint32_t source, int payloadType = kPayloadType) {
-    std::vector<uint8_t> bytes = {0x80, static_cast<uint8_t>(payloadType)};
-    const auto add = [&bytes](uint32_t value, int size) {
-        for (int shift = 8 * (size - 1); shift >= 0; shift -= 8)
-            bytes.push_back(static_cast<uint8_t>(value >> shift));
-    };
-    add(packet.sequenceNumber, 2);
-    add(packet.timestamp, 4);
-    add(source, 4);
-    bytes.insert(bytes.end(), packet.payload.begin(), packet.payload.end());
-    return bytes;
-}
-
 int32_t PushRtp(const Handle &receiver, const RtpPacket &packet, uint32_t source,
                 int payloadType = kPayloadType) {
-    const std::vector<uint8_t> bytes = Rtp(packet, source, payloadType);
+    std::vector<uint8_t> bytes;
+    WriteRtp({.payloadType = static_cast<uint8_t>(payloadType),
+              .sequence = packet.sequenceNumber,
+              .timestamp = packet.timestamp,
+              .ssrc = source,
+              .payload = packet.payload},
+             bytes);
     return AiPlcReceiverPushRtp(receiver.get(), bytes.data(), bytes.size(), -1);
 }
 
@@ -135,6 +129,9 @@ TEST(ReceiverInterface, RefusesWhatItCannotDoAndSaysWhy) {
     EXPECT_EQ(
         refusal([](auto &options) { options.payloadType = options.redPayloadType = 96; }, option),
         "redPayloadType and payloadType are both 96, must differ\n");
+    EXPECT_EQ(refusal([](auto &options) { options.redPayloadType = 64; }, option),
+              "redPayloadType is 64, must be -1 to 63 or 96 to 127: the others are RTCP's "
+              "(RFC 5761)\n");
     EXPECT_NE(refusal([](auto &options) { options.modelPath = "/nowhere/a.model"; },
                       AIPLC_RECEIVER_E_MODEL)
                   .find("/nowhere/a.model"),

@@ -59,6 +59,7 @@ TEST_F(CommandLineTest, WrongUsageIsTwoAndFailureIsOne) {
              {"conceal in.wav -o o.wav --loss 5 --loss-trace t", 2, "one of them"},
              {"conceal in.wav -o o.wav --no-ai --require-ai", 2, "contradict"},
              {"conceal in.wav -o - --json -", 2, "standard output"},
+             {"receive 0 --payload-type 72", 2, "'72' is no payload type; give 0 to 63 or 96 to"},
              {"conceal in.wav -o o.wav --ssrc 1", 2, "captures; in.wav is speech audio"},
              {"conceal in.wav -o o.wav --rate 16 --bandwidth fb", 2, "--rate 48"},
              {"conceal nix.wav -o o.wav", 1, "aiplc: conceal: nix.wav: cannot be opened"},

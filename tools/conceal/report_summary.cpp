@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "tools/conceal/conceal_report.h"
+#include "tools/shell/number_text.h"
 
 namespace aiplc::tools {
 namespace {
@@ -18,10 +19,6 @@ __attribute__((format(printf, 2, 3))) void Add(std::string &text, const char *fo
     std::vsnprintf(line.data(), line.size(), format, arguments);
     va_end(arguments);
     text += line.data();
-}
-
-double Percent(double part, double whole) {
-    return whole > 0.0 ? 100.0 * part / whole : 0.0;
 }
 
 void AddInput(std::string &text, const ConcealReport &report) {

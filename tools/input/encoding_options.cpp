@@ -50,11 +50,11 @@ void AddCapture(CLI::App &app, StreamChoice &stream, std::optional<int> &jitterB
         ->check(IsWholeNumber("it as 0x and hexadecimal digits, or in decimal"))
         ->type_name("N");
     app.add_option("--payload-type", stream.payloadType, "of the stream, 0 to 127")
-        ->check(CLI::Range(0, 127).description(""))
+        ->check(IsPayloadType())
         ->type_name("N");
     app.add_option("--red-payload-type", stream.redPayloadType,
                    "of redundant audio (RFC 2198), 0 to 127; otherwise told from its packets")
-        ->check(CLI::Range(0, 127).description(""))
+        ->check(IsPayloadType())
         ->type_name("N");
     app.add_option("--jitter-buffer", jitterBufferMs,
                    "ms from the first packet to playing, 0 to 10000 (40)")

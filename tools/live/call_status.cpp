@@ -11,13 +11,10 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/shell/failure.h"
+#include "tools/shell/number_text.h"
 
 namespace aiplc::tools {
 namespace {
-
-double Percent(double part, double whole) {
-    return whole > 0 ? 100 * part / whole : 0;
-}
 
 // Milliseconds per emitted sample of a sum over them.
 double MeanMs(double sum, const AiPlcReceiverStatistics &statistics) {

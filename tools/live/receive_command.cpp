@@ -96,11 +96,11 @@ CLI::App *AddReceive(CLI::App &program, ReceiveOptions &options) {
            "always MS. Packets are used for 60 ms more")
         ->type_name("MIN..MAX");
     app->add_option("--payload-type", options.payloadType, "of Opus, 0 to 127 (any)")
-        ->check(CLI::Range(0, 127).description(""))
+        ->check(IsPayloadType())
         ->type_name("N");
     app->add_option("--red-payload-type", options.redPayloadType,
                     "of redundant audio (RFC 2198), 0 to 127 (none)")
-        ->check(CLI::Range(0, 127).description(""))
+        ->check(IsPayloadType())
         ->type_name("N");
     app->add_flag("--rtcp-mux", options.rtcpMux, "RTCP on the RTP port (RFC 5761)");
     app->add_flag("--no-rtcp", options.noRtcp, "send no receiver reports");

@@ -10,6 +10,7 @@
 #include <memory>
 #include <random>
 
+#include "host/rtp_view.h"
 #include "tools/input/call_loader.h"
 #include "tools/live/rtcp.h"
 #include "tools/live/session_description.h"
@@ -119,15 +120,14 @@ class LiveSender {
         m_timestampUs = SteadyUs();
         const bool isRed = !packet.redundant.empty();
         const int type = isRed ? m_options.redPayloadType : m_options.payloadType;
-        m_bytes.assign({0x80, static_cast<uint8_t>(type), static_cast<uint8_t>(sequence >> 8),
-                        static_cast<uint8_t>(sequence)});
-        for (const uint32_t word : {m_timestamp, m_ssrc}) {
-            for (int shift = 24; shift >= 0; shift -= 8)
-                m_bytes.push_back(static_cast<uint8_t>(word >> shift));
-        }
         const std::vector<uint8_t> payload =
             isRed ? WithBlockType(packet.redundant, m_options.payloadType) : packet.payload;
-        m_bytes.insert(m_bytes.end(), payload.begin(), payload.end());
+        host::WriteRtp({.payloadType = static_cast<uint8_t>(type),
+                        .sequence = sequence,
+                        .timestamp = m_timestamp,
+                        .ssrc = m_ssrc,
+                        .payload = payload},
+                       m_bytes);
         if (!m_sockets.rtp.Send(m_bytes, m_destination)) return;
         ++m_packets;
         m_payloadBytes += static_cast<uint32_t>(payload.size());

@@ -47,11 +47,11 @@ CLI::App *AddSend(CLI::App &program, SendOptions &options) {
         ->required()
         ->type_name("");
     app->add_option("--payload-type", options.payloadType, "of Opus, 0 to 127 (111)")
-        ->check(CLI::Range(0, 127).description(""))
+        ->check(IsPayloadType())
         ->type_name("N");
     app->add_option("--red-payload-type", options.redPayloadType,
                     "of redundant audio, which --red makes, 0 to 127 (63)")
-        ->check(CLI::Range(0, 127).description(""))
+        ->check(IsPayloadType())
         ->type_name("N");
     app->add_option("--ssrc", options.ssrc, "of the stream (random)")
         ->check(IsWholeNumber("it as 0x and hexadecimal digits, or in decimal"))

@@ -7,12 +7,13 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/rtp_view.h"
+
 namespace aiplc::tools {
 namespace {
 
 constexpr int64_t kFrameUs = 20000;
 constexpr int64_t kFrameClock = kOpusClock / 50;
-constexpr int64_t kBankDelay48K = 44;     // analysis and synthesis of the three-band bank
 constexpr int64_t kLowPassDelay16K = 15;  // (31 - 1) / 2
 constexpr int64_t kLowPassDelay48K = 45;  // (91 - 1) / 2
 
@@ -54,7 +55,7 @@ CallTimeline::CallTimeline(const OpusCall &call, std::vector<bool> lost, int sam
     }
     m_delay = kLookAheadFrames * m_frameSamples - m_startOffset +
               call.delaySamples * sampleRate / kOpusClock;
-    if (is48K) m_delay += kBankDelay48K;
+    if (is48K) m_delay += AIPLC_BANK_DELAY;
     if (WidestBandwidth(call) == OPUS_BANDWIDTH_NARROWBAND) {
         m_delay += is48K ? kLowPassDelay48K : kLowPassDelay16K;
     }
@@ -84,8 +85,13 @@ const PlayedFrame &CallPlayer::Next() {
         if (packet.redundant.empty()) {
             m_receiver.Push(packet.payload, packet.sequence, packet.timestamp, arrivalUs);
         } else {
-            m_receiver.PushRtp(m_timeline.Call().redType, packet.redundant, packet.sequence,
-                               packet.timestamp, arrivalUs);
+            host::WriteRtp({.payloadType = static_cast<uint8_t>(m_timeline.Call().redType),
+                            .sequence = packet.sequence,
+                            .timestamp = packet.timestamp,
+                            .ssrc = 0,
+                            .payload = packet.redundant},
+                           m_datagram);
+            m_receiver.PushRtp(m_datagram, arrivalUs);
         }
     }
     ++m_tick;

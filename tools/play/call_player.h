@@ -71,6 +71,7 @@ class CallPlayer {
   private:
     const CallTimeline &m_timeline;
     ReceiverHandle m_receiver;
+    std::vector<uint8_t> m_datagram;  // the last packet of redundant audio
     size_t m_nextPacket = 0;
     int64_t m_tick = 0;
     std::chrono::nanoseconds m_spent{0};

@@ -50,18 +50,6 @@ void ReceiverHandle::Push(std::span<const uint8_t> payload, uint16_t sequence, u
                             arrivalUs));
 }
 
-void ReceiverHandle::PushRtp(int payloadType, std::span<const uint8_t> payload, uint16_t sequence,
-                             uint32_t timestamp, int64_t arrivalUs) {
-    m_datagram = {0x80, static_cast<uint8_t>(payloadType)};  // RFC 3550, section 5.1
-    for (const int shift : {8, 0})
-        m_datagram.push_back(static_cast<uint8_t>(sequence >> shift));
-    for (const int shift : {24, 16, 8, 0})
-        m_datagram.push_back(static_cast<uint8_t>(timestamp >> shift));
-    m_datagram.resize(12);  // one source, number 0
-    m_datagram.insert(m_datagram.end(), payload.begin(), payload.end());
-    Check(AiPlcReceiverPushRtp(m_receiver.get(), m_datagram.data(), m_datagram.size(), arrivalUs));
-}
-
 bool ReceiverHandle::PushRtp(std::span<const uint8_t> packet, int64_t arrivalUs) {
     const int32_t result =
         AiPlcReceiverPushRtp(m_receiver.get(), packet.data(), packet.size(), arrivalUs);

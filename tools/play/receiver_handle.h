@@ -38,9 +38,6 @@ class ReceiverHandle {
     // arrivalUs: -1 when it is not known.
     void Push(std::span<const uint8_t> payload, uint16_t sequence, uint32_t timestamp,
               int64_t arrivalUs);
-    // The same with a payload of this type, in an RTP packet.
-    void PushRtp(int payloadType, std::span<const uint8_t> payload, uint16_t sequence,
-                 uint32_t timestamp, int64_t arrivalUs);
     // Takes a whole RTP packet; false when it is none of the stream.
     bool PushRtp(std::span<const uint8_t> packet, int64_t arrivalUs);
     const PlayedFrame &Pull();
@@ -55,9 +52,8 @@ class ReceiverHandle {
         void operator()(AiPlcReceiver *receiver) const { AiPlcReceiverDestroy(receiver); }
     };
 
-    std::string m_error;              // that the receiver logged last
-    std::vector<int16_t> m_samples;   // one frame
-    std::vector<uint8_t> m_datagram;  // of PushRtp
+    std::string m_error;             // that the receiver logged last
+    std::vector<int16_t> m_samples;  // one frame
     PlayedFrame m_frame{};
     std::unique_ptr<AiPlcReceiver, Destroyer> m_receiver;
 };

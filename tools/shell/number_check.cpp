@@ -33,4 +33,15 @@ CLI::Validator IsWholeNumber(const std::string &right) {
     return {check, ""};
 }
 
+CLI::Validator IsPayloadType() {
+    const auto check = [](const std::string &text) -> std::string {
+        const std::optional<double> type = ParseNumber(text);
+        const bool isRight = type && *type == std::floor(*type) && *type >= 0 && *type <= 127 &&
+                             (*type < 64 || *type > 95);
+        if (isRight) return {};
+        return "'" + text + "' is no payload type; give 0 to 63 or 96 to 127";
+    };
+    return {check, ""};
+}
+
 }  // namespace aiplc::tools

@@ -12,6 +12,8 @@ namespace aiplc::tools {
 // says only that it failed. right: completes the sentence "give ...".
 CLI::Validator IsNumber(const std::string &right);
 CLI::Validator IsWholeNumber(const std::string &right);  // decimal or 0x..., not negative
+// A payload type of RTP: 64 to 95 would be taken for RTCP (RFC 5761, section 4).
+CLI::Validator IsPayloadType();
 
 }  // namespace aiplc::tools
 

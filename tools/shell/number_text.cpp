@@ -14,6 +14,10 @@ std::string NumberText(double value, int digits) {
     return text.data();
 }
 
+double Percent(double part, double whole) {
+    return whole > 0.0 ? 100.0 * part / whole : 0.0;
+}
+
 std::optional<double> ParseNumber(const std::string &text) {
     char *end = nullptr;
     const double number = std::strtod(text.c_str(), &end);
