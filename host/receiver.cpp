@@ -66,6 +66,7 @@ class Receiver::Engine {
     std::unique_ptr<Engine> Renewed() {
         auto engine = std::make_unique<Engine>(m_options, AIPLC_PREDICTOR_NONE);
         engine->m_channel.TakePredictorFrom(m_channel);
+        engine->m_statistics.initTimeMs = m_statistics.initTimeMs;
         return engine;
     }
 

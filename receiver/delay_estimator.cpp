@@ -34,7 +34,6 @@ DelayEstimator::DelayEstimator() {
 }
 
 void DelayEstimator::Restart() {
-    m_base.Clear();
     m_base = {};
     m_newest.reset();
 }

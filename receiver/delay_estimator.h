@@ -15,8 +15,6 @@ namespace aiplc::receiver {
 // clocks whose difference the values are. Times and values are in 48 kHz samples.
 class WindowMinimum {
   public:
-    WindowMinimum() { Clear(); }
-    void Clear() { m_slots.fill({}); }
     void Add(int64_t time, int64_t value);
     // False before the first value.
     [[nodiscard]] bool HasValue() const { return m_value != kNone; }

@@ -187,7 +187,7 @@ typedef struct AiPlcReceiverStatistics {
     float requestTimeP50Ms;      ///< of the last 65536 requests, nearest rank; 0 without any
     float requestTimeP99Ms;      ///< the same
     float requestTimeMaxMs;      ///< of all requests
-    float initTimeMs;            ///< start of channel and worker; 0 without a worker
+    float initTimeMs;            ///< set-up of channel and worker; 0 when it did not start
 } AiPlcReceiverStatistics;
 
 /// Origin of a 20 ms frame of the output.

@@ -165,8 +165,10 @@ TEST(Predictor, StaysWhenACallBeginsAnew) {
     const Pcm first = play();
     const uint64_t requests = receiver.GetStatistics().requests;
     EXPECT_GT(requests, 0U);
+    const float initTimeMs = receiver.GetStatistics().initTimeMs;
     receiver.Reset();
     EXPECT_EQ(receiver.GetStatistics().packetsReceived, 0U);
+    EXPECT_EQ(receiver.GetStatistics().initTimeMs, initTimeMs);
     EXPECT_TRUE(play() == first);
     EXPECT_EQ(receiver.GetStatistics().requests, requests);
 }

@@ -30,7 +30,7 @@ std::vector<Departure> Departures(const OpusCall &call, const std::vector<bool> 
         const bool isReordered = 100 * uniform() < disturbance.reorderPercent;
         const bool isDuplicated = 100 * uniform() < disturbance.duplicatePercent;
         last = std::max(last, PlainUs(call, i) + static_cast<int64_t>(delayMs * 1000));
-        if (lost[i] || call.packets[i].payload.empty()) continue;
+        if (lost[i] || call.packets[i].IsMissing()) continue;
         int64_t at = last;
         if (isReordered && i + 1 < call.packets.size()) {
             const auto jitterUs = static_cast<int64_t>(disturbance.jitterMs * 1000);
