@@ -27,7 +27,7 @@ if [ -z "${AIPLC_FRESH_ROOT:-}" ]; then
 fi
 
 root=$(mktemp -d "${TMPDIR:-/var/tmp}/aiplc-$release.XXXXXX")
-trap 'umount -l "$root/second/dev/shm" "$root/second/proc" "$root/dev/shm" "$root/proc" 2>/dev/null; rm -rf --one-file-system "$root"' EXIT
+trap 'umount -l "$root/second/dev/shm" "$root/second/proc" "$root/dev/shm" "$root/proc" 2>/dev/null || true; rm -rf --one-file-system "$root"' EXIT
 trap 'exit 130' INT TERM HUP
 chmod 755 "$root" # other users than root enter it too
 
